@@ -1,0 +1,22 @@
+# Warnings, hardening and instrumentation for every target of the tree.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+# Source places in messages are relative to the tree, whatever folder it was built in.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+# _FORTIFY_SOURCE needs optimisation, so only Release has it; the rest costs nothing elsewhere.
+add_compile_options(-fstack-protector-strong)
+add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+if(NOT VOLTIS_SANITIZE)
+    add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
+
+if(VOLTIS_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+if(VOLTIS_COVERAGE)
+    add_compile_options(--coverage -O0 -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

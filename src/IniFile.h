@@ -1,0 +1,28 @@
+// IniFile: read access to one section of the configuration file. Every lookup reads the file anew,
+// so an edit is seen by the next lookup; nothing may be cached here.
+#pragma once
+
+#include <string>
+
+class IniFile {
+  public:
+    /// With performCheck, a missing file raises 3 "INI-file '<name>' not found".
+    static void SetFile(const std::string& iniFile, bool performCheck);
+    /// With performCheck, an absent section (or unreadable file) raises 3 "INI-file section
+    /// [<name>] not found".
+    static void SetSection(const std::string& section, bool performCheck);
+    static std::string GetFile();
+    static std::string GetSection();
+
+    /// At most 255 bytes, trimmed. defValue when file, section or key is absent; an empty value is
+    /// returned as such. Lookups never raise a DriverException.
+    static std::string GetString(const std::string& key, const std::string& defValue);
+    /// Reads like "%d": "12 baud" gives 12; a value that begins with no number gives defValue.
+    static int GetNumber(const std::string& key, int defValue);
+    /// Present with a value that is not empty.
+    static bool ContainsKey(const std::string& key);
+
+  private:
+    static std::string iniFile;
+    static std::string section;
+};
