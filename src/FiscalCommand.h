@@ -1,0 +1,32 @@
+// FiscalCommand: one parsed line of a command file, for example
+// SALE: DEPTNR=1; PRICE=1.00; QNTY=2
+#pragma once
+
+#include <map>
+#include <string>
+
+/// Every failure here is code 1 and sets cmdError; docs/command-language.md lists the messages.
+class FiscalCommand {
+  public:
+    explicit FiscalCommand(const std::string& line);
+
+    /// Takes the next token off the front of the text. ":", ";" and "=" are tokens of their own;
+    /// empty at the end. Raises 1 "Terminating quote is missing".
+    std::string GetToken(std::string& text);
+
+    /// In upper case.
+    std::string GetCommand() const;
+    /// The parameters that nobody has extracted yet.
+    int GetParameterCount() const;
+    /// Names are in upper case and compared exactly.
+    bool ParameterExists(const std::string& name) const;
+    /// An absent parameter raises 1 "<name> is missing".
+    std::string GetParameter(const std::string& name);
+    /// The same, and takes the parameter out.
+    std::string ExtractParameter(const std::string& name);
+    std::string GetParameter(const std::string& name, bool remove);
+
+  private:
+    std::string command;
+    std::map<std::string, std::string> parameters;  // name in upper case -> value as written
+};

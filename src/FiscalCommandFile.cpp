@@ -1,0 +1,59 @@
+#include "FiscalCommandFile.h"
+
+#include <memory>
+
+#include "Common.h"
+#include "DriverException.h"
+#include "Globals.h"
+
+namespace {
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, FileCloser>;
+
+/// Hands each command line, trimmed, to takeLine(line); number is the line that is being read.
+template <typename TakeLine>
+void ReadCommandLines(const std::string& fileName, int& number, TakeLine takeLine) {
+    const File file(fopen(fileName.c_str(), "rt"));
+    if (!file) FailSystem("Can't open file '" + fileName + "'");
+    std::string line;
+    for (; GetLine(file.get(), line); ++number) {
+        const std::string text = Trim(line, " \t\r\n");
+        if (!text.empty() && text[0] != '#') takeLine(text);
+    }
+    if (ferror(file.get())) FailSystem("Can't read file '" + fileName + "'");
+}
+
+}  // namespace
+
+FiscalCommandFile::FiscalCommandFile(const std::string& fileName) : FileName(fileName) {
+    int lineNumber = 1;
+    try {
+        ReadCommandLines(fileName, lineNumber, [&](const std::string& text) {
+            commands.emplace_back(text);
+            commandLineNumbers.push_back(lineNumber);
+        });
+    } catch (DriverException* failure) {
+        if (cmdError) {
+            failure->Message +=
+                " (file : '" + fileName + "' line : " + std::to_string(lineNumber) + ")";
+        }
+        throw;
+    }
+}
+
+int FiscalCommandFile::GetCommandCount() const {
+    return static_cast<int>(commands.size());
+}
+
+FiscalCommand FiscalCommandFile::GetCommand(int index) const {
+    if (index < 0 || index >= GetCommandCount()) FailInternal();
+    return commands[static_cast<std::size_t>(index)];
+}
+
+int FiscalCommandFile::GetCommandLineNumber(int index) const {
+    if (index < 0 || index >= GetCommandCount()) FailInternal();
+    return commandLineNumbers[static_cast<std::size_t>(index)];
+}

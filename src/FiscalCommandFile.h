@@ -1,0 +1,28 @@
+// FiscalCommandFile: all commands of one command file, or a failure; never a part of them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "FiscalCommand.h"
+
+class FiscalCommandFile {
+  public:
+    /// Reads the whole file. Raises 50 "Can't open file '<name>' - <system text>" and "Can't read
+    /// file
+    /// '<name>' - <system text>"; 1 with the message of FiscalCommand and " (file : '<name>' line :
+    /// <n>)".
+    explicit FiscalCommandFile(const std::string& fileName);
+
+    int GetCommandCount() const;
+    /// A copy. An index out of range raises 99, here and below.
+    FiscalCommand GetCommand(int index) const;
+    /// The physical line that the command stands on, from 1.
+    int GetCommandLineNumber(int index) const;
+
+    const std::string FileName;
+
+  private:
+    std::vector<FiscalCommand> commands;
+    std::vector<int> commandLineNumbers;
+};
