@@ -1,0 +1,61 @@
+// Inside the processor: the command handlers and the helpers that they share. For the processor's
+// units and their tests only.
+#pragma once
+
+#include "ECR.h"
+#include "FiscalCommandProcessor.h"
+
+// Set by the check pass, tested by the executing pass; never cleared.
+extern bool continueUnfinishedReceipt;
+extern bool leaveReceiptUnfinished;
+extern bool continueManually;
+
+extern int commandNumber;  ///< index of the command being processed
+extern int commandCount;
+
+inline constexpr unsigned int codePageLetterCount = 22;
+// The same letter stands at the same place in every table.
+extern const BYTE codePage_DOS[codePageLetterCount];
+extern const BYTE codePage_BaltRim[codePageLetterCount];
+extern const BYTE codePage_BaltTilde[codePageLetterCount];
+extern const BYTE codePage_ECR[codePageLetterCount];
+
+/// The largest money amount and quantity as digits: 999999.99 and 999.999.
+inline constexpr std::uint64_t maxMoneyDigits = 99999999;
+inline constexpr std::uint64_t maxQuantityDigits = 999999;
+
+/// The one "unless in the check pass": sends a receipt command in the executing pass only.
+void SendUnlessChecking(BYTE cmd, const BUF& payload);
+/// The same under the time-out of a slow command; the default is back afterwards, unless it failed.
+void SendSlowUnlessChecking(CommandType type, BYTE cmd, const BUF& payload);
+bool InCheckPass();
+
+/// A money amount with two decimals; in the payload, 4 bytes of hundredths.
+Decimal ExtractMoney(FiscalCommand& cmd, const std::string& name);
+void AddMoney(BUF& payload, Decimal amount);
+/// 3 bytes of thousandths.
+void AddQuantity(BUF& payload, Decimal quantity);
+/// Translated, padded with blanks to length.
+void AddText(BUF& payload, std::string text, int length);
+
+// Sales.
+void SaleReturn(FiscalCommand& cmd, bool sale);
+void DepartmentSaleReturn(FiscalCommand& cmd, bool sale);
+void PLUSaleReturn(FiscalCommand& cmd, bool sale);
+void PrintPriceAndQntyAsComments(Decimal price, Decimal quantity);
+
+// Tenders, totals and cash movements.
+void Tender(FiscalCommand& cmd, BYTE code);
+BYTE GetTenderCode(FiscalCommand& cmd);
+void Total();
+
+// Reports, drawer, display and comments.
+void Report(FiscalCommand& cmd);
+void OpenCashDrawer();
+void DisplayOn();
+void DisplayOff();
+/// Raises 1 "TEXT is too long", in both passes. An empty text prints an empty line.
+void PrintComment(const std::string& text);
+void LastReceiptCopy();
+
+void Pause(FiscalCommand& cmd);

@@ -1,0 +1,26 @@
+// Waiting between commands.
+
+#include <cmath>
+#include <cstdlib>
+
+#include "ProcessorInternal.h"
+
+namespace {
+
+constexpr WORD defaultPause = 800;
+
+/// Deliberate: only the low 16 bits of the thousandths count, so 70 s become 4464. What does not
+/// fit 32 bits, or is no number, becomes 80000000h as on the processor and so 0.
+WORD PauseFromSeconds(const std::string& seconds) {
+    const double thousandths = atof(seconds.c_str()) * 1000.0;
+    const bool fits = thousandths > -2147483649.0 && thousandths < 2147483648.0;
+    return fits ? static_cast<WORD>(static_cast<std::int32_t>(thousandths)) : WORD{0};
+}
+
+}  // namespace
+
+void Pause(FiscalCommand& cmd) {
+    WORD delay = defaultPause;
+    if (cmd.ParameterExists("SECONDS")) delay = PauseFromSeconds(cmd.ExtractParameter("SECONDS"));
+    if (!InCheckPass()) Sleep(delay);
+}
