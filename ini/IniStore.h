@@ -8,7 +8,7 @@
 /// One opened file. It holds the file as it was at IniStore_Open and shares nothing with any other.
 struct IniStore;
 
-enum IniStoreMode { IniStoreMode_Read = 0 };
+enum IniStoreMode : int { IniStoreMode_Read = 0 };
 
 /// The bytes of a value that are looked at, counted from behind its "=".
 inline constexpr std::size_t iniStoreMaxValue = 255;

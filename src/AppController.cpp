@@ -42,10 +42,11 @@ void AppController::Start(const std::string& name, const std::string& version,
     dbgLogLevel = IniFile::GetNumber("DbgErrorLog", defaultDbgLogLevel);
 
     auto standard = std::make_unique<LogFile>(Path::Combine(linuxLogDirPath, stdLogFileName));
-    dbgLog = new LogFile(Path::Combine(linuxLogDirPath, dbgLogFileName));
+    auto debug = std::make_unique<LogFile>(Path::Combine(linuxLogDirPath, dbgLogFileName));
+    debug->StartFragment();
+    standard->StartFragment();
+    dbgLog = debug.release();
     stdLog = standard.release();
-    dbgLog->StartFragment();
-    stdLog->StartFragment();
     started = true;
 
     LogMessage(ALL_LOGS, "", false);
@@ -59,7 +60,10 @@ void AppController::Stop() {
     appName.clear();
     if (started) {
         if (SaveLog(DBG_LOG)) {
-            LogMessage(STD_LOG, "Debug information saved in dbgerror.log", true);
+            try {
+                LogMessage(STD_LOG, "Debug information saved in dbgerror.log", true);
+            } catch (...) {  // without memory for a note, the logs are still to be closed
+            }
         }
         dbgLog->EndFragment(SaveLog(DBG_LOG));
         stdLog->EndFragment(SaveLog(STD_LOG));

@@ -27,6 +27,7 @@ class AppController {
 
     /// The directory of the running program. Raises 50 "readlink() failed - <system text>".
     static std::string GetAppDir();
+    /// Empty when the system cannot tell it in 4095 bytes.
     static std::string GetCurDir();
 
     /// Whether this run's fragment of STD_LOG or DBG_LOG is kept; any other value raises 99.

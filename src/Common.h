@@ -31,7 +31,8 @@ bool FileExists(const std::string& path);
 bool MoveFile(const std::string& srcFilename, const std::string& dstFilename);
 bool DeleteFile(const std::string& path);
 
-/// One fgets of at most 1023 characters, the newline included; a longer line comes in pieces.
+/// One fgets of at most 1023 characters, the newline included; a longer line comes in pieces. A NUL
+/// byte of the file is a character like any other, so that nothing behind it gets lost.
 /// False at the end of the file and on a read error (ferror tells which); line is then unchanged.
 bool GetLine(FILE* file, std::string& line);
 

@@ -60,7 +60,8 @@ short Compare(const Decimal& a, const Decimal& b);
 /// byteCount bytes of packed BCD of the raw mantissa, most significant pair first; digits that do
 /// not fit are dropped. A negative number's first high nibble is 1.
 BUF Dec2BCD(const Decimal& d, unsigned short byteCount);
-/// Deliberate: when isSigned, the first byte holds the sign only (not 0: negative) and no digits.
+/// Deliberate: when isSigned, the first byte holds the sign only (not 0: negative) and no digits. A
+/// field that reaches past the end of buf raises 99.
 Decimal BCD2Dec(const BUF& buf, unsigned short offset, unsigned short byteCount, bool isSigned);
 /// b above 99 raises 99 "Internal error".
 unsigned char ByteToBCDByte(unsigned char b);

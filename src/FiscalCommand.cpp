@@ -1,6 +1,5 @@
 #include "FiscalCommand.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "Common.h"
@@ -8,11 +7,16 @@
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n";
-constexpr std::string_view tokenEnds = ":;= \t";
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+bool EndsToken(char c) {
+    return c == ':' || c == ';' || c == '=' || c == ' ' || c == '\t';
+}
 
 void SkipBlanks(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
 }
 
 /// Takes a quoted token, both quotes included, off the front; returns what is between them.
@@ -31,9 +35,10 @@ std::string TakeQuoted(std::string_view& text) {
 }
 
 std::string TakeBare(std::string_view& text) {
-    // A delimiter in front is a token of its own.
-    const std::size_t length =
-        std::clamp<std::size_t>(text.find_first_of(tokenEnds), 1, text.size());
+    std::size_t length = 1;  // a delimiter in front is a token of its own
+    if (!EndsToken(text[0])) {
+        while (length < text.size() && !EndsToken(text[length])) ++length;
+    }
     std::string token(text.substr(0, length));
     text.remove_prefix(length);
     return token;
@@ -51,7 +56,7 @@ std::string TakeToken(std::string_view& text) {
 
 FiscalCommand::FiscalCommand(const std::string& line) {
     std::string_view text = line;
-    text = text.substr(0, text.find_last_not_of(blanks) + 1);
+    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
     command = ToUpper(TakeToken(text));
     if (command.empty()) FailCommand("Command name is missing");
     if (text.empty()) return;
@@ -66,7 +71,7 @@ FiscalCommand::FiscalCommand(const std::string& line) {
         std::string value = TakeToken(text);
         if (value.empty()) FailCommand("Parameter value is missing");
         if (!text.empty() && TakeToken(text) != ";") {
-            FailCommand("Missing ';' after '" + name + " = " + value + "'");
+            FailCommand("Missing ';' after '" + name.append(" = ") + value + "'");
         }
         parameters.insert_or_assign(std::move(name), std::move(value));
     }

@@ -13,28 +13,22 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
-/// Hands each command line, trimmed, to takeLine(line); number is the line that is being read.
-template <typename TakeLine>
-void ReadCommandLines(const std::string& fileName, int& number, TakeLine takeLine) {
-    const File file(fopen(fileName.c_str(), "rt"));
-    if (!file) FailSystem("Can't open file '" + fileName + "'");
-    std::string line;
-    for (; GetLine(file.get(), line); ++number) {
-        const std::string text = Trim(line, " \t\r\n");
-        if (!text.empty() && text[0] != '#') takeLine(text);
-    }
-    if (ferror(file.get())) FailSystem("Can't read file '" + fileName + "'");
-}
-
 }  // namespace
 
 FiscalCommandFile::FiscalCommandFile(const std::string& fileName) : FileName(fileName) {
+    const File file(fopen(fileName.c_str(), "rt"));
+    if (!file) FailSystem("Can't open file '" + fileName + "'");
     int lineNumber = 1;
     try {
-        ReadCommandLines(fileName, lineNumber, [&](const std::string& text) {
+        std::string line;
+        for (; GetLine(file.get(), line); ++lineNumber) {
+            const std::string text = Trim(line, " \t\r\n");
+            if (text.empty() || text[0] == '#') continue;
             commands.emplace_back(text);
             commandLineNumbers.push_back(lineNumber);
-        });
+        }
+        // Half a file must never be executed.
+        if (ferror(file.get())) FailSystem("Can't read file '" + fileName + "'");
     } catch (DriverException* failure) {
         if (cmdError) {
             failure->Message +=

@@ -4,7 +4,7 @@
 #pragma once
 
 /// The phase of the run. Exit code and ResultCode derive from it alone.
-enum DriverState {
+enum DriverState : int {
     STATE_READY = 0,     ///< nothing wrong; exit code 0
     STATE_SYNCHECK = 1,  ///< reading and checking the command file; exit code 1
     STATE_EXECUTE = 2,   ///< connecting to or working with the register; exit code 2

@@ -1,9 +1,9 @@
 #include "LogFile.h"
 
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -51,9 +51,8 @@ void LogFile::StartFragment() {
 
 void LogFile::EndFragment(bool saveFragment) {
     if (fragments.empty()) return;
-    if (!saveFragment) {
-        __fpurge(log);  // what a full disk has kept back must not come after the cut
-        if (ftruncate(fileno(log), fragments.back()) == 0) fseek(log, fragments.back(), SEEK_SET);
+    if (!saveFragment && ftruncate(fileno(log), fragments.back()) == 0) {
+        fseek(log, fragments.back(), SEEK_SET);
     }
     fragments.pop_back();
 }
