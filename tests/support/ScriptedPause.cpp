@@ -1,0 +1,10 @@
+// Makes every pause a line of the scripted conversation, and takes no time: an executable's own
+// nanosleep, which Sleep calls, goes before the C library's.
+#include <ctime>
+
+#include "ScriptedWire.h"
+
+extern "C" int nanosleep(const timespec* request, timespec* /*rest*/) {
+    ScriptedPause(static_cast<std::uint32_t>(request->tv_nsec));
+    return 0;
+}
