@@ -1,6 +1,5 @@
 // Waiting between commands.
 
-#include <cmath>
 #include <cstdlib>
 
 #include "ProcessorInternal.h"
