@@ -1,0 +1,197 @@
+#include "emulator/Line.h"
+
+#include <utility>
+
+namespace emulator {
+
+namespace {
+
+constexpr std::size_t sequenceSize = 2;
+constexpr std::uint16_t lastSequence = 0xFFFE;  // numbers run from 1 to here
+constexpr std::size_t longestBurst = 512;       // more than any frame; the rest is not kept
+
+}  // namespace
+
+Line::Line(WireFamily family, Register& device, std::uint8_t networkId)
+    : wire_(MakeWire(family)),
+      device_(device),
+      networkId_(networkId),
+      powerCycles_(device.PowerCycles()) {}
+
+Bytes Line::Feed(View bytes) {
+    Bytes chunk(bytes.begin(), bytes.end());
+    if (onReceive_) onReceive_(chunk);
+    if (LosePower()) return {};
+    counters_.bytesIn += static_cast<long>(chunk.size());
+    for (std::uint8_t byte : chunk) {
+        if (burst_.size() < longestBurst) burst_.push_back(byte);
+        if (auto reply = TryFrame()) {
+            burst_.clear();
+            if (!reply->empty()) return Sent(std::move(*reply));
+        }
+    }
+    return {};
+}
+
+Bytes Line::Idle() {
+    if (LosePower() || burst_.empty()) return {};
+    // A request that might have been the beginning of the awaited data frame is one after all.
+    auto reply = TryRequest();
+    if (!reply) reply = Unreadable();
+    burst_.clear();
+    return Sent(std::move(*reply));
+}
+
+// True while the register is off. What was going on over the line is forgotten.
+bool Line::LosePower() {
+    if (device_.PowerCycles() != powerCycles_) {
+        powerCycles_ = device_.PowerCycles();
+        burst_.clear();
+        state_ = State::Request;
+    }
+    return !device_.Powered();
+}
+
+Bytes Line::Sent(Bytes reply) {
+    counters_.bytesOut += static_cast<long>(reply.size());
+    if (onSend_ && !reply.empty()) onSend_(reply);
+    return reply;
+}
+
+// --- telling frames apart ------------------------------------------------------------------------
+
+// A request is recognised in every state: whoever has lost an answer begins anew. Only while a data
+// frame is awaited may the same bytes be the beginning of that frame, which the gap decides, or the
+// whole of it, when both are of one size: then a request that would be taken is one.
+std::optional<Bytes> Line::TryFrame() {
+    if (state_ != State::Data || wire_->RequestStandsOut()) {
+        if (auto reply = TryRequest()) return reply;
+    } else if (wire_->DataFrameSize(dataSize_) <= Wire::kRequestSize) {
+        const auto request = wire_->ParseRequest(burst_);
+        if (request && request->networkId == networkId_ && IsKnown(*request))
+            return AcceptRequest(*request);
+    }
+    return TryExpected();
+}
+
+// Where no data frame is awaited, noise in front does not hide a request.
+std::optional<Bytes> Line::TryRequest() {
+    View burst(burst_);
+    if (state_ != State::Data && burst.size() > Wire::kRequestSize)
+        burst = burst.last(Wire::kRequestSize);
+    const auto request = wire_->ParseRequest(burst);
+    if (!request) return std::nullopt;
+    return AcceptRequest(*request);
+}
+
+std::optional<Bytes> Line::TryExpected() {
+    switch (state_) {
+        case State::Request:
+            return std::nullopt;
+        case State::Data:
+            if (auto data = wire_->ParseData(burst_, dataSize_)) {
+                const auto sequence = static_cast<std::uint16_t>((*data)[0] | (*data)[1] << 8);
+                if (sequence == 0 || sequence > lastSequence) return std::nullopt;
+                return AcceptData(*data);
+            }
+            return std::nullopt;
+        case State::EndOfFile:
+            if (!wire_->ParseEof(burst_, total_)) return std::nullopt;
+            ++counters_.endOfFiles;
+            state_ = State::Request;
+            device_.CloseCommand();
+            return Reply(Answer::Ack);
+        case State::StatusAnswer:
+        case State::EofAnswer:
+            if (const auto answer = wire_->ParseAnswer(burst_)) {
+                ++counters_.answers;
+                return AcceptAnswer(*answer);
+            }
+            return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+// --- acting on them ------------------------------------------------------------------------------
+
+bool Line::IsKnown(const Request& request) const {
+    if (request.command == ReadFiscalStatus) return request.direction != Direction::Send;
+    return request.direction != Direction::Read &&
+           PayloadSize(device_.GetModel(), request.command) != kNotACommand;
+}
+
+Bytes Line::AcceptRequest(const Request& request) {
+    state_ = State::Request;
+    if (device_.Busy() || request.networkId.value_or(networkId_) != networkId_)
+        return Reply(Answer::Busy);
+    if (!IsKnown(request)) return Reply(Answer::Nak);
+
+    ++counters_.requests;
+    if (request.command == ReadFiscalStatus) {
+        ++counters_.statusReads;
+        Bytes reply = Reply(Answer::Ack);
+        const Bytes frame = SendStatus();
+        reply.insert(reply.end(), frame.begin(), frame.end());
+        return reply;
+    }
+    command_ = request.command;
+    dataSize_ = sequenceSize + PayloadSize(device_.GetModel(), command_);
+    state_ = State::Data;
+    return Reply(Answer::Ack);
+}
+
+Bytes Line::AcceptData(const Bytes& data) {
+    ++counters_.dataFrames;
+    total_ = wire_->TotalOf(burst_);
+    const auto sequence = static_cast<std::uint16_t>(data[0] | data[1] << 8);
+    const std::size_t judged = device_.Journal().size();
+    const bool accepted = device_.Execute(command_, sequence, View(data).subspan(sequenceSize));
+    if (device_.Journal().size() == judged) ++counters_.repeats;
+    state_ = accepted ? State::EndOfFile : State::Request;
+    return Reply(accepted ? Answer::Ack : Answer::Nak);
+}
+
+Bytes Line::AcceptAnswer(Answer answer) {
+    const bool again = answer == Answer::Nak;
+    if (state_ == State::StatusAnswer) return again ? SendStatus() : SendEof();
+    if (again) return SendEof();
+    state_ = State::Request;
+    return {};
+}
+
+// The line is quiet and what came in is no frame. A data or end-of-file frame is asked for again;
+// an answer is taken for an acknowledgement, as the usual one; everything else is met with silence.
+Bytes Line::Unreadable() {
+    ++counters_.unreadable;
+    // Whoever closes a command whose data never came must not be told that all is well but for
+    // this frame: silence fails the command at the other end.
+    const bool misplacedEof = state_ == State::Data && wire_->IsSomeEof(burst_);
+    if (state_ == State::Request || misplacedEof) return {};
+    if (state_ == State::Data || state_ == State::EndOfFile) return Reply(Answer::Nak);
+    return AcceptAnswer(Answer::Ack);
+}
+
+Bytes Line::Reply(Answer answer) {
+    ++(answer == Answer::Ack ? counters_.acks
+                             : (answer == Answer::Nak ? counters_.naks : counters_.busies));
+    return wire_->BuildAnswer(answer);
+}
+
+Bytes Line::SendStatus() {
+    const std::uint16_t sequence = device_.LastSequence();
+    Bytes data = {static_cast<std::uint8_t>(sequence & 0xFF),
+                  static_cast<std::uint8_t>(sequence >> 8)};
+    const Bytes block = device_.StatusBlock();
+    data.insert(data.end(), block.begin(), block.end());
+    const Bytes frame = wire_->BuildData(data);
+    total_ = wire_->TotalOf(frame);
+    state_ = State::StatusAnswer;
+    return frame;
+}
+
+Bytes Line::SendEof() {
+    state_ = State::EofAnswer;
+    return wire_->BuildEof(total_);
+}
+
+}  // namespace emulator

@@ -1,0 +1,85 @@
+// A register at the end of a line: takes bytes, gives bytes, knows nothing of time or devices.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "emulator/Register.h"
+#include "emulator/Wire.h"
+
+namespace emulator {
+
+/// What came in over the line since the start, and what was answered.
+struct LineCounters {
+    int requests = 0;                    // good requests for this register, status reads included
+    int statusReads = 0;                 // requests for the fiscal status
+    int dataFrames = 0;                  // good data frames, repetitions included
+    int repeats = 0;                     // good data frames that were only acknowledged again
+    int endOfFiles = 0;                  // end-of-file frames that closed a command
+    int answers = 0;                     // good answers to frames of ours
+    int unreadable = 0;                  // bursts that were no frame that could be used
+    int acks = 0, naks = 0, busies = 0;  // answers given
+    long bytesIn = 0, bytesOut = 0;
+
+    bool operator==(const LineCounters&) const = default;
+};
+
+class Line {
+  public:
+    /// The register must outlive the line. networkId is looked at in Ocelot frames only.
+    Line(WireFamily family, Register& device, std::uint8_t networkId = 1);
+
+    /// Bytes from the other end; the reply comes back, empty for silence. A frame is acted on as
+    /// soon as it is complete and good. What follows a frame that was answered in the same call is
+    /// dropped as noise, for the other end waits for the answer before it goes on.
+    Bytes Feed(View bytes);
+
+    /// The line has been quiet for longer than the pause between two bytes of one frame: what has
+    /// come in so far is all of it. The reply comes back, empty for silence.
+    Bytes Idle();
+
+    /// True while a burst has begun that no frame has ended: Idle is owed once the line is quiet.
+    bool Pending() const { return !burst_.empty(); }
+
+    Register& Device() { return device_; }
+    const LineCounters& Counters() const { return counters_; }
+
+    /// Filters that see, and may change, what goes over the line: each chunk before the register
+    /// gets it, each reply before it is returned. For spoiling lines and for recording them.
+    using Filter = std::function<void(Bytes&)>;
+    void OnReceive(Filter filter) { onReceive_ = std::move(filter); }
+    void OnSend(Filter filter) { onSend_ = std::move(filter); }
+
+  private:
+    enum class State { Request, Data, EndOfFile, StatusAnswer, EofAnswer };
+
+    bool LosePower();
+    Bytes Sent(Bytes reply);
+    std::optional<Bytes> TryFrame();
+    std::optional<Bytes> TryRequest();
+    std::optional<Bytes> TryExpected();
+    bool IsKnown(const Request& request) const;
+    Bytes AcceptRequest(const Request& request);
+    Bytes AcceptData(const Bytes& data);
+    Bytes AcceptAnswer(Answer answer);
+    Bytes Unreadable();
+    Bytes Reply(Answer answer);
+    Bytes SendStatus();
+    Bytes SendEof();
+
+    std::unique_ptr<Wire> wire_;
+    Register& device_;
+    std::uint8_t networkId_;
+    int powerCycles_;
+    State state_ = State::Request;
+    Bytes burst_;
+    std::uint8_t command_ = 0;
+    std::size_t dataSize_ = 0;
+    std::uint8_t total_ = 0;  // of the data frame taken in, or of the one sent
+    LineCounters counters_;
+    Filter onReceive_;
+    Filter onSend_;
+};
+
+}  // namespace emulator

@@ -1,0 +1,262 @@
+// The register behind the wire: its memory, its rules and its keyboard.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "emulator/Model.h"
+#include "emulator/Tape.h"
+#include "emulator/Wire.h"
+
+namespace emulator {
+
+/// Money is in hundredths of the home currency, quantities in thousandths, everywhere here.
+using Money = std::int64_t;
+
+/// The positions of the key, as the status block numbers them.
+enum class Keylock : std::uint8_t { Z = 0, Off = 1, Reg = 2, X = 3 };
+
+/// Result codes of a command, as the status block names them (50 travels as FFh).
+namespace result {
+constexpr std::uint8_t Ok = 0;
+constexpr std::uint8_t ReceiptPaperEnd = 1;
+constexpr std::uint8_t JournalPaperEnd = 2;
+constexpr std::uint8_t PrinterError = 3;
+constexpr std::uint8_t FiscalCommandError = 50;
+}  // namespace result
+
+struct Plu {
+    std::uint64_t number;  // 1 to 13 digits
+    std::string name;      // UTF-8
+    Money price;           // used when a sale brings none
+    int department;
+};
+
+struct RegisterConfig {
+    const Model* model = nullptr;  // required
+    std::uint8_t language = 0;
+    bool cashierSystem = false;  // on: entering fiscal mode needs a cashier from 1 to 99
+    int departments = 99;        // 1 to this many may be sold from
+    std::vector<Plu> plus = DefaultPlus();
+    Money drawerCash = 10000;       // cash in the drawer at the start
+    std::uint32_t lastReceipt = 0;  // number of the last receipt before this start
+    std::array<std::int64_t, 4> foreignRates = {
+        10000, 9000, 12500, 5000};  // home money for one
+                                    // unit of currency 1 to 4, in ten-thousandths
+    std::vector<std::string> header = {"EMULATED REGISTER"};  // on top of every receipt
+
+    static std::vector<Plu> DefaultPlus();
+};
+
+/// One command as the register judged it. A repeated data frame that is only acknowledged again
+/// leaves no entry.
+struct Acted {
+    std::uint8_t command;
+    Bytes payload;  // without the sequence number
+    std::uint16_t sequence;
+    bool accepted;  // false: refused, nothing was changed or printed
+    std::uint8_t result;
+
+    bool operator==(const Acted&) const = default;
+};
+
+/// Totals since the last Z report.
+struct DayTotals {
+    Money sales = 0;      // net of returns, adjustments, tickets and coupons; closed receipts only
+    Money discounts = 0;  // sums of what was taken off or put on, as positive numbers
+    Money markups = 0;
+    Money returns = 0;
+    Money tickets = 0;
+    Money coupons = 0;
+    Money receivedOnAccount = 0;  // home money; foreign converted
+    Money paidOut = 0;
+    std::array<Money, 8> media = {};  // taken by tender, change already given back from cash
+    std::map<int, Money> departments;
+    int receipts = 0;
+
+    bool operator==(const DayTotals&) const = default;
+};
+
+/// What a key press came to.
+enum class KeyResult { Done, PoweredOff, KeyboardBlocked, WrongKey, NoReceipt, NoPaper, NoCash };
+const char* KeyResultText(KeyResult result);
+
+class Register {
+  public:
+    /// config.model must be set; throws std::invalid_argument when it is not.
+    explicit Register(RegisterConfig config);
+
+    const RegisterConfig& Config() const { return config_; }
+    const Model& GetModel() const { return *config_.model; }
+
+    // --- the wire's side -----------------------------------------------------------------------
+
+    /// A data frame of a command came in; true is ACK, false is NAK. Acts at once. The very command
+    /// that was accepted last (same code, payload and sequence number) is acknowledged again and
+    /// not acted on again until CloseCommand.
+    bool Execute(std::uint8_t command, std::uint16_t sequence, View payload);
+
+    /// The command's end-of-file frame came in: from now on the same frame is a new command.
+    void CloseCommand() { open_.reset(); }
+
+    /// The 15 bytes of the fiscal status.
+    Bytes StatusBlock() const;
+
+    /// Sequence number of the last data frame that was judged; 0 before the first.
+    std::uint16_t LastSequence() const { return lastSequence_; }
+
+    // --- the operator's side -------------------------------------------------------------------
+
+    /// Pays the rest of the open receipt in cash and closes it. The keyboard is blocked while in
+    /// fiscal mode. Clears the last result on success.
+    KeyResult FinishReceipt();
+    /// Turning the key clears the last result.
+    void SetKeylock(Keylock position);
+    /// Putting paper in, or mending the printer, clears the last result when that was its reason.
+    void SetReceiptPaper(bool present);
+    void SetJournalPaper(bool present);
+    void SetPrinterFault(bool broken);
+    /// Memory is kept; the line is deaf and silent while off and forgets what it was doing.
+    void PowerOff();
+    void PowerOn();
+
+    // --- faults on demand ----------------------------------------------------------------------
+
+    /// The next command (not a repetition) is refused with this result code, 1 to 99.
+    void RefuseNext(std::uint8_t resultCode) { refuseNext_ = resultCode; }
+    /// While set, every request is answered by BSY.
+    void SetBusy(bool busy) { busy_ = busy; }
+
+    // --- looking in ----------------------------------------------------------------------------
+
+    bool Powered() const { return powered_; }
+    int PowerCycles() const { return powerCycles_; }  // times that it was switched off
+    bool Busy() const { return busy_; }
+    Keylock GetKeylock() const { return keylock_; }
+    bool InFiscalMode() const { return fiscalMode_; }
+    bool ReceiptInProgress() const { return receipt_.has_value(); }
+    /// Of the receipt in progress, else of the last receipt or cash slip.
+    std::uint32_t ReceiptNumber() const { return receiptNumber_; }
+    /// What is still to pay on the open receipt (negative: to pay back); 0 when none is open.
+    Money Subtotal() const;
+    std::uint8_t LastResult() const { return lastResult_; }
+    std::uint8_t Cashier() const { return cashier_; }
+    /// What the drawer holds in home money of medium 1 (cash) to 8.
+    Money Drawer(int medium) const { return drawer_.at(static_cast<std::size_t>(medium - 1)); }
+    /// What the drawer holds of currency 1 to 4 in medium 1 to 8, in hundredths of that currency.
+    Money ForeignDrawer(int currency, int medium) const;
+    int DrawerOpenings() const { return drawerOpenings_; }
+    const DayTotals& Totals() const { return totals_; }
+    int ZReports() const { return zReports_; }
+    bool DisplayOn() const { return displayOn_; }
+    /// What the customer display shows; empty while it is off.
+    std::string Display() const { return displayOn_ ? displayText_ : std::string(); }
+    bool HasReceiptPaper() const { return receiptPaper_; }
+    bool HasJournalPaper() const { return journalPaper_; }
+    bool PrinterBroken() const { return printerBroken_; }
+
+    /// Every command that was judged, in order.
+    const std::vector<Acted>& Journal() const { return journal_; }
+    Tape& Paper() { return tape_; }
+    const Tape& Paper() const { return tape_; }
+
+  private:
+    struct Item {
+        Money amount = 0;  // signed: a return is negative
+        int department = 0;
+    };
+    struct Receipt {
+        std::vector<Item> items;
+        Money total = 0;  // items, adjustments, tickets and coupons
+        Money paid = 0;
+        bool totalled = false;  // an adjustment goes to the sale, not to the last item
+        bool paying = false;    // a part payment was taken
+        DayTotals sums;         // goes into the day when the receipt closes
+    };
+    struct OpenCommand {
+        std::uint8_t command;
+        std::uint16_t sequence;
+        Bytes payload;
+    };
+    struct Payment {
+        int currency = 0;  // 0 is the home currency
+        int medium = 1;
+        Money amount = 0;  // in that currency
+        Money value = 0;   // in home money
+        Money change = 0;  // given back in cash
+    };
+    using Handler = std::uint8_t (Register::*)(std::uint8_t, View);
+    struct Rule;
+    static const Rule* FindRule(std::uint8_t command);
+
+    std::uint8_t Judge(std::uint8_t command, View payload);
+    std::uint8_t PrinterState() const;
+
+    std::uint8_t DoEnter(std::uint8_t command, View payload);
+    std::uint8_t DoExit(std::uint8_t command, View payload);
+    std::uint8_t DoComment(std::uint8_t command, View payload);
+    std::uint8_t DoDepartment(std::uint8_t command, View payload);
+    std::uint8_t DoPlu(std::uint8_t command, View payload);
+    std::uint8_t DoAdjustment(std::uint8_t command, View payload);
+    std::uint8_t DoTotal(std::uint8_t command, View payload);
+    std::uint8_t DoTender(std::uint8_t command, View payload);
+    std::uint8_t DoShowInfo(std::uint8_t command, View payload);
+    std::uint8_t DoOpenDrawer(std::uint8_t command, View payload);
+    std::uint8_t DoCashMovement(std::uint8_t command, View payload);
+    std::uint8_t DoReport(std::uint8_t command, View payload);
+    std::uint8_t DoBarcode(std::uint8_t command, View payload);
+    std::uint8_t DoTicket(std::uint8_t command, View payload);
+
+    Money Convert(int currency, Money foreign) const;
+    std::uint8_t SellItem(const std::string& name, int department, std::int64_t quantity,
+                          Money price, bool back);
+    bool FitsTotal(Money change) const;
+    void NextNumber();
+    void OpenReceipt();
+    std::optional<Payment> ReadPayment(bool foreign, View payload) const;
+    bool DrawerAllows(const Payment& payment) const;
+    Money& DrawerOf(const Payment& payment);
+    void Pay(const Payment& payment);
+    void CloseReceipt();
+    void PrintNumber(const char* what);
+    void PrintPayment(const Payment& payment);
+    void PrintDailyReport(bool closing);
+    void PrintDrawerReport();
+    void Show(const std::string& text) { displayText_ = text; }
+
+    RegisterConfig config_;
+    Tape tape_;
+    bool powered_ = true;
+    int powerCycles_ = 0;
+    bool busy_ = false;
+    Keylock keylock_ = Keylock::Reg;
+    bool fiscalMode_ = false;
+    std::uint8_t cashier_ = 0;
+    std::optional<Receipt> receipt_;
+    std::uint32_t receiptNumber_;
+    std::array<Money, 8> drawer_ = {};
+    std::array<std::array<Money, 8>, 4> foreignDrawer_ = {};
+    int drawerOpenings_ = 0;
+    DayTotals totals_;
+    int zReports_ = 0;
+    std::optional<Slip> lastReceiptSlip_;
+    bool displayOn_ = false;
+    std::string displayText_;
+    bool receiptPaper_ = true;
+    bool journalPaper_ = true;
+    bool printerBroken_ = false;
+    std::optional<std::uint8_t> refuseNext_;
+    std::uint8_t lastResult_ = result::Ok;
+    std::uint16_t lastSequence_ = 0;
+    std::optional<OpenCommand> open_;
+    std::vector<Acted> journal_;
+};
+
+/// Hundredths as text: 1250 is "12.50", -5 is "-0.05".
+std::string MoneyText(Money amount);
+
+}  // namespace emulator

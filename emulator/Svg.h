@@ -1,0 +1,17 @@
+// A slip of paper drawn as an SVG picture.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "emulator/Tape.h"
+
+namespace emulator {
+
+/// The slip, one unit of the picture to a printer dot, 12 dots to a character. Text is fixed-width;
+/// every dot of a barcode's raster is drawn over the barcode's height (neighbouring dots as one
+/// rectangle), its blank margins are kept, and its text line stands below.
+/// lineLength: printed characters per line of the model.
+std::string RenderSvg(const Slip& slip, std::size_t lineLength);
+
+}  // namespace emulator
