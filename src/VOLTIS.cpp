@@ -101,9 +101,21 @@ void Run(int argc, char* argv[]) {
     Dispatch(line, ResultFileBeside(line.cmdFile, resultFile));
 }
 
+/// For what the process does on its way out: without memory, what cannot be logged is not, and the
+/// process still ends in order.
+template <typename Action>
+void AsFarAsPossible(Action action) {
+    try {
+        action();
+    } catch (DriverException* failure) {
+        delete failure;
+    } catch (...) {  // the exit code is what counts now
+    }
+}
+
 /// An error never leaves exit code 0.
-void EndFailedRun(const std::string& message) {
-    AppController::LogMessage(ALL_LOGS, message, true);
+void EndFailedRun(const char* message) {
+    AsFarAsPossible([&] { AppController::LogMessage(ALL_LOGS, message, true); });
     if (GetPRC() == 0) State = STATE_EXECUTE;
     noErrors = false;
 }
@@ -133,6 +145,10 @@ std::string SuccessText(bool oldFormat) {
            "\nSubtotal=" + subtotal;
 }
 
+std::string WithResultLine(bool oldFormat, int resultCode, const std::string& text) {
+    return Format(oldFormat ? "%d\n" : "[VOLTIS]\nResultCode=%d\n", resultCode) + text;
+}
+
 /// False for an EXIT file, which ends the run without a result.
 bool RunCommandFile(const std::string& cmdFile, bool oldFormat, std::string& text) {
     State = STATE_SYNCHECK;
@@ -151,7 +167,9 @@ bool RunCommandFile(const std::string& cmdFile, bool oldFormat, std::string& tex
     } else {
         FiscalCommandProcessor_Execute(file);
     }
-    text = SuccessText(oldFormat);
+    // Whole before all is well: who ran out of memory afterwards would end with 2, which says that
+    // nothing was printed.
+    text = WithResultLine(oldFormat, 0, SuccessText(oldFormat));
     DisconnectFromEcr();
     State = STATE_READY;
     return true;
@@ -177,12 +195,10 @@ std::string EndFailedCommandFile(const DriverException& failure, const std::stri
     }
     LogFailureOf(DisconnectFromEcr);
     noErrors = false;
-    if (oldFormat) return failure.Message;
-    return "Message=" + failure.Message + "\nErrorCode=" + std::to_string(failure.ErrorCode);
-}
-
-std::string ResultLine(bool oldFormat) {
-    return Format(oldFormat ? "%d\n" : "[VOLTIS]\nResultCode=%d\n", GetPRC());
+    const std::string text = oldFormat ? failure.Message
+                                       : "Message=" + failure.Message +
+                                             "\nErrorCode=" + std::to_string(failure.ErrorCode);
+    return WithResultLine(oldFormat, GetPRC(), text);
 }
 
 }  // namespace
@@ -197,14 +213,17 @@ void Execute(const std::string& cmdFile, const std::string& resultFile) {
         const std::unique_ptr<DriverException> failure(caught);
         text = EndFailedCommandFile(*failure, cmdFile, oldFormat);
     }
-    CreateResultFile(resultFile, ResultLine(oldFormat) + text);
+    CreateResultFile(resultFile, text);
 }
 
 void CreateResultFile(const std::string& fileName, const std::string& text) {
     if (fileName.empty()) return;
     FILE* file = fopen(fileName.c_str(), "wt");
     if (file == nullptr) {
-        AppController::LogMessage(DBG_LOG, "Unable to create result file '" + fileName + "'", true);
+        AsFarAsPossible([&] {
+            AppController::LogMessage(DBG_LOG, "Unable to create result file '" + fileName + "'",
+                                      true);
+        });
         return;
     }
     fprintf(file, "%s", text.c_str());
@@ -248,10 +267,10 @@ int GetPRC() {
 }
 
 void ExitDriver() {
-    AppController::Stop();
+    AsFarAsPossible(AppController::Stop);
     if (markerFile != nullptr) {
         fclose(markerFile);
-        DeleteFile(markerFileName);
+        AsFarAsPossible([] { DeleteFile(markerFileName); });
     }
     exit(GetPRC());
 }
@@ -261,7 +280,7 @@ int main(int argc, char* argv[]) {
         Run(argc, argv);
     } catch (DriverException* caught) {
         const std::unique_ptr<DriverException> failure(caught);
-        EndFailedRun(failure->Message);
+        EndFailedRun(failure->Message.c_str());
     } catch (...) {
         EndFailedRun("Unexpected error");
     }

@@ -1,0 +1,74 @@
+// A shop: a register (the emulated one) on the first serial line, the shop's configuration, a
+// folder with command files, and runs of the shipped driver, unmodified, in a sandbox that gives it
+// its real paths.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "emulator/Line.h"
+#include "emulator/PtyServer.h"
+#include "support/TempDir.h"
+
+/// What one run left behind.
+struct RunOutcome {
+    int exitCode = -1;                  ///< 128 + n when signal n ended the driver
+    std::string out;                    ///< standard output
+    std::optional<std::string> result;  ///< "result.txt" in the shop's folder, when it was written
+    std::string stdLog, dbgLog;         ///< the whole logs; empty when there is none
+    std::vector<std::string> tape;      ///< the lines printed in this run
+    std::vector<emulator::Acted> journal;  ///< what the register judged in this run
+};
+
+class Shop {
+  public:
+    /// A register of that model, on a line that speaks the frames of the model.
+    explicit Shop(std::string_view model = "ocelot", std::uint8_t version = 2);
+    explicit Shop(emulator::RegisterConfig config);
+    Shop(emulator::RegisterConfig config, emulator::WireFamily family);
+
+    /// The configuration of the next runs. To begin with: the serial line and the frames that fit
+    /// the register, ResultFileName=result.txt, both logs always kept, everything else by default.
+    Shop& Ini(const std::string& key, const std::string& value);
+    Shop& WithoutIni(const std::string& key);
+    Shop& WithoutIniFile();
+
+    /// The working directory of the next runs: a folder in the shop's folder, or an absolute path.
+    Shop& WorkIn(const std::string& folder);
+    /// Further arguments for the sandbox of the next runs, applied last.
+    Shop& Sandbox(const std::vector<std::string>& bwrapArguments);
+
+    /// Runs the driver with these arguments to its end, with the register at work. A result file of
+    /// an earlier run is removed first. Anything on standard error fails the test.
+    RunOutcome Run(const std::vector<std::string>& arguments);
+    /// Writes the commands to "cmd.txt" in the shop's folder and runs the driver with it there.
+    RunOutcome Execute(const std::string& commands);
+
+    const TempDir& Folder() const { return folder_; }
+    const TempDir& Logs() const { return logs_; }
+
+    /// The register, to be looked at, or spoilt, between two runs.
+    emulator::Register& Device() { return device_; }
+    /// What goes over the line; filters are called in the course of a run, from another thread.
+    emulator::Line& Line() { return line_; }
+
+  private:
+    void WriteIni() const;
+    RunOutcome RunServed(const std::vector<std::string>& command);
+
+    TempDir folder_;
+    TempDir logs_;
+    TempDir config_;
+    std::optional<std::map<std::string, std::string>> ini_;
+    std::string workDir_;
+    std::vector<std::string> bwrapArguments_;
+    emulator::Register device_;
+    emulator::Line line_;
+    emulator::PtyServer server_;
+};
+
+/// A register with everything by default.
+emulator::RegisterConfig RegisterOf(std::string_view model, std::uint8_t version = 2);
