@@ -1,0 +1,34 @@
+# Installing what a script needs from the distribution; meant to be sourced.
+
+# Runs a command with the rights to install: as it is for root, with sudo otherwise.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        echo "Neither root nor sudo: please install as root: $*" >&2
+        return 1
+    fi
+}
+
+package_installed() {
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# need_packages NAME...: installs those that are missing, and asks for nothing when none is.
+need_packages() {
+    if ! command -v dpkg-query >/dev/null; then
+        echo "Not a Debian system; these packages or their likes are needed: $*" >&2
+        return 0
+    fi
+    local package missing=()
+    for package in "$@"; do
+        package_installed "$package" || missing+=("$package")
+    done
+    [ "${#missing[@]}" -gt 0 ] || return 0
+    echo "Installing ${missing[*]} ..."
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends \
+        "${missing[@]}"
+}

@@ -1,0 +1,55 @@
+#include "tools/Commands.h"
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <vector>
+
+#include "tools/Emulate.h"
+#include "tools/Try.h"
+
+namespace {
+
+constexpr int exitUnable = 3;
+
+using Action = std::function<int()>;
+
+struct SubCommand {
+    const char* name;
+    const char* summary;
+    Action (*bind)(CLI::App& command);  // adds the options; the action is run after the parsing
+};
+
+// A new sub-command is a row here and a unit that binds its options.
+constexpr SubCommand subCommands[] = {
+    {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
+    {"try", "Run the driver on command files against an emulated register", BindTry},
+};
+
+int Report(const std::exception& failure) {
+    std::cerr << "voltisctl: " << failure.what() << std::endl;
+    return exitUnable;
+}
+
+}  // namespace
+
+int RunVoltisctl(int argc, char** argv) {
+    CLI::App app("The companion of the fiscal printer driver: an emulated register on the desk.",
+                 "voltisctl");
+    app.require_subcommand(0, 1);  // none is told below, after a word that is no sub-command
+    Action chosen;
+    for (const SubCommand& row : subCommands) {
+        CLI::App* command = app.add_subcommand(row.name, row.summary);
+        command->callback([&chosen, action = row.bind(*command)] { chosen = action; });
+    }
+    try {
+        app.parse(argc, argv);
+        if (!chosen) throw CLI::RequiredError("A sub-command");
+        return chosen();
+    } catch (const CLI::ParseError& wrong) {
+        return app.exit(wrong);
+    } catch (const std::exception& failure) {
+        return Report(failure);
+    }
+}

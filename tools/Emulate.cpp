@@ -1,0 +1,115 @@
+#include "tools/Emulate.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "emulator/Line.h"
+#include "emulator/PtyServer.h"
+#include "emulator/Register.h"
+#include "tools/Console.h"
+#include "tools/Interrupts.h"
+#include "tools/Pictures.h"
+#include "tools/RegisterOptions.h"
+
+using emulator::PtyServer;
+using emulator::Register;
+
+namespace {
+
+constexpr char footer[] =
+    "The first line printed is the pseudo terminal's path, the rest is the tape. The driver opens\n"
+    "/dev/ttyS<n> and nothing else, n being ComNumber - 1. So either let `voltisctl try` bind a\n"
+    "register there, or, as root, put a link in the place of a port that the machine does not\n"
+    "have and set ComNumber to match, by `ln -sf PTY /dev/ttyS9` or, kept up to date, by\n"
+    "    voltisctl emulate --link /dev/ttyS9        # ComNumber=10\n"
+    "Lines understood on standard input: finish, key reg, key off, paper out, paper in,\n"
+    "power off, power on, status, help. SIGINT or SIGTERM ends the register and removes the link.";
+
+struct EmulateOptions {
+    RegisterOptions device;
+    std::string link;
+    std::string svgFolder;
+};
+
+void Say(const std::string& text) {
+    std::cout << text << std::endl;
+}
+
+// Cuts what is typed into lines; false at the end of the input.
+class Keyboard {
+  public:
+    explicit Keyboard(Register& device) : device_(device) {}
+
+    bool Read() {
+        std::array<char, 512> block{};
+        const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
+        if (count <= 0) return count < 0 && (errno == EAGAIN || errno == EINTR);
+        typed_.append(block.data(), static_cast<size_t>(count));
+        for (size_t end = 0; (end = typed_.find('\n')) != std::string::npos;) {
+            Answer(typed_.substr(0, end));
+            typed_.erase(0, end + 1);
+        }
+        return true;
+    }
+
+  private:
+    void Answer(const std::string& line) {
+        const std::string answer = Obey(device_, line);
+        if (!answer.empty()) Say(answer);
+    }
+
+    Register& device_;
+    std::string typed_;
+};
+
+int Emulate(const EmulateOptions& options) {
+    Interrupts interrupts;
+    Register device(ConfigFor(options.device));
+    emulator::Line line(FramesFor(options.device), device);
+    emulator::PtyOptions pty;
+    pty.link = options.link;
+    PtyServer server(line, pty);
+    const std::unique_ptr<PictureFolder> pictures =
+        options.svgFolder.empty()
+            ? nullptr
+            : std::make_unique<PictureFolder>(options.svgFolder, device.GetModel().lineLength);
+    Keyboard keyboard(device);
+    device.Paper().OnLine([&](const std::string& text) {
+        Say(text);
+        if (!std::cout) server.Stop();  // nobody reads the tape any more
+    });
+    device.Paper().OnSlip([&](const emulator::Slip& slip) {
+        if (pictures) pictures->Add(slip);
+    });
+    server.Watch(interrupts.Fd(), [&] {
+        interrupts.Take();
+        server.Stop();
+        return true;
+    });
+    if (fcntl(STDIN_FILENO, F_GETFD) != -1) {
+        server.Watch(STDIN_FILENO, [&] { return keyboard.Read(); });
+    }
+    Say(server.SlavePath());
+    server.Run();
+    return 0;
+}
+
+}  // namespace
+
+std::function<int()> BindEmulate(CLI::App& command) {
+    const auto options = std::make_shared<EmulateOptions>();
+    AddRegisterOptions(command, options->device);
+    command.add_option("--link", options->link, "Keep a symbolic link to the pseudo terminal here")
+        ->type_name("PATH");
+    command
+        .add_option("--svg", options->svgFolder,
+                    "Draw every receipt into a file of its own in this folder")
+        ->type_name("FOLDER");
+    command.footer(footer);
+    return [options] { return Emulate(*options); };
+}

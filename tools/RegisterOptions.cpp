@@ -1,0 +1,47 @@
+#include "tools/RegisterOptions.h"
+
+#include <set>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+const std::vector<std::string> frameFamilies = {"ocelot", "margay"};
+
+std::vector<std::string> ModelNames() {
+    std::vector<std::string> names;
+    std::set<std::string> seen;
+    for (const emulator::Model& model : emulator::Models()) {
+        if (seen.insert(std::string(model.name)).second) names.emplace_back(model.name);
+    }
+    return names;
+}
+
+}  // namespace
+
+void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
+    command.add_option("--model", options.model, "The register's model")
+        ->check(CLI::IsMember(ModelNames()))
+        ->capture_default_str();
+    command
+        .add_option("--protocol", options.protocol, "Its fiscal protocol version (margay: only 2)")
+        ->check(CLI::IsMember({1, 2}))
+        ->capture_default_str();
+    command.add_option("--frames", options.frames, "The frames that it speaks")
+        ->check(CLI::IsMember(frameFamilies))
+        ->capture_default_str();
+}
+
+emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
+    emulator::RegisterConfig config;
+    config.model = emulator::FindModel(options.model, static_cast<std::uint8_t>(options.protocol));
+    if (config.model == nullptr) {
+        throw std::runtime_error("there is no " + options.model + " with protocol version " +
+                                 std::to_string(options.protocol));
+    }
+    return config;
+}
+
+emulator::WireFamily FramesFor(const RegisterOptions& options) {
+    return options.frames == "margay" ? emulator::WireFamily::Margay : emulator::WireFamily::Ocelot;
+}

@@ -1,0 +1,21 @@
+// The options that choose the emulated register, the same for every sub-command.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "emulator/Line.h"
+#include "emulator/Register.h"
+
+struct RegisterOptions {
+    std::string model = "ocelot";
+    int protocol = 2;
+    std::string frames = "ocelot";
+};
+
+void AddRegisterOptions(CLI::App& command, RegisterOptions& options);
+
+/// A register of that model. std::runtime_error: the model has no such protocol version.
+emulator::RegisterConfig ConfigFor(const RegisterOptions& options);
+
+emulator::WireFamily FramesFor(const RegisterOptions& options);

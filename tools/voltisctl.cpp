@@ -1,0 +1,5 @@
+#include "tools/Commands.h"
+
+int main(int argc, char** argv) {
+    return RunVoltisctl(argc, argv);
+}
