@@ -39,6 +39,10 @@ struct CommandRow {
 constexpr CommandRow commands[] = {
     {"SALE", [](FiscalCommand& cmd) { SaleReturn(cmd, true); }},
     {"RETURN", [](FiscalCommand& cmd) { SaleReturn(cmd, false); }},
+    {"DISCOUNT", [](FiscalCommand& cmd) { DiscountMarkup(cmd, true); }},
+    {"MARKUP", [](FiscalCommand& cmd) { DiscountMarkup(cmd, false); }},
+    {"TICKET", TicketCoupon},
+    {"COUPON", TicketCoupon},
     {"RCV_ON_ACC",
      [](FiscalCommand& cmd) {
          TenderInEitherCurrency(cmd, CMD_RECIEVED_ON_ACCOUNT, CMD_RECIEVED_FOREIGN);
@@ -56,6 +60,9 @@ constexpr CommandRow commands[] = {
     {"DISPLAY_OFF", [](FiscalCommand&) { DisplayOff(); }},
     {"SHOW_TOTAL", ShowTotal},
     {"SHOW_SUBTOTAL", ShowTotal},
+    {"PAUSE", Pause},
+    {"CONTINUE", [](FiscalCommand&) { Continue(); }},
+    {"CONTINUE_MANUALLY", [](FiscalCommand&) { ContinueManually(); }},
     {"OPEN_DRAWER", [](FiscalCommand&) { OpenCashDrawer(); }},
     {"REPORT", Report},
     {"EXIT", [](FiscalCommand&) { exitServerMode = true; }},
@@ -229,6 +236,12 @@ void FailOnReceipInProgress() {
     if (!ECR_Status().receiptInProgress) return;
     cmdError = true;
     Fail(250, GetEcrErrorMessage(CRC_LAST_FISCAL_CMD_ERROR));
+}
+
+std::vector<std::string_view> KnownCommands() {
+    std::vector<std::string_view> names;
+    for (const CommandRow& row : commands) names.push_back(row.name);
+    return names;
 }
 
 bool InCheckPass() {

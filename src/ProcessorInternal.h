@@ -2,6 +2,9 @@
 // units and their tests only.
 #pragma once
 
+#include <string_view>
+#include <vector>
+
 #include "ECR.h"
 #include "FiscalCommandProcessor.h"
 
@@ -23,6 +26,9 @@ extern const BYTE codePage_ECR[codePageLetterCount];
 /// The largest money amount and quantity as digits: 999999.99 and 999.999.
 inline constexpr std::uint64_t maxMoneyDigits = 99999999;
 inline constexpr std::uint64_t maxQuantityDigits = 999999;
+
+/// The names in the dispatcher's table, in its order.
+std::vector<std::string_view> KnownCommands();
 
 /// The one "unless in the check pass": sends a receipt command in the executing pass only.
 void SendUnlessChecking(BYTE cmd, const BUF& payload);
@@ -59,3 +65,15 @@ void PrintComment(const std::string& text);
 void LastReceiptCopy();
 
 void Pause(FiscalCommand& cmd);
+
+// Receipts over several files. They set their flags whatever State is.
+void Continue();
+void ContinueManually();
+
+// Discounts, markups, tickets and coupons.
+void DiscountMarkup(FiscalCommand& cmd, bool discount);
+/// 1 for an item, 2 for the whole sale.
+BYTE GetDiscountMarkupType(FiscalCommand& cmd);
+void TicketCoupon(FiscalCommand& cmd);
+
+void Barcode(FiscalCommand& cmd);
