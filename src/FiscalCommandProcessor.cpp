@@ -65,6 +65,7 @@ constexpr CommandRow commands[] = {
     {"CONTINUE_MANUALLY", [](FiscalCommand&) { ContinueManually(); }},
     {"OPEN_DRAWER", [](FiscalCommand&) { OpenCashDrawer(); }},
     {"REPORT", Report},
+    {"BARCODE", Barcode},
     {"EXIT", [](FiscalCommand&) { exitServerMode = true; }},
     {"GET_STATUS", [](FiscalCommand&) {}},  // the caller reads the status
 };

@@ -1,0 +1,15 @@
+// What a barcode looks like on paper, found without the driver's code: one character per module or
+// per dot, '#' where a bar is burnt.
+#pragma once
+
+#include <string>
+
+#include "Buf.h"
+
+/// The library's description of the bars, module by module, the first space included.
+std::string Modules(const std::string& partial);
+/// The paper of width dots: every module a whole number of dots wide, as many as leave margin dots
+/// at each side, centred; an odd dot is blank on the right.
+std::string Drawn(const std::string& partial, std::size_t width, std::size_t margin);
+/// The paper that a raster line burns.
+std::string Dots(const BUF& line);
