@@ -167,8 +167,9 @@ void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand) {
     BYTE result = NAK;
     while (result != ACK) {
         SendDataSendRequest(cmd);
+        const BUF frame = BuildDataFrame(payload);  // before State tells that it went out
         if (fiscalCommand) State = STATE_CMDSENT;
-        result = SendFrameAndReadResponse(BuildDataFrame(payload));
+        result = SendFrameAndReadResponse(frame);
         troubles.Note(result);
         if (result == ACK) SendEof();
         ecrStatusValid = false;

@@ -1,0 +1,208 @@
+#include "DriverRun.h"
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "FiscalCommandProcessor.h"
+#include "Globals.h"
+#include "IniFile.h"
+#include "VOLTIS.h"
+
+namespace faults {
+
+using emulator::Register;
+using emulator::WireFamily;
+
+namespace {
+
+constexpr std::uint32_t receiptsBefore = 41;
+
+}  // namespace
+
+std::string IniText(WireFamily family) {
+    return std::string("[VOLTIS]\nProtocolFormatting=") +
+           (family == WireFamily::Margay ? "1\n" : "0\n");
+}
+
+Shop::Shop(WireFamily family, const std::string& commands) {
+    folder_.Write("cmd.txt", commands);
+    folder_.Write("voltis.ini", IniText(family));
+}
+
+RunFiles Shop::Files() const {
+    return {folder_.File("cmd.txt"), folder_.File("voltis.ini"),
+            folder_.File("result" + std::to_string(getpid()) + ".txt")};
+}
+
+emulator::RegisterConfig DefaultRegister(WireFamily family) {
+    emulator::RegisterConfig config;
+    config.model = emulator::FindModel(family == WireFamily::Margay ? "margay" : "ocelot", 2);
+    config.lastReceipt = receiptsBefore;
+    return config;
+}
+
+Told RunDriver(const RunFiles& files) {
+    Told told;
+    IniFile::SetFile(files.iniFile, false);
+    IniFile::SetSection(sectionName, false);
+    try {
+        FiscalCommandProcessor_Initialize();
+        Execute(files.commandFile, files.resultFile);
+    } catch (...) {
+        told.escaped = true;
+    }
+    told.exitCode = GetPRC();
+    told.result = ReadWholeFile(files.resultFile);
+    unlink(files.resultFile.c_str());
+    return told;
+}
+
+std::string ResultValue(const std::string& result, const std::string& name) {
+    const std::size_t begin = result.find("\n" + name + "=");
+    if (begin == std::string::npos) return "";
+    const std::size_t value = begin + name.size() + 2;
+    return result.substr(value, result.find('\n', value) - value);
+}
+
+Actions ActionsOf(const Register& device) {
+    Actions actions;
+    for (const emulator::Acted& acted : device.Journal()) {
+        const bool mode =
+            acted.command == emulator::EnterFiscalMode || acted.command == emulator::ExitFiscalMode;
+        if (acted.accepted && !mode) actions.push_back({acted.command, acted.payload});
+    }
+    return actions;
+}
+
+namespace {
+
+/// In shared memory, filled by the child.
+struct HealthyNotes {
+    bool perfect;
+    char message[200];
+    std::size_t bytesToRegister, bytesToDriver;
+    std::size_t journalSize;
+    std::uint8_t journal[4096];  // command, size of the parameters, parameters
+};
+
+void NoteHealthy(const Told& told, FaultyLine& line, HealthyNotes& notes) {
+    const Register& device = line.Device();
+    notes.perfect =
+        told.exitCode == 0 && !told.escaped && !line.Forged().Any() &&
+        ResultValue(told.result, "Message") == "OK" &&
+        ResultValue(told.result, "LastReceiptNo") == std::to_string(device.ReceiptNumber());
+    told.result.copy(notes.message, sizeof notes.message - 1);
+    notes.bytesToRegister = line.Plan().Sent(Direction::ToRegister);
+    notes.bytesToDriver = line.Plan().Sent(Direction::ToDriver);
+    for (const Action& action : ActionsOf(device)) {
+        if (notes.journalSize + 2 + action.payload.size() > sizeof notes.journal) abort();
+        notes.journal[notes.journalSize++] = action.command;
+        notes.journal[notes.journalSize++] = static_cast<std::uint8_t>(action.payload.size());
+        for (std::uint8_t byte : action.payload) notes.journal[notes.journalSize++] = byte;
+    }
+}
+
+HealthyRun Unfold(const HealthyNotes& notes) {
+    HealthyRun run{{}, notes.bytesToRegister, notes.bytesToDriver};
+    for (std::size_t at = 0; at < notes.journalSize;) {
+        const std::uint8_t* parameters = &notes.journal[at + 2];
+        const std::size_t size = notes.journal[at + 1];
+        run.actions.push_back({notes.journal[at], {parameters, parameters + size}});
+        at += 2 + size;
+    }
+    return run;
+}
+
+}  // namespace
+
+HealthyRun RunHealthy(const Shop& shop, WireFamily family) {
+    void* shared = mmap(nullptr, sizeof(HealthyNotes), PROT_READ | PROT_WRITE,
+                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) {
+        perror("mmap");
+        exit(EXIT_FAILURE);
+    }
+    auto* notes = static_cast<HealthyNotes*>(shared);
+    const pid_t child = fork();
+    if (child == 0) {
+        TheLine() = std::make_unique<FaultyLine>(family, DefaultRegister(family), FaultPlan());
+        NoteHealthy(RunDriver(shop.Files()), *TheLine(), *notes);
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    HealthyRun run = Unfold(*notes);
+    if (!notes->perfect || run.actions.empty()) {
+        fprintf(stderr, "The run without faults is not perfect: %s\n", notes->message);
+        exit(EXIT_FAILURE);
+    }
+    munmap(shared, sizeof(HealthyNotes));
+    return run;
+}
+
+int MostFrames(std::size_t commands) {
+    constexpr int retries = 3;                               // of each kind
+    constexpr int request = retries + 1;                     // repeated while nothing comes back
+    constexpr int statusRead = request + 2 * (retries + 1);  // an answer to each frame that came
+    constexpr int attempts = 3 * retries + 1;                // garbage, NAK and loss count apart
+    constexpr int command = attempts * (request + 1 + statusRead) + 1;
+    constexpr int statusReads =
+        8;  // connecting, checking start and end, in reports, after a failure
+    constexpr int modeChanges = 3;  // entering, leaving, leaving again after a failure
+    return (static_cast<int>(commands) + modeChanges) * command + statusReads * statusRead;
+}
+
+std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
+                                         const Actions& expected) {
+    const Actions actions = ActionsOf(line.Device());
+    if (told.escaped) return "an exception that is none of the driver's";
+    if (line.FramesFromDriver() > MostFrames(expected.size())) return "more frames than allowed";
+    if (ResultValue(told.result, "ResultCode") != std::to_string(told.exitCode))
+        return "result file and exit code differ";
+    if (told.exitCode == 0) {
+        if (actions != expected) return "OK, but not every command exactly once in order";
+        const std::string number = std::to_string(line.Device().ReceiptNumber());
+        if (ResultValue(told.result, "LastReceiptNo") != number) return "OK with a wrong number";
+        return std::nullopt;
+    }
+    if (actions.size() > expected.size() ||
+        !std::equal(actions.begin(), actions.end(), expected.begin()))
+        return "failed, but what was done is no beginning of the file";
+    if (told.exitCode == 101)
+        return line.FiscalDataFrames() > 0 ? std::nullopt
+                                           : std::optional("101, but nothing was written");
+    if (told.exitCode != 1 && told.exitCode != 2) return "an exit code that does not exist";
+    if (line.FiscalDataFrames() > 0) return "1 or 2, but a fiscal data frame was written";
+    return std::nullopt;
+}
+
+std::optional<std::string> Excuse(const Forgeries& forged) {
+    if (forged.data > 0) return "the register took a spoilt data frame";
+    if (forged.requests > 0) return "the register took a spoilt request";
+    if (forged.statuses > 0) return "the driver took a spoilt status";
+    if (forged.acks > 0) return "the driver took a spoilt answer for ACK";
+    return std::nullopt;
+}
+
+Outcome RunWithFaults(const Shop& shop, WireFamily family, const Actions& expected,
+                      const std::vector<Fault>& faults) {
+    TheLine() = std::make_unique<FaultyLine>(family, DefaultRegister(family), FaultPlan(faults));
+    const Told told = RunDriver(shop.Files());
+    FaultyLine& line = *TheLine();
+    const int frames = line.FramesFromDriver();
+    const auto broken = BrokenPromise(told, line, expected);
+    if (!broken)
+        return Judged(told.exitCode == 0 ? Verdict::Ok : Verdict::Failed, told.exitCode, frames);
+    if (const auto excuse = Excuse(line.Forged()))
+        return Judged(Verdict::Excused, told.exitCode, frames, *excuse);
+    std::string note = *broken + "; " + ResultValue(told.result, "Message");
+    for (const Fault& fault : faults) note += "; " + Describe(fault);
+    return Judged(Verdict::Violation, told.exitCode, frames, note);
+}
+
+}  // namespace faults

@@ -1,0 +1,80 @@
+// Two, four and ten faults per run at random places, of random kinds, in both families of frames.
+//
+//   fault_random           a sample (--runs=N, --seed=N)
+//   fault_random --full    many
+#include <random>
+
+#include "DriverRun.h"
+#include "SaleFaults.h"
+
+namespace {
+
+using namespace faults;
+using emulator::WireFamily;
+
+constexpr std::size_t sampleSize = sanitized ? 300 : 3000;
+constexpr std::size_t fullSize = 96000;
+constexpr std::size_t faultCounts[] = {2, 4, 10};
+
+using Random = std::mt19937_64;
+
+std::size_t Below(Random& random, std::size_t limit) {
+    return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
+}
+
+/// Values that mean something are much more dangerous than others.
+std::uint8_t AnyValue(Random& random) {
+    static constexpr std::uint8_t telling[] = {0x06, 0x15, 0x0B, 0x1B, 0xD9, 0xD0, 0x1A, 0x0D};
+    if (Below(random, 2) == 0) return telling[Below(random, std::size(telling))];
+    return static_cast<std::uint8_t>(Below(random, 256));
+}
+
+/// Retries make a run longer than the healthy one: some of the faults are meant for those.
+Fault AnyFault(Random& random, const HealthyRun& healthy) {
+    const Direction direction = Below(random, 2) == 0 ? Direction::ToRegister : Direction::ToDriver;
+    const std::size_t bytes =
+        direction == Direction::ToRegister ? healthy.bytesToRegister : healthy.bytesToDriver;
+    static constexpr Kind kinds[] = {
+        Kind::Substitute, Kind::Substitute, Kind::Flip,     Kind::Drop,     Kind::Drop,
+        Kind::Duplicate,  Kind::Duplicate,  Kind::Truncate, Kind::Truncate, Kind::Insert,
+        Kind::Insert,     Kind::Stuck,      Kind::Noise};
+    return {direction, kinds[Below(random, std::size(kinds))], AnyValue(random),
+            Below(random, bytes + bytes / 2)};
+}
+
+/// Half of the runs have their faults close together, where one hides the other.
+std::vector<Fault> AnyFaults(Random& random, const HealthyRun& healthy, std::size_t count) {
+    constexpr std::size_t closeness = 40;
+    std::vector<Fault> faults = {AnyFault(random, healthy)};
+    const bool close = Below(random, 2) == 0;
+    while (faults.size() < count) {
+        Fault fault = AnyFault(random, healthy);
+        if (close && fault.direction == faults[0].direction)
+            fault.index = faults[0].index + Below(random, closeness);
+        faults.push_back(fault);
+    }
+    return faults;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const Options options = ParseOptions(argc, argv);
+    const Shop ocelotShop(WireFamily::Ocelot, saleCommands);
+    const Shop margayShop(WireFamily::Margay, saleCommands);
+    const HealthyRun ocelot = RunHealthy(ocelotShop, WireFamily::Ocelot);
+    const HealthyRun margay = RunHealthy(margayShop, WireFamily::Margay);
+    const std::size_t wanted = options.full ? fullSize : sampleSize;
+    const std::size_t count = options.runs != 0 ? options.runs : wanted;
+
+    const CampaignLimits limits{10, options.full ? 3000u : 280u};
+    const Tally tally = RunCampaign(count, limits, [&](std::size_t i) {
+        Random random(options.seed * 1'000'003 + i);
+        const bool isOcelot = i % 2 == 0;
+        const HealthyRun& healthy = isOcelot ? ocelot : margay;
+        return RunWithFaults(isOcelot ? ocelotShop : margayShop,
+                             isOcelot ? WireFamily::Ocelot : WireFamily::Margay, healthy.actions,
+                             AnyFaults(random, healthy, faultCounts[i / 2 % 3]));
+    });
+    return Report("fault_random, seed " + std::to_string(options.seed), tally);
+}
