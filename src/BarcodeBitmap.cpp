@@ -41,17 +41,23 @@ bool IsHighButHarmless(char c) {
     return static_cast<BYTE>(c) >= 0xC1 && static_cast<BYTE>(c) <= 0xC4;
 }
 
-/// Would the library index outside its tables?
-bool IndexesOutside(const std::string& data, int code) {
+/// Code 128 outgrows its buffers somewhere above 160 characters. No printer is so wide, so the
+/// limit is only for texts that no bars would be drawn of anyway.
+constexpr std::size_t longestCode128 = 100;
+
+/// Would the library leave its tables or buffers, whatever room it gets?
+bool CannotBeEncoded(const std::string& data, int code) {
     switch (code) {
         case BARCODE_128:
-            return data.find('\x80') != std::string::npos;
+            return data.length() > longestCode128 || data.find('\x80') != std::string::npos;
         case BARCODE_93:
             return std::any_of(data.begin(), data.end(), IsHigh);
-        case BARCODE_ANY:
+        case BARCODE_ANY: {  // high bytes lead it to code 128
+            const bool harmless = data.length() > 1 && data.length() <= longestCode128;
             return std::any_of(data.begin(), data.end(), [&](char c) {
-                return IsHigh(c) && (data.length() == 1 || !IsHighButHarmless(c));
+                return IsHigh(c) && !(harmless && IsHighButHarmless(c));
             });
+        }
         default:
             return false;
     }
@@ -119,7 +125,7 @@ class MutedStderr {
 bool EncodeGuarded(Barcode_Item* item, int code) {
     char* const original = item->ascii;
     const std::string data = original;
-    if (IndexesOutside(data, code)) return false;
+    if (CannotBeEncoded(data, code)) return false;
     std::optional<MutedStderr> muted;
     if (code == BARCODE_PLS) muted.emplace();
     char* const roomy = RoomyCopy(data, code);

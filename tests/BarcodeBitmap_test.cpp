@@ -425,6 +425,16 @@ TEST(HazardousData, IsNotTheLibrarysOwnShiftCharacters) {
     }
 }
 
+TEST(HazardousData, IsATextOfCode128ThatNoPrinterHasRoomFor) {
+    ExpectTaken(std::string(100, 'A'), "CODE128");
+    ExpectRefused(std::string(101, 'A'), "CODE128");
+    ExpectTaken(std::string(99, 'A') + "\xC1", "");
+    ExpectRefused(std::string(100, 'A') + "\xC1", "");
+    for (const char* type : {"", "CODE39", "128B", "CODE93", "ITF", "MSI", "PLS"}) {
+        ExpectTaken(std::string(200, '5'), type);
+    }
+}
+
 TEST(HazardousData, LeavesAllOtherBytesOfCode128ToTheLibrary) {
     for (int byte = 1; byte <= 0x7F; ++byte) ExpectTaken("A" + Char(byte), "CODE128");
     for (int byte = 1; byte <= 0x7F; ++byte) ExpectTaken("A" + Char(byte), "CODE93");
