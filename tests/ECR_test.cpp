@@ -130,13 +130,14 @@ TEST(ECR_InitializeCommProtocol, LoadsTheNetworkIdThatRequestsCarry) {
 
 TEST(ECR_ConnectToEcr, ReadsEverythingAnewEachTime) {
     const Configuration configuration(serialPort);
-    const std::string lynx = "05" + StatusBlock("00").substr(2);
+    const std::string lynx = "05" + StatusBlock("02").substr(2);
     ExpectOcelot(opened + StatusRead("00 00", "00") + "time-out 10000");
     ConnectToEcr();
     outFrameSeqNumber = 7;
     ExpectOcelot(opened + StatusReadOf("00 00", lynx) + "time-out 4000");
     ConnectToEcr();
     EXPECT_EQ(ECR_Settings().ecrType, EcrType_ValkorLynxT);
+    EXPECT_EQ(ECR_Status().lastCommandResultCode, 2);
     EXPECT_EQ(cmdTimeoutInMs_Report, 30000);
     EXPECT_EQ(outFrameSeqNumber, 7);  // runs on
 }
@@ -227,6 +228,13 @@ TEST(ECR_ConnectToEcr, AsksASilentRegisterOnceAndFails) {
     EXPECT_EQ(Counted(), (Statistics{.sent = 1, .lost = 2}));
     ExpectEvents(
         {"Checking for ECR", "------ Reading ECR fiscal status ------", "ECR response lost"});
+}
+
+TEST(ECR_ConnectToEcr, MissesARegisterThatWasThereBefore) {
+    const Configuration configuration(serialPort);
+    ecrStatusValid = ecrSettingsValid = true;
+    ExpectOcelot(opened + "PC->ECR: {read d1}\n PC<-ECR: lost");
+    EXPECT_EQ(CodeAndMessage(FailureOf(ConnectToEcr)), "100 ECR is missing or in OFF state");
 }
 
 TEST(ECR_ConnectToEcr, FailsWithTheAnswerOfARegisterThatIsThereButBusy) {

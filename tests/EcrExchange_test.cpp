@@ -404,6 +404,11 @@ TEST_P(ECR_SendCommand, RefusesMoreThanAFrameHolds) {
     EXPECT_EQ(outFrameSeqNumber, 1);
 }
 
+TEST(ECR_SequenceNumbers, StartWithOneOutAndNoneIn) {
+    EXPECT_EQ(outFrameSeqNumber, 1);
+    EXPECT_EQ(inFrameSeqNumber, 0);
+}
+
 // State.
 
 IN_BOTH_FAMILIES(ECR_SendCommandAndState);
