@@ -89,7 +89,7 @@ void AppController::LogFileData(LogType type, const std::string& fileName) {
 
 void AppController::ShowMessage(const std::string& message) {
     if (message.empty()) FailInternal();
-    printf("%s", message.c_str());
+    fwrite(message.data(), 1, message.size(), stdout);
     fflush(stdout);
 }
 

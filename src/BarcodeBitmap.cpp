@@ -36,28 +36,48 @@ bool IsHigh(char c) {
     return static_cast<BYTE>(c) >= 0x80;
 }
 
+bool IsControl(char c) {
+    return static_cast<BYTE>(c) < ' ' || c == '\x7F';
+}
+
 /// The library's own shift characters, which it knows in a longer text.
 bool IsHighButHarmless(char c) {
     return static_cast<BYTE>(c) >= 0xC1 && static_cast<BYTE>(c) <= 0xC4;
 }
 
-/// Code 128 outgrows its buffers somewhere above 160 characters. No printer is so wide, so the
-/// limit is only for texts that no bars would be drawn of anyway.
-constexpr std::size_t longestCode128 = 100;
+/// The longest text that the library has room for, as measured: one character more, of the last
+/// row a few, and it writes behind its buffers. No printer is wide enough for that many bars.
+std::size_t LongestText(const std::string& data, int code) {
+    constexpr std::size_t longestCode128 = 157, longestCode39 = 201;
+    switch (code) {
+        case BARCODE_ANY:
+            // High bytes lead it to code 128, control characters to code 39 with two for each.
+            if (std::any_of(data.begin(), data.end(), IsHigh)) return longestCode128;
+            return std::any_of(data.begin(), data.end(), IsControl) ? longestCode39 / 2
+                                                                    : longestCode39;
+        case BARCODE_128:
+            return longestCode128;
+        case BARCODE_93:
+            return 168;
+        case BARCODE_128C:
+            return 171;
+        default:
+            return longestCode39;
+    }
+}
 
 /// Would the library leave its tables or buffers, whatever room it gets?
 bool CannotBeEncoded(const std::string& data, int code) {
+    if (data.length() > LongestText(data, code)) return true;
     switch (code) {
         case BARCODE_128:
-            return data.length() > longestCode128 || data.find('\x80') != std::string::npos;
+            return data.find('\x80') != std::string::npos;
         case BARCODE_93:
             return std::any_of(data.begin(), data.end(), IsHigh);
-        case BARCODE_ANY: {  // high bytes lead it to code 128
-            const bool harmless = data.length() > 1 && data.length() <= longestCode128;
+        case BARCODE_ANY:
             return std::any_of(data.begin(), data.end(), [&](char c) {
-                return IsHigh(c) && !(harmless && IsHighButHarmless(c));
+                return IsHigh(c) && (data.length() == 1 || !IsHighButHarmless(c));
             });
-        }
         default:
             return false;
     }
@@ -191,14 +211,15 @@ int BarcodeBitmap::StringToBarcodeType(const std::string& type) {
 }
 
 BUF BarcodeBitmap::GetBitmapLine(int bitmapWidth, int minMarginWidth) {
-    if (bitmapWidth % 8 != 0) FailInternal();
-    barcode->width = bitmapWidth;
-    barcode->height = 1;
+    barcode->width = 0;  // no line to write under, should this one not come about
+    if (bitmapWidth % 8 != 0 || minMarginWidth < 0) FailInternal();
     const std::string_view partial = barcode->partial;
     const int total = TotalModules(partial);
-    if (2 * minMarginWidth + total > bitmapWidth) {
+    if (2LL * minMarginWidth + total > bitmapWidth) {
         FailCommand("Barcode bitmap does not fit in specified width");
     }
+    barcode->width = bitmapWidth;
+    barcode->height = 1;
     const int scale = (bitmapWidth - 2 * minMarginWidth) / total;
     const int offset = (bitmapWidth - scale * total) / 2;
     barcode->scalef = scale;

@@ -20,8 +20,8 @@ class BarcodeBitmap {
 
     /// bitmapWidth / 8 bytes, the leftmost dot in the least significant bit of the first, 1 where a
     /// bar is printed; the bars centred with at least minMarginWidth blank dots at each side.
-    /// Raises 99 for a width that is no multiple of 8; 1 "Barcode bitmap does not fit in specified
-    /// width".
+    /// Raises 99 for a width that is no multiple of 8 and a negative margin; 1 "Barcode bitmap does
+    /// not fit in specified width".
     BUF GetBitmapLine(int bitmapWidth, int minMarginWidth);
 
     /// dataStringWidth characters: the data spread under the bars of the last GetBitmapLine. Raises

@@ -174,6 +174,7 @@ BUF Dec2BCD(const Decimal& d, unsigned short byteCount) {
 }
 
 Decimal BCD2Dec(const BUF& buf, unsigned short offset, unsigned short byteCount, bool isSigned) {
+    if (byteCount == 0) return Decimal();
     if (DWORD{offset} + byteCount > buf.GetSize()) FailInternal();
     long long value = 0;
     bool negative = false;

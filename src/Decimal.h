@@ -58,10 +58,11 @@ Decimal operator*(const Decimal& a, const Decimal& b);
 short Compare(const Decimal& a, const Decimal& b);
 
 /// byteCount bytes of packed BCD of the raw mantissa, most significant pair first; digits that do
-/// not fit are dropped. A negative number's first high nibble is 1.
+/// not fit are dropped. Deliberate: a negative number's first high nibble is 1, whatever digit had
+/// its place there.
 BUF Dec2BCD(const Decimal& d, unsigned short byteCount);
 /// Deliberate: when isSigned, the first byte holds the sign only (not 0: negative) and no digits. A
-/// field that reaches past the end of buf raises 99.
+/// field that reaches past the end of buf raises 99; no bytes are 0 wherever they begin.
 Decimal BCD2Dec(const BUF& buf, unsigned short offset, unsigned short byteCount, bool isSigned);
 /// b above 99 raises 99 "Internal error".
 unsigned char ByteToBCDByte(unsigned char b);

@@ -22,14 +22,17 @@ FiscalCommandFile::FiscalCommandFile(const std::string& fileName) : FileName(fil
     try {
         std::string line;
         for (; GetLine(file.get(), line); ++lineNumber) {
-            const std::string text = Trim(line, " \t\r\n");
-            if (text.empty() || text[0] == '#') continue;
-            commands.emplace_back(text);
+            const std::size_t begin = line.find_first_not_of(" \t\r\n");
+            if (begin == std::string::npos || line[begin] == '#') continue;
+            commands.emplace_back(line);  // which trims it
             commandLineNumbers.push_back(lineNumber);
         }
         // Half a file must never be executed.
         if (ferror(file.get())) FailSystem("Can't read file '" + fileName + "'");
     } catch (DriverException* failure) {
+        // Deliberate: blanks before both colons, unlike in a failure's own place in the sources;
+        // and the flag alone decides, so that a read error gets a line, too, when it is set
+        // already.
         if (cmdError) {
             failure->Message +=
                 " (file : '" + fileName + "' line : " + std::to_string(lineNumber) + ")";

@@ -8,10 +8,10 @@
 
 class FiscalCommandFile {
   public:
-    /// Reads the whole file. Raises 50 "Can't open file '<name>' - <system text>" and "Can't read
-    /// file
-    /// '<name>' - <system text>"; 1 with the message of FiscalCommand and " (file : '<name>' line :
-    /// <n>)".
+    /// Reads the whole file. Raises 50 and 1:
+    ///   "Can't open file '<name>' - <system text>"
+    ///   "Can't read file '<name>' - <system text>"
+    ///   "<message of FiscalCommand> (file : '<name>' line : <n>)"
     explicit FiscalCommandFile(const std::string& fileName);
 
     int GetCommandCount() const;

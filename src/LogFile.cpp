@@ -26,16 +26,19 @@ FILE* OpenFile(const std::string& filename, const char* mode) {
     return file;
 }
 
-/// The bytes that a regular file holds now. Anything else has no length: no limit.
-std::size_t Length(FILE* file) {
-    struct stat status {};
-    if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode)) return SIZE_MAX;
-    return static_cast<std::size_t>(status.st_size);
+/// No limit, unless the log is to be copied into itself: that must end where the log ends now.
+std::size_t CopyLimit(FILE* source, FILE* log) {
+    struct stat from {};
+    struct stat to {};
+    if (fstat(fileno(source), &from) != 0 || fstat(fileno(log), &to) != 0) return SIZE_MAX;
+    const bool same = from.st_dev == to.st_dev && from.st_ino == to.st_ino;
+    return same ? static_cast<std::size_t>(from.st_size) : SIZE_MAX;
 }
 
 }  // namespace
 
-LogFile::LogFile(const std::string& name) : log(OpenFile(name, "at")), filename(name) {
+LogFile::LogFile(const std::string& name) : filename(name) {
+    log = OpenFile(name, "at");  // the last that can fail: nothing would close the file again
     fseek(log, 0, SEEK_END);
 }
 
@@ -59,13 +62,14 @@ void LogFile::EndFragment(bool saveFragment) {
 
 void LogFile::AddMessage(const std::string& message, bool addTime) {
     if (addTime) fprintf(log, "%s  ", GetCurTime().c_str());
-    fprintf(log, "%s\n", message.c_str());
+    fwrite(message.data(), 1, message.size(), log);  // NUL bytes, too
+    fputc('\n', log);
     fflush(log);
 }
 
 void LogFile::AddFile(const std::string& name) {
     const File file(OpenFile(name, "rt"));
-    std::size_t left = Length(file.get());  // a log that is copied into itself must end, too
+    std::size_t left = CopyLimit(file.get(), log);
     std::string line;
     while (left > 0 && GetLine(file.get(), line)) {
         left -= std::min(left, line.size());

@@ -26,9 +26,9 @@ class LogFile {
     /// effect.
     void EndFragment(bool saveFragment);
     void AddMessage(const std::string& message, bool addTime);
-    /// Copies the lines of a text file that are not blank, each behind a tab, as far as the file
-    /// reaches at the call. Raises like the constructor when the file cannot be opened; a read
-    /// error ends the copy.
+    /// Copies the lines of a text file that are not blank, each behind a tab; of the log itself, as
+    /// far as it reaches at the call. Raises like the constructor when the file cannot be opened; a
+    /// read error ends the copy.
     void AddFile(const std::string& filename);
     /// "dd.mm.yyyy hh:mm:ss.mmm", local time.
     std::string GetCurTime();

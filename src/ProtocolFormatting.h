@@ -15,7 +15,8 @@ inline constexpr BYTE NAK = 21;
 
 enum ProtocolFormatting : int { ProtocolFormatting_Ocelot = 0, ProtocolFormatting_Margay = 1 };
 
-/// Sizes are in bytes. Parsing never raises for a bad frame: it answers GARBAGE.
+/// Sizes are in bytes. Parsing answers GARBAGE for a bad frame and does not raise, but for a data
+/// frame of a size that the link never reads: see ParseDataFrame.
 class IProtocolFormatter {
   public:
     virtual ~IProtocolFormatter() = default;
@@ -29,7 +30,8 @@ class IProtocolFormatter {
     virtual BYTE ParseResponseFrame(const BUF& frame) = 0;
     virtual WORD GetDataFrameSize(WORD dataSize) = 0;
     virtual BUF BuildDataFrame(BUF data) = 0;
-    /// ACK and the bare bytes in data, or GARBAGE and data untouched.
+    /// ACK and the bare bytes in data, or GARBAGE and data untouched. Raises 99 for an Ocelot frame
+    /// of less than 2 bytes and a Margay frame of 1 byte.
     virtual BYTE ParseDataFrame(const BUF& frame, BUF& data) = 0;
     virtual WORD GetEofFrameSize() = 0;
     virtual BUF BuildEofFrame() = 0;

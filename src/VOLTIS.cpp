@@ -1,5 +1,6 @@
 #include "VOLTIS.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -226,7 +227,8 @@ void CreateResultFile(const std::string& fileName, const std::string& text) {
         });
         return;
     }
-    fprintf(file, "%s", text.c_str());
+    // Not as a C string: a message may quote a NUL byte of the command file.
+    fwrite(text.data(), 1, text.size(), file);
     fclose(file);
 }
 
@@ -276,6 +278,7 @@ void ExitDriver() {
 }
 
 int main(int argc, char* argv[]) {
+    signal(SIGXFSZ, SIG_IGN);  // a log that has reached its limit must not end a sale half-way
     try {
         Run(argc, argv);
     } catch (DriverException* caught) {

@@ -5,11 +5,30 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "Globals.h"
 #include "IniFile.h"
 #include "support/Failure.h"
 #include "support/TempDir.h"
 #include "support/TestClock.h"
+
+// The test counts these calls and decides whether they succeed.
+extern "C" ssize_t __real_readlink(const char* path, char* target, std::size_t size);
+
+namespace {
+
+int linksRead = 0;
+bool noLinks = false;
+
+}  // namespace
+
+extern "C" ssize_t __wrap_readlink(const char* path, char* target, std::size_t size) {
+    ++linksRead;
+    if (!noLinks) return __real_readlink(path, target, size);
+    errno = EACCES;
+    return -1;
+}
 
 namespace {
 
@@ -193,6 +212,13 @@ TEST_F(AppController_ShowMessage, PrintsTheTextUnchanged) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "50 %s\nno newline");
 }
 
+TEST_F(AppController_ShowMessage, PrintsWhatFollowsANulByte) {
+    using namespace std::string_literals;
+    testing::internal::CaptureStdout();
+    AppController::ShowMessage("a\0b"s);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "a\0b"s);
+}
+
 TEST_F(AppController_ShowMessage, RefusesAnEmptyText) {
     ExpectInternalError(FailureOf([] { AppController::ShowMessage(""); }));
 }
@@ -294,4 +320,33 @@ TEST_F(AppController_Folders, KnowsTheWorkingFolder) {
     EXPECT_EQ(AppController::GetCurDir(), folder.Path());
     ASSERT_EQ(chdir("/"), 0);
     EXPECT_EQ(AppController::GetCurDir(), "/");
+}
+
+TEST_F(AppController_Folders, LooksForTheProgramOnceUntilItStops) {
+    linksRead = 0;
+    const std::string folder = AppController::GetAppDir();
+    EXPECT_EQ(AppController::GetAppDir(), folder);
+    EXPECT_EQ(linksRead, 1);
+    AppController::Stop();  // also without a start
+    EXPECT_EQ(AppController::GetAppDir(), folder);
+    EXPECT_EQ(linksRead, 2);
+}
+
+TEST_F(AppController_Folders, FailsWithTheSystemsTextWhenTheProgramCannotBeFound) {
+    noLinks = true;
+    const auto failure = FailureOf([] { AppController::GetAppDir(); });
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->ErrorCode, 50);
+    EXPECT_EQ(failure->Message, "readlink() failed - Permission denied");
+    noLinks = false;
+    EXPECT_NE(AppController::GetAppDir(), "");  // a failure is not remembered
+}
+
+TEST_F(AppController_Folders, HasNoWorkingFolderWhenItWasRemoved) {
+    {
+        const TempDir folder;
+        ASSERT_EQ(chdir(folder.Path().c_str()), 0);
+    }
+    EXPECT_EQ(AppController::GetCurDir(), "");
+    ASSERT_EQ(chdir("/"), 0);
 }

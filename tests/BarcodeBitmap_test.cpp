@@ -9,6 +9,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <optional>
 #include <vector>
@@ -284,6 +285,21 @@ TEST(GetBitmapLine, NeedsAWidthOfWholeBytes) {
     }
 }
 
+TEST(GetBitmapLine, NeedsAMarginThatIsNotNegative) {
+    BarcodeBitmap bitmap("A12B", "CODABAR");
+    for (const int margin : {-1, -1000, INT_MIN}) {
+        cmdError = false;
+        ExpectInternal(FailureOf([&] { bitmap.GetBitmapLine(384, margin); }));
+    }
+    EXPECT_EQ(bitmap.GetBitmapLine(384, 0).GetSize(), 48u);
+}
+
+TEST(GetBitmapLine, RefusesAMarginOfAnySize) {
+    BarcodeBitmap bitmap("A12B", "CODABAR");
+    ExpectCommandFailure(FailureOf([&] { bitmap.GetBitmapLine(384, INT_MAX); }),
+                         "Barcode bitmap does not fit in specified width");
+}
+
 TEST(GetBitmapLine, CanBeAskedAgainForAnotherPrinter) {
     BarcodeBitmap bitmap("A12B", "CODABAR");
     const BUF first = bitmap.GetBitmapLine(432, 20);
@@ -361,6 +377,14 @@ TEST(GetDataString, NeedsTheRasterLineFirst) {
     }
 }
 
+TEST(GetDataString, NeedsARasterLineThatCameAbout) {
+    BarcodeBitmap bitmap("A12B", "CODABAR");
+    bitmap.GetBitmapLine(432, 20);
+    FailureOf([&] { bitmap.GetBitmapLine(72, 20); });
+    cmdError = false;
+    ExpectInternal(FailureOf([&] { bitmap.GetDataString(36, 1); }));
+}
+
 TEST(GetDataString, NeedsAWidthThatDividesTheDots) {
     BarcodeBitmap bitmap("A12B", "CODABAR");
     bitmap.GetBitmapLine(432, 20);
@@ -425,13 +449,20 @@ TEST(HazardousData, IsNotTheLibrarysOwnShiftCharacters) {
     }
 }
 
-TEST(HazardousData, IsATextOfCode128ThatNoPrinterHasRoomFor) {
-    ExpectTaken(std::string(100, 'A'), "CODE128");
-    ExpectRefused(std::string(101, 'A'), "CODE128");
-    ExpectTaken(std::string(99, 'A') + "\xC1", "");
-    ExpectRefused(std::string(100, 'A') + "\xC1", "");
-    for (const char* type : {"", "CODE39", "128B", "CODE93", "ITF", "MSI", "PLS"}) {
-        ExpectTaken(std::string(200, '5'), type);
+TEST(HazardousData, IsATextThatIsLongerThanTheLibrarysBuffers) {
+    ExpectTaken(std::string(157, 'A'), "CODE128");
+    ExpectRefused(std::string(158, 'A'), "CODE128");
+    ExpectTaken(std::string(156, 'A') + "\xC1", "");
+    ExpectRefused(std::string(157, 'A') + "\xC1", "");
+    ExpectTaken(std::string(100, '\x01'), "");
+    ExpectRefused(std::string(101, '\x01'), "");
+    ExpectTaken(std::string(168, 'A'), "CODE93");
+    ExpectRefused(std::string(169, 'A'), "CODE93");
+    ExpectTaken(std::string(170, '5'), "128C");  // an odd number of digits is none of its texts
+    ExpectRefused(std::string(172, '5'), "128C");
+    for (const char* type : {"", "CODE39", "128B", "MSI", "PLS"}) {
+        ExpectTaken(std::string(201, '5'), type);
+        ExpectRefused(std::string(202, '5'), type);
     }
 }
 

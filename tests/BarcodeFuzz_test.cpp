@@ -273,6 +273,50 @@ TEST(WorstTexts, AreDrawnInsideTheirBuffers) {
     EXPECT_EQ(GuardedHeap::Live(), 0u);
 }
 
+struct LongText {
+    std::string data;
+    std::size_t code;
+};
+
+/// The longest texts that are handed to the library.
+const LongText longestTexts[] = {
+    {std::string(157, 'A'), code128},
+    {std::string(156, 'A') + "\xC1", any},
+    {std::string(100, '\x01'), any},
+    {std::string(201, '5'), any},
+    {std::string(201, 'A'), 4},
+    {std::string(170, '5'), 6},
+    {std::string(201, '~'), 7},
+    {std::string(200, '5'), 8},
+    {std::string(201, '5'), 10},
+    {std::string(201, '5'), 11},
+    {std::string(201, '5'), pls},
+    {std::string(168, 'A'), code93},
+    {"5" + std::string(200, ' '), raw128},
+};
+
+TEST(LongestTexts, AreEncodedInsideTheirBuffers) {
+    const std::size_t damagesBefore = GuardedHeap::Damages();
+    for (const LongText& text : longestTexts) {
+        for (const auto place :
+             {GuardedHeap::Place::BeforeGuard, GuardedHeap::Place::BehindGuard}) {
+            const GuardedHeap heap(place);
+            FailureOf([&] { BarcodeBitmap(text.data, types[text.code]); });
+        }
+        EXPECT_EQ(GuardedHeap::Damages(), damagesBefore) << types[text.code];
+    }
+}
+
+TEST(LongestTexts, AreTooLongWithOneCharacterMoreForCode128) {
+    EXPECT_DEATH(EncodeOn(GuardedHeap::Place::BeforeGuard, std::string(158, 'A'), BARCODE_128), "");
+    EncodeOn(GuardedHeap::Place::BeforeGuard, std::string(157, 'A'), BARCODE_128);
+    EXPECT_DEATH(EncodeOn(GuardedHeap::Place::BeforeGuard, std::string(101, '\x01'), BARCODE_ANY),
+                 "");
+    EncodeOn(GuardedHeap::Place::BeforeGuard, std::string(100, '\x01'), BARCODE_ANY);
+    EXPECT_DEATH(EncodeOn(GuardedHeap::Place::BeforeGuard, std::string(169, 'A'), BARCODE_93), "");
+    EncodeOn(GuardedHeap::Place::BeforeGuard, std::string(168, 'A'), BARCODE_93);
+}
+
 TEST(RandomData, ComesOutAsExpected) {
     ExpectAllAsExpected(20021007, Rendered);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "support/Descriptors.h"
 #include "support/Failure.h"
 #include "support/TempDir.h"
 
@@ -227,4 +228,17 @@ TEST(BUF_Serialize, IgnoresAFileThatCannotBeOpened) {
     BUF buf = Bytes({1});
     EXPECT_FALSE(FailureOf([&] { buf.SerializeText(folder.Path()); }));
     EXPECT_FALSE(FailureOf([&] { buf.SerializeBinary(folder.Path()); }));
+}
+
+TEST(BUF_Serialize, ClosesTheFile) {
+    const TempDir folder;
+    BUF buf = Bytes({1});
+    const std::size_t before = OpenDescriptors();
+    buf.SerializeText(folder.File("text"));
+    buf.SerializeBinary(folder.File("binary"));
+    BUF().SerializeText(folder.File("empty text"));
+    BUF().SerializeBinary(folder.File("empty binary"));
+    buf.SerializeText(folder.Path());
+    buf.SerializeBinary(folder.Path());
+    EXPECT_EQ(OpenDescriptors(), before);
 }

@@ -5,9 +5,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <functional>
+#include <new>
 #include <regex>
 #include <thread>
 
@@ -15,6 +17,7 @@
 #include "support/Failure.h"
 #include "support/Hex.h"
 #include "support/RecordedLog.h"
+#include "support/ScarceMemory.h"
 #include "support/SerialLine.h"
 #include "support/TempDir.h"
 
@@ -592,6 +595,38 @@ TEST(ComPort_ReadUnknownSizeBlock, APauseOf2500IsNone) {
     EXPECT_LT(MillisecondsOf([&] { ComPort_ReadUnknownSizeBlock(block, 8, 2500); }), generous);
 }
 
+TEST(ComPort_ReadUnknownSizeBlock, APassMayEndWithAReadOfNothing) {
+    Port port;
+    port.Open();
+    port.line.Send("01 02");
+    SerialLine::ReadNothing(1);
+    BYTE block[8] = {};
+    EXPECT_EQ(ComPort_ReadUnknownSizeBlock(block, 8, 2500), 2);
+    EXPECT_EQ(ToHex(BUF(block, 3)), "01 02 00");
+    EXPECT_EQ(SerialLine::Calls(),
+              (Names{"fcntl", "read", "read", "read", "read", "read", "fcntl"}));
+}
+
+TEST(ComPort_ReadUnknownSizeBlock, ReadsBlockAgainWhenThereIsNoMemoryForTheLog) {
+    Port port;
+    port.Open();
+    std::string stale;
+    for (int i = 0; i < 200; ++i) stale += "55 ";
+    port.line.Send(stale);
+    BYTE block[256];
+    bool failed = false;
+    {
+        const ScarceMemory noRoomForTheLine(300);
+        try {
+            ComPort_ReadUnknownSizeBlock(block, sizeof block, 2500);
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+    }
+    EXPECT_TRUE(failed);
+    EXPECT_TRUE(IsBlocking());
+}
+
 TEST(ComPort_ReadUnknownSizeBlock, RaisesOnAReadErrorAndReadsBlockAgain) {
     Port port;
     port.Open();
@@ -625,6 +660,19 @@ TEST(ComPort_InBufferReadAndIgnore, DropsStaleInputAndMarksItInTheLog) {
     EXPECT_EQ(Read(1), "06");
     ASSERT_EQ(logged.size(), 2U);
     ExpectBlockLine(logged[1], "PC<-ECR   1", " 06");
+}
+
+// Deliberate: the pause of 2500 between two passes is none.
+TEST(ComPort_InBufferReadAndIgnore, DoesNotWait) {
+    Port port;
+    port.Open();
+    double shortest = generous;
+    for (int i = 0; i < 3; ++i) {
+        port.line.Send("aa bb");
+        shortest = std::min(shortest, MillisecondsOf([] { ComPort_InBufferReadAndIgnore(); }));
+    }
+    EXPECT_EQ(logged.size(), 3U);
+    EXPECT_LT(shortest, 2000);
 }
 
 TEST(ComPort_InBufferReadAndIgnore, DropsAtMost256Bytes) {
@@ -741,6 +789,15 @@ TEST(ComPort_Close, WaitsForTheOutputAndAboutATenthOfASecond) {
     EXPECT_GE(MillisecondsOf([] { ComPort_Close(); }), 99);
     EXPECT_EQ(SerialLine::Calls(), (Names{"tcdrain", "close"}));
     EXPECT_EQ(logged, (std::vector<RecordedLine>{{DBG_LOG, "Closing serial port", true}}));
+}
+
+TEST(ComPort_Close, PausesBehindTheOutput) {
+    Port port;
+    port.Open();
+    ComPort_Close();
+    const std::chrono::duration<double, std::milli> pause =
+        SerialLine::TimeOf("close") - SerialLine::TimeOf("tcdrain");
+    EXPECT_GE(pause.count(), 99);
 }
 
 TEST(ComPort_Close, OfAClosedPortDoesNothing) {

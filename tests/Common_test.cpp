@@ -1,8 +1,11 @@
 #include "Common.h"
 
 #include <gtest/gtest.h>
+#include <sys/time.h>
 
+#include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <memory>
 
 #include "support/TempDir.h"
@@ -113,6 +116,15 @@ TEST(MoveFile, RenamesAndTellsSo) {
     EXPECT_TRUE(MoveFile(from, folder.File("to")));
     EXPECT_FALSE(FileExists(from));
     EXPECT_EQ(ReadWholeFile(folder.File("to")), "text");
+}
+
+TEST(MoveFile, ReplacesWhatIsThere) {
+    const TempDir folder;
+    const std::string from = folder.Write("from", "new");
+    const std::string to = folder.Write("to", "old and longer");
+    EXPECT_TRUE(MoveFile(from, to));
+    EXPECT_FALSE(FileExists(from));
+    EXPECT_EQ(ReadWholeFile(to), "new");
 }
 
 TEST(MoveFile, TellsAFailure) {
@@ -249,4 +261,17 @@ TEST(Sleep, WaitsWhereTheProductWrapsBelowASecond) {
     EXPECT_GE(took, 5.0);
     EXPECT_LT(took, 400.0);
     EXPECT_GE(MillisecondsOf(22000), 950.0);  // 220,000,000,000 modulo 2^32 = 956,667,904
+}
+
+TEST(Sleep, IsNotResumedAfterASignal) {
+    struct sigaction handled {};
+    handled.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &handled, nullptr), 0);
+    const itimerval soonAndAgain{{0, 50000}, {0, 50000}};
+    double shortest = 1e9;
+    ASSERT_EQ(setitimer(ITIMER_REAL, &soonAndAgain, nullptr), 0);
+    for (int i = 0; i < 5; ++i) shortest = std::min(shortest, MillisecondsOf(99));
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_LT(shortest, 900.0);
 }

@@ -383,6 +383,9 @@ TEST(BCD2Dec, LosesTheDigitThatDec2BCDKeepsBesideTheSign) {
 TEST(BCD2Dec, IsZeroForNoBytes) {
     EXPECT_EQ(Held(BCD2Dec(Bytes({0x12}), 0, 0, true)), "0/0");
     EXPECT_EQ(Held(BCD2Dec(BUF(), 0, 0, false)), "0/0");
+    EXPECT_EQ(Held(BCD2Dec(Bytes({0x12}), 1, 0, false)), "0/0");
+    EXPECT_EQ(Held(BCD2Dec(Bytes({0x12}), 2, 0, true)), "0/0");
+    EXPECT_EQ(Held(BCD2Dec(BUF(), 65535, 0, false)), "0/0");
 }
 
 TEST(BCD2Dec, RefusesAFieldPastTheEnd) {

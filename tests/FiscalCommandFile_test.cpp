@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "Globals.h"
+#include "support/Descriptors.h"
 #include "support/Failure.h"
 #include "support/TempDir.h"
 
@@ -33,11 +34,6 @@ void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->ErrorCode, 99);
     EXPECT_TRUE(failure->Message.starts_with("Internal error (file: '")) << failure->Message;
-}
-
-std::size_t OpenDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
 }  // namespace
@@ -135,6 +131,24 @@ TEST_F(FiscalCommandFile_Read, FailsWithTheSystemsTextForAReadError) {
     EXPECT_EQ(failure->ErrorCode, 50);
     EXPECT_EQ(failure->Message, "Can't read file '" + folder.Path() + "' - Is a directory");
     EXPECT_FALSE(cmdError);
+}
+
+// Deliberate: the flag alone decides, whoever has set it.
+TEST_F(FiscalCommandFile_Read, NamesTheLineOfAReadErrorWhenTheFlagIsSetAlready) {
+    cmdError = true;
+    const auto failure = FailureOf([&] { const FiscalCommandFile file(folder.Path()); });
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->ErrorCode, 50);
+    EXPECT_EQ(failure->Message, "Can't read file '" + folder.Path() +
+                                    "' - Is a directory (file : '" + folder.Path() + "' line : 1)");
+}
+
+TEST_F(FiscalCommandFile_Read, DoesNotNameALineOfAFileThatCannotBeOpened) {
+    cmdError = true;
+    const auto failure = FailureOf([&] { const FiscalCommandFile file(folder.File("absent")); });
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->Message,
+              "Can't open file '" + folder.File("absent") + "' - No such file or directory");
 }
 
 TEST_F(FiscalCommandFile_Read, ClosesTheFileInEveryCase) {

@@ -7,7 +7,9 @@
 #include <climits>
 
 #include "ini/IniStore.h"
+#include "support/Descriptors.h"
 #include "support/Failure.h"
+#include "support/ScarceMemory.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -46,6 +48,7 @@ using IniFile_GetString = IniFileTest;
 using IniFile_GetNumber = IniFileTest;
 using IniFile_ContainsKey = IniFileTest;
 using IniFile_Unreadable = IniFileTest;
+using IniFile_Lookup = IniFileTest;
 using IniStore_Handles = IniFileTest;
 
 void ExpectConfigurationError(const std::unique_ptr<DriverException>& failure,
@@ -342,6 +345,39 @@ TEST_F(IniFile_Unreadable, IsNotCalledTooLargeOneByteBelow4GiB) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(Value("A"), "absent");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST_F(IniFile_Lookup, LetsTheLackOfMemoryThroughInsteadOfTakingTheDefault) {
+    SectionHolds("A=1\n" + std::string(3 << 20, 'x'));
+    const std::size_t before = OpenDescriptors();
+    {
+        const ScarceMemory noRoomForTheFile(1 << 20);
+        EXPECT_THROW(Value("A"), std::bad_alloc);
+    }
+    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(Value("A"), "1");
+}
+
+TEST_F(IniFile_Lookup, ClosesTheFileWhateverItFinds) {
+    SectionHolds("A=1\n");
+    ASSERT_EQ(mkfifo(folder.File("fifo").c_str(), 0600), 0);
+    const std::string nul = folder.Write("nul.ini", "[VOLTIS]\nA=1\n\0"s);
+    const std::string large = folder.Write("large.ini", "");
+    std::filesystem::resize_file(large, 1ull << 32);
+    testing::internal::CaptureStdout();
+    const std::size_t before = OpenDescriptors();
+    EXPECT_EQ(Value("A"), "1");
+    EXPECT_EQ(Value("B"), "absent");
+    EXPECT_EQ(ValueIn("OTHER", "A"), "absent");
+    EXPECT_FALSE(HasSection("THIRD"));
+    for (const std::string& name :
+         {nul, large, folder.File("fifo"), folder.Path(), folder.File("absent")}) {
+        IniFile::SetFile(name, false);
+        EXPECT_EQ(Value("A"), "absent");
+        EXPECT_EQ(OpenDescriptors(), before) << name;
+    }
+    EXPECT_EQ(OpenDescriptors(), before);
+    testing::internal::GetCapturedStdout();
 }
 
 TEST_F(IniStore_Handles, ShareNothing) {

@@ -6,8 +6,11 @@
 
 #include <csignal>
 #include <memory>
+#include <new>
 
+#include "support/Descriptors.h"
 #include "support/Failure.h"
+#include "support/ScarceMemory.h"
 #include "support/TempDir.h"
 #include "support/TestClock.h"
 
@@ -73,6 +76,35 @@ TEST_F(LogFile_Open, AppendsToWhatIsThere) {
         log.AddMessage("new", false);
     }
     EXPECT_EQ(Text(), "old\nnew\n");
+}
+
+TEST_F(LogFile_Open, LeavesNothingOpenWhenTheMemoryIsShort) {
+    std::string detour = folder.Path() + "/";
+    while (detour.size() < 1000) detour += "./";
+    detour += "test.log";
+    const std::size_t before = OpenDescriptors();
+    bool failed = false;
+    {
+        const ScarceMemory noRoomForTheName(500);
+        try {
+            const LogFile log(detour);
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+    }
+    EXPECT_TRUE(failed);
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(LogFile_Close, ClosesTheFile) {
+    const std::size_t before = OpenDescriptors();
+    {
+        LogFile log(path);
+        EXPECT_EQ(OpenDescriptors(), before + 1);
+        log.AddMessage("text", false);
+    }
+    { const LogFile log(path); }
+    EXPECT_EQ(OpenDescriptors(), before);
 }
 
 TEST_F(LogFile_Close, DeletesALogThatIsEmpty) {
@@ -185,6 +217,14 @@ TEST_F(LogFile_AddMessage, TakesPercentSignsAndLongTextAsTheyAre) {
     EXPECT_EQ(Text(), text + "\n");
 }
 
+TEST_F(LogFile_AddMessage, WritesWhatFollowsANulByte) {
+    using namespace std::string_literals;
+    LogFile log(path);
+    log.AddMessage("a\0b"s, false);
+    log.AddMessage("\0"s, false);
+    EXPECT_EQ(Text(), "a\0b\n\0\n"s);
+}
+
 TEST_F(LogFile_AddMessage, IsInTheFileAtOnce) {
     LogFile log(path);
     log.AddMessage("a", false);
@@ -235,6 +275,29 @@ TEST_F(LogFile_AddFile, SkipsBlankLines) {
     EXPECT_EQ(Text(), "");
 }
 
+TEST_F(LogFile_AddFile, CopiesNulBytes) {
+    using namespace std::string_literals;
+    LogFile(path).AddFile(folder.Write("cmd.txt", "SALE: DEP\0TNR 1\nEXIT\n"s));
+    EXPECT_EQ(Text(), "\tSALE: DEP\0TNR 1\n\tEXIT\n"s);
+}
+
+TEST_F(LogFile_AddFile, CopiesAFileThatDoesNotTellItsSize) {
+    const std::string source = "/proc/sys/kernel/ostype";
+    ASSERT_EQ(std::filesystem::file_size(source), 0u);
+    LogFile(path).AddFile(source);
+    EXPECT_EQ(Text(), "\tLinux\n");
+}
+
+TEST_F(LogFile_AddFile, ClosesTheFileInEveryCase) {
+    LogFile log(path);
+    const std::size_t before = OpenDescriptors();
+    log.AddFile(folder.Write("cmd.txt", "EXIT\n"));
+    log.AddFile(path);
+    log.AddFile(folder.Path());
+    FailureOf([&] { log.AddFile(folder.File("absent")); });
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
 TEST_F(LogFile_AddFile, RefusesAnEmptyName) {
     LogFile log(path);
     ExpectInternalError(FailureOf([&] { log.AddFile(""); }));
@@ -261,4 +324,12 @@ TEST_F(LogFile_AddFile, EndsWhenTheLogIsCopiedIntoItself) {
     log.AddMessage("b", false);
     log.AddFile(path);
     EXPECT_EQ(Text(), "a\nb\n\ta\n\tb\n");
+}
+
+TEST_F(LogFile_AddFile, EndsWhenTheLogIsCopiedIntoItselfByAnotherName) {
+    LogFile log(path);
+    log.AddMessage("a", false);
+    std::filesystem::create_hard_link(path, folder.File("other.log"));
+    log.AddFile(folder.File("other.log"));
+    EXPECT_EQ(Text(), "a\n\ta\n");
 }

@@ -24,6 +24,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Optional;
 using testing::StartsWith;
+using namespace std::string_literals;
 using Words = std::vector<std::string>;
 
 namespace {
@@ -112,6 +113,47 @@ TEST(ExitCode, IsZeroForAFileWithoutCommands) {
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_THAT(run.result, Optional(std::string("[VOLTIS]\nResultCode=0\nMessage=OK\n"
                                                  "LastReceiptNo=0")));
+}
+
+// --- NUL bytes -----------------------------------------------------------------------------------
+
+TEST(NulByte, InAParameterNameDoesNotCutTheResultShort) {
+    Shop shop;
+    const RunOutcome run = shop.Execute("SALE: DEP\0TNR 1\n"s);
+    const std::string message = "Missing '=' after parameter DEP\0TNR (file : 'cmd.txt' line : 1)"s;
+    EXPECT_THAT(run.result, Optional(FailedResult(1, message, 1)));
+    EXPECT_THAT(run.stdLog, HasSubstr("  " + message + "\n"));
+    EXPECT_THAT(run.dbgLog, HasSubstr("\tSALE: DEP\0TNR 1\n"s));
+}
+
+TEST(NulByte, InAParameterNameDoesNotCutTheOldResultShort) {
+    Shop shop;
+    const RunOutcome run = shop.Ini("OldResultFileFormat", "1").Execute("SALE: DEP\0TNR 1\n"s);
+    EXPECT_THAT(run.result, Optional("1\nMissing '=' after parameter DEP\0TNR (file : 'cmd.txt' "s +
+                                     "line : 1)"));
+}
+
+TEST(NulByte, InAValueDoesNotCutTheResultShort) {
+    Shop shop;
+    const RunOutcome run = shop.Execute(
+        "SALE: DEPTNR=\0"
+        "1 2\n"s);
+    EXPECT_THAT(run.result, Optional(FailedResult(1,
+                                                  "Missing ';' after 'DEPTNR = \0"
+                                                  "1' (file : 'cmd.txt' line : 1)"s,
+                                                  1)));
+}
+
+TEST(NulByte, InBarcodeDataDoesNotCutTheResultShort) {
+    Shop shop;
+    const RunOutcome run = shop.Execute(
+        "BARCODE: TYPE=EAN; DATA=963\0"
+        "8507\n"s);
+    EXPECT_THAT(run.result, Optional(FailedResult(1,
+                                                  "Bad barcode format: 963\0"
+                                                  "8507 (line: 1)"s,
+                                                  1)));
+    EXPECT_TRUE(run.journal.empty());
 }
 
 // --- result file ---------------------------------------------------------------------------------

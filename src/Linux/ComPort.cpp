@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <string_view>
@@ -28,7 +27,7 @@ int readIntervalTimeout = 0;  // ms to wait for each byte after the first
 std::string blockLogPrefix;
 
 constexpr int staleInputMax = 256;
-constexpr DWORD staleInputPause = 2500;
+constexpr DWORD staleInputPause = 2500;  // Deliberate: by Sleep's rule no pause at all
 
 constexpr char badSetup[] = "Bad serial port setup parameters";
 
@@ -127,7 +126,8 @@ int IntervalTimeout(const LineSettings& line) {
     const int bits = 1 + line.dataBits + line.stopBits + (hasParity ? 1 : 0);
     const double byteTime = bits * 1000.0 / line.baud;
     constexpr double longest = std::numeric_limits<int>::max();
-    return static_cast<int>(std::lround(std::clamp(byteTime * comByteTimeMult, 100.0, longest)));
+    // Rounds without lround, for whose sake alone every start would load the mathematics library.
+    return static_cast<int>(std::clamp(byteTime * comByteTimeMult, 100.0, longest) + 0.5);
 }
 
 /// errno stays as it was.
@@ -155,16 +155,21 @@ bool ReadByte(BYTE* byte) {
     return got == 1;
 }
 
+/// Reads do not wait while it lives, however that ends.
+struct NonBlocking {
+    NonBlocking() { SetBlocking(false); }
+    ~NonBlocking() { SetBlocking(true); }
+    NonBlocking(const NonBlocking&) = delete;
+    NonBlocking& operator=(const NonBlocking&) = delete;
+};
+
 /// Stores what is there now, at most maxSize bytes; the descriptor is non-blocking.
 DWORD ReadWhatIsThere(BYTE* block, DWORD maxSize) {
     DWORD size = 0;
     while (size < maxSize) {
         const ssize_t got = read(handle, block + size, 1);
         if (got == 0 || (got == -1 && errno == EAGAIN)) break;
-        if (got == -1) {
-            SetBlocking(true);
-            FailSystem("Serial port read error");
-        }
+        if (got == -1) FailSystem("Serial port read error");
         ++size;
     }
     return size;
@@ -212,6 +217,7 @@ void ComPort_Close() {
     AppController::LogMessage(DBG_LOG, "Closing serial port", true);
     tcdrain(handle);
     Sleep(10);
+    // Deliberate: a port that could not be closed stays open for us, and can be closed again.
     if (close(handle) != 0) FailSystem("Failed to close serial port");
     handle = -1;
 }
@@ -253,7 +259,7 @@ bool ComPort_ReadBlock(BYTE* block, DWORD dwBytesToRead) {
 
 int ComPort_ReadUnknownSizeBlock(BYTE* block, DWORD maxSize, DWORD maxByteInterval) {
     if (maxSize == 0) return 0;
-    SetBlocking(false);
+    const NonBlocking reads;
     const timeval begin = Now();
     DWORD size = 0;
     while (const DWORD more = ReadWhatIsThere(block + size, maxSize - size)) {
@@ -262,7 +268,6 @@ int ComPort_ReadUnknownSizeBlock(BYTE* block, DWORD maxSize, DWORD maxByteInterv
     }
     const timeval end = Now();
     LogBlock("PC<-ECR", block, size, &begin, &end);
-    SetBlocking(true);
     return static_cast<int>(size);
 }
 

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdlib>
+#include <map>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -34,6 +35,7 @@ int device = -1;
 unsigned int longestRead = 0;
 ssize_t writeLimit = -1;
 std::vector<std::string> calls;
+std::map<std::string, std::chrono::steady_clock::time_point> times;
 std::vector<SerialLine::Applied> applied;
 std::vector<Injected> injected;
 
@@ -43,6 +45,7 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 bool Fails(const std::string& call) {
     const Lock lock(guard);
     calls.push_back(call);
+    times.try_emplace(call, std::chrono::steady_clock::now());
     for (auto it = injected.begin(); it != injected.end(); ++it) {
         if (it->call != call || it->after-- > 0) continue;
         errno = it->error;
@@ -96,7 +99,7 @@ int __wrap_close(int fd) {
 
 ssize_t __wrap_read(int fd, void* buffer, size_t count) {
     if (!IsDevice(fd)) return __real_read(fd, buffer, count);
-    if (Fails("read")) return -1;
+    if (Fails("read")) return errno == 0 ? 0 : -1;
     {
         const Lock lock(guard);
         longestRead = std::max(longestRead, static_cast<unsigned int>(count));
@@ -203,6 +206,10 @@ void SerialLine::Fail(const std::string& call, int error, int after) {
     injected.push_back({call, error, after});
 }
 
+void SerialLine::ReadNothing(int after) {
+    Fail("read", 0, after);
+}
+
 void SerialLine::LimitNextWrite(unsigned int count) {
     const Lock lock(guard);
     writeLimit = count;
@@ -213,9 +220,15 @@ std::vector<std::string> SerialLine::Calls() {
     return calls;
 }
 
+std::chrono::steady_clock::time_point SerialLine::TimeOf(const std::string& call) {
+    const Lock lock(guard);
+    return times.at(call);
+}
+
 void SerialLine::Forget() {
     const Lock lock(guard);
     calls.clear();
+    times.clear();
     applied.clear();
     longestRead = 0;
 }

@@ -5,6 +5,7 @@
 
 #include <termios.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -31,11 +32,15 @@ class SerialLine {
 
     /// The next such call on the device fails with this error, after that many calls that do not.
     static void Fail(const std::string& call, int error, int after = 0);
+    /// The next read brings no byte and no error, after that many reads that are as usual.
+    static void ReadNothing(int after);
     /// The next write takes no more than that many bytes.
     static void LimitNextWrite(unsigned int count);
 
     /// The names of the calls on the device since the last Forget, in order.
     static std::vector<std::string> Calls();
+    /// When the first such call since the last Forget came.
+    static std::chrono::steady_clock::time_point TimeOf(const std::string& call);
     static void Forget();
     /// What was handed to tcsetattr since the last Forget.
     static std::vector<Applied> AppliedSettings();
