@@ -98,12 +98,6 @@ struct {
     std::size_t* allocations = nullptr;  // where the healthy run leaves their number
 } child;
 
-/// Deliberate: the state is raised before the frame is built, so that memory may run out between
-/// the two.
-bool RanOutBeforeTheFirstFrame(int exitCode) {
-    return exitCode == 101 && TheLine()->FiscalDataFrames() == 0 && memory.failures > 0;
-}
-
 Outcome Judge(int exitCode) {
     const Told told{exitCode, false, ReadWholeFile(child.resultFile)};
     const int frames = TheLine()->FramesFromDriver();
@@ -112,8 +106,6 @@ Outcome Judge(int exitCode) {
     // error.
     if (told.result.empty() && exitCode != 0)
         judged.result = "[VOLTIS]\nResultCode=" + std::to_string(exitCode);
-    if (RanOutBeforeTheFirstFrame(exitCode) && ActionsOf(TheLine()->Device()).empty())
-        return Judged(Verdict::Excused, exitCode, frames, "101 just before the first frame");
     const auto broken = BrokenPromise(judged, *TheLine(), *child.expected);
     if (broken) return Judged(Verdict::Violation, exitCode, frames, *broken);
     return Judged(exitCode == 0 ? Verdict::Ok : Verdict::Failed, exitCode, frames);
