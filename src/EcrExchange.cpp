@@ -164,12 +164,11 @@ void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand) {
     payload.AddWORD(outFrameSeqNumber);
     payload.AddBUF(cmdData);
     SendTroubles troubles;
-    BYTE result = NAK;
-    while (result != ACK) {
+    for (;;) {
         SendDataSendRequest(cmd);
         const BUF frame = BuildDataFrame(payload);  // before State tells that it went out
         if (fiscalCommand) State = STATE_CMDSENT;
-        result = SendFrameAndReadResponse(frame);
+        const BYTE result = SendFrameAndReadResponse(frame);
         troubles.Note(result);
         if (result == ACK) SendEof();
         ecrStatusValid = false;

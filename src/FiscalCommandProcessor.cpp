@@ -138,7 +138,7 @@ void LeaveFiscalModeAfterError() {
 
 /// Nothing is added for a failure before the first or behind the last command.
 void AddLineNumber(const FiscalCommandFile& file, std::string& message) {
-    if (commandNumber < 0 || commandNumber >= file.GetCommandCount()) return;
+    if (commandNumber >= file.GetCommandCount()) return;
     message += Format(" (line: %d)", file.GetCommandLineNumber(commandNumber));
 }
 

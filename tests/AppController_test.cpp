@@ -201,8 +201,11 @@ TEST_F(AppController_LogFileData, CopiesTheFileToTheLogsOfTheType) {
     AppController::LogFileData(DBG_LOG, file);
     EXPECT_EQ(StdLog(), startLines);
     EXPECT_EQ(DbgLog(), std::string(startLines) + "\tEXIT\n");
-    AppController::LogFileData(ALL_LOGS, file);
+    AppController::LogFileData(STD_LOG, file);
     EXPECT_EQ(StdLog(), std::string(startLines) + "\tEXIT\n");
+    EXPECT_EQ(DbgLog(), std::string(startLines) + "\tEXIT\n");
+    AppController::LogFileData(ALL_LOGS, file);
+    EXPECT_EQ(StdLog(), std::string(startLines) + "\tEXIT\n\tEXIT\n");
     EXPECT_EQ(DbgLog(), std::string(startLines) + "\tEXIT\n\tEXIT\n");
 }
 

@@ -24,12 +24,14 @@
 extern "C" {
 Barcode_Item* __real_Barcode_Create(char* text);
 FILE* __real_fmemopen(void* buffer, std::size_t size, const char* mode);
+void* __real_calloc(std::size_t count, std::size_t size);
 }
 
 namespace {
 
 bool noItems = false;
 bool noMemoryStreams = false;
+bool noRoomForCopies = false;
 
 /// The printers' widths in characters; a character is 12 dots wide.
 constexpr int printers[] = {20, 32, 36};
@@ -560,6 +562,15 @@ TEST(StandardError, IsTheCallersAgainAfterwards) {
     EXPECT_EQ(captured.Text(), "before, between, after");
 }
 
+TEST(BarcodeBitmapConstructor, FreesItsItemWhenThereIsNoMemoryForTheText) {
+    noRoomForCopies = true;
+    const std::unique_ptr<DriverException> failure = FailureOf([] { BarcodeBitmap("AB", "128B"); });
+    noRoomForCopies = false;
+    ASSERT_NE(failure, nullptr);
+    EXPECT_EQ(failure->ErrorCode, 50);
+    EXPECT_EQ(failure->Message, "Memory allocation error - Cannot allocate memory");
+}
+
 TEST(StandardError, GetsNothingFromAnySymbology) {
     CapturedStandardError captured;
     for (const Vector& vector : vectors) ExpectTaken(vector.data, vector.type);
@@ -592,6 +603,12 @@ Barcode_Item* __wrap_Barcode_Create(char* text) {
 
 FILE* __wrap_fmemopen(void* buffer, std::size_t size, const char* mode) {
     if (!noMemoryStreams) return __real_fmemopen(buffer, size, mode);
+    errno = ENOMEM;
+    return nullptr;
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    if (!noRoomForCopies) return __real_calloc(count, size);
     errno = ENOMEM;
     return nullptr;
 }

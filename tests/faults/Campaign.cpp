@@ -12,6 +12,9 @@
 #include <cstring>
 #include <new>
 
+// Only a build with coverage counters has it.
+extern "C" void __gcov_dump() __attribute__((weak));
+
 namespace faults {
 
 namespace {
@@ -170,6 +173,7 @@ Tally RunCampaign(std::size_t count, const CampaignLimits& limits,
 
 void Conclude(const Outcome& outcome) {
     *ownOutcome = outcome;
+    if (__gcov_dump != nullptr) __gcov_dump();
     _exit(0);
 }
 

@@ -14,7 +14,7 @@ namespace faults {
 Tally RunInLanes(std::size_t count, unsigned lanes, unsigned secondsInAll,
                  const std::function<Outcome(std::size_t)>& run);
 
-/// As many of the items as wanted, spread evenly by the seed; all of them when wanted is 0.
+/// As many of the items as wanted, spread evenly, by seed; all of them when wanted is 0.
 template <typename Item>
 void KeepSome(std::vector<Item>& items, std::size_t wanted, std::uint64_t seed);
 

@@ -44,6 +44,7 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 /// Records the call; true, with errno set, when it is to fail.
 bool Fails(const std::string& call) {
     const Lock lock(guard);
+    calls.reserve(4096);  // at once: a test may be short of memory when a call is recorded
     calls.push_back(call);
     times.try_emplace(call, std::chrono::steady_clock::now());
     for (auto it = injected.begin(); it != injected.end(); ++it) {
