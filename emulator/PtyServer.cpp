@@ -23,6 +23,7 @@ namespace {
 constexpr int bitsPerByte = 11;                     // start, eight, parity, stop
 constexpr std::chrono::milliseconds reopenPoll{5};  // where the kernel does not tell of openings
 constexpr std::chrono::hours forever{24};
+constexpr std::chrono::microseconds wakeUpTime{100};  // which a timer may be late
 
 [[noreturn]] void Throw(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -150,7 +151,9 @@ void PtyServer::PollOnce() {
     fds.push_back({farEndOpen_ ? master_ : -1, POLLIN, 0});
     for (const auto& [fd, action] : watches_) fds.push_back({fd, POLLIN, 0});
 
-    const timespec wait = ToTimespec(NextDeadline() - Clock::now());
+    // A paced line wakes early and looks at the clock until the deadline is there.
+    const auto early = options_.bitsPerSecond > 0 ? wakeUpTime : std::chrono::microseconds::zero();
+    const timespec wait = ToTimespec(NextDeadline() - Clock::now() - early);
     if (ppoll(fds.data(), fds.size(), &wait, nullptr) < 0) {
         if (errno == EINTR) return;
         Throw("Cannot wait for the line");

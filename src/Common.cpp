@@ -43,7 +43,9 @@ std::string TrimRight(const std::string& str, const std::string& charsToTrim) {
 }
 
 std::string Trim(const std::string& str, const std::string& charsToTrim) {
-    return TrimLeft(TrimRight(str, charsToTrim), charsToTrim);
+    const std::size_t begin = str.find_first_not_of(charsToTrim);
+    if (begin == std::string::npos) return {};
+    return str.substr(begin, str.find_last_not_of(charsToTrim) - begin + 1);
 }
 
 std::string ToUpper(const std::string& str) {

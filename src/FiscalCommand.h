@@ -2,8 +2,9 @@
 // SALE: DEPTNR=1; PRICE=1.00; QNTY=2
 #pragma once
 
-#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// Every failure here is code 1 and sets cmdError; docs/command-language.md lists the messages.
 class FiscalCommand {
@@ -27,6 +28,13 @@ class FiscalCommand {
     std::string GetParameter(const std::string& name, bool remove);
 
   private:
+    using Parameter = std::pair<std::string, std::string>;  // name in upper case, value as written
+    using Parameters = std::vector<Parameter>;
+
+    /// A name that is there already gets the new value.
+    void SetParameter(std::string name, std::string value);
+    Parameters::const_iterator Find(const std::string& name) const;
+
     std::string command;
-    std::map<std::string, std::string> parameters;  // name in upper case -> value as written
+    Parameters parameters;  // an ordered map in one piece of memory: by name, each name once
 };

@@ -1,0 +1,17 @@
+// The pictures of docs/performance.md, drawn from what was measured.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Parts.h"
+#include "WholeRuns.h"
+
+struct Pictures {
+    std::vector<SaleTimes> sales;  // one per frame family
+    PartTimes parts;
+    std::vector<RunCost> runs;  // by size, ascending
+};
+
+/// Writes sale-time.svg and file-size.svg into the folder.
+void Draw(const Pictures& pictures, const std::string& folder);

@@ -1,0 +1,247 @@
+#include "WholeRuns.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "CommandFiles.h"
+#include "Rig.h"
+
+namespace {
+
+using emulator::WireFamily;
+
+constexpr int receiptCommands = 200;
+constexpr int plainStatusReads = 3;  // at connecting, behind the last command, at the end
+
+std::string NameOf(WireFamily family) {
+    return family == WireFamily::Margay ? "Margay" : "Ocelot";
+}
+
+Limit If(bool judged, Limit limit) {
+    return judged ? limit : Limit::None;
+}
+
+template <typename... Values>
+std::string Note(const char* format, Values... values) {
+    char text[128];
+    snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+/// The sizes of the frames that a command or a status read consists of.
+struct FrameSizes {
+    int request, answer, eof;
+    int check;        // what a data frame has beside its data
+    int bytesOnLine;  // of one byte of data
+    int nameLength;   // of a department
+
+    int Data(int bytes) const { return bytes * bytesOnLine + check; }
+    int Command(int parameters) const {
+        return request + answer + Data(2 + parameters) + answer + eof + answer;
+    }
+    int StatusRead() const { return request + answer + Data(2 + 15) + answer + eof + answer; }
+    int SaleData() const { return Data(2 + 1 + nameLength + 3 + 4); }
+};
+
+constexpr FrameSizes ocelotSizes = {5, 4, 4, 2, 1, 18};
+constexpr FrameSizes margaySizes = {5, 1, 3, 3, 2, 20};
+
+const FrameSizes& SizesOf(WireFamily family) {
+    return family == WireFamily::Margay ? margaySizes : ocelotSizes;
+}
+
+// --- one sale, frame by frame --------------------------------------------------------------------
+
+constexpr const char* frameNames[] = {"request", "answer",      "data",
+                                      "answer",  "end of file", "answer"};
+constexpr std::size_t framesPerCommand = std::size(frameNames);
+constexpr std::size_t dataFrameAt = 2;
+
+/// Where the frames of each sale begin. The first sale of the file is left out: its status is not
+/// the usual one.
+std::vector<std::size_t> SalesIn(const std::vector<FrameSeen>& frames, int dataSize) {
+    std::vector<std::size_t> begins;
+    for (std::size_t i = framesPerCommand; i + framesPerCommand <= frames.size(); ++i) {
+        const FrameSeen& data = frames[i + dataFrameAt];
+        if (data.fromDriver && data.size == static_cast<std::size_t>(dataSize)) begins.push_back(i);
+    }
+    return begins;
+}
+
+/// The time from the frame before to this one, less what the two need on the wire.
+double Waited(const std::vector<FrameSeen>& frames, std::size_t at) {
+    const FrameSeen& frame = frames[at];
+    const FrameSeen& before = frames[at - 1];
+    const double between = frame.atMs - before.atMs;
+    // What came from the register is noted at its first byte, what goes there at its last.
+    if (!frame.fromDriver) return between;
+    return between - static_cast<double>(before.size + frame.size) * byteMs;
+}
+
+SaleTimes MedianSale(const std::string& family, const std::vector<FrameSeen>& frames,
+                     int dataSize) {
+    SaleTimes sale{family, {}};
+    const std::vector<std::size_t> begins = SalesIn(frames, dataSize);
+    if (begins.empty()) throw std::runtime_error("no sale was seen on the line");
+    for (std::size_t i = 0; i < framesPerCommand; ++i) {
+        std::vector<double> waits;
+        for (std::size_t begin : begins) waits.push_back(Waited(frames, begin + i));
+        const FrameSeen& first = frames[begins.front() + i];
+        const double wait = std::max(0.0, Median(waits));
+        sale.frames.push_back({frameNames[i], first.fromDriver,
+                               static_cast<double>(first.size) * byteMs,
+                               first.fromDriver ? 0 : wait, first.fromDriver ? wait : 0});
+    }
+    return sale;
+}
+
+// --- system calls --------------------------------------------------------------------------------
+
+/// The total of a summary by `strace -c`.
+long CallsIn(const std::string& summaryFile) {
+    std::ifstream in(summaryFile);
+    for (std::string line; std::getline(in, line);) {
+        if (!line.ends_with(" total")) continue;
+        std::istringstream words(line);
+        std::string share, seconds, usecsPerCall;
+        long calls = 0;
+        words >> share >> seconds >> usecsPerCall >> calls;
+        return calls;
+    }
+    throw std::runtime_error("strace counted nothing");
+}
+
+long CallsOf(const Rig& rig, int commands) {
+    rig.RunUnder({"strace", "-f", "-c", "-o", "calls.txt"}, Receipt(commands));
+    return CallsIn("calls.txt");
+}
+
+double ReadingUs(const std::string& way, const std::string& file) {
+    return std::stod(OutputOf({"/proc/self/exe", "--read", way, file}));
+}
+
+std::string Commands(int count) {
+    return std::to_string(count) + " commands";
+}
+
+}  // namespace
+
+Effort QuickEffort() {
+    return {.rounds = 1, .starts = 5, .sizes = {10, 100}, .readLines = 1000, .judged = false};
+}
+
+long FewestBytes(WireFamily family, int commands) {
+    const FrameSizes& sizes = SizesOf(family);
+    constexpr int cashierNumber = 1;
+    constexpr int tender = 5;  // the medium and the amount
+    const int sale = sizes.request + 3 * sizes.answer + sizes.SaleData() + sizes.eof;
+    return plainStatusReads * sizes.StatusRead() + sizes.Command(cashierNumber) +
+           static_cast<long>(commands - 1) * sale + sizes.Command(tender) + sizes.Command(0);
+}
+
+SaleTimes MeasureLine(Report& report, const Effort& effort, WireFamily family) {
+    const std::string group = "The line, " + NameOf(family) + " frames";
+    const int commands = effort.judged ? receiptCommands : 5;
+    const ServedRun run =
+        Rig(family).Paced(true).NoteFrames().Run(Receipt(commands), effort.rounds);
+    const double runs = static_cast<double>(run.series.runs.size());
+    const double bytes = static_cast<double>(run.counters.bytesIn + run.counters.bytesOut) / runs;
+    report.Add({group, "bytes of " + Commands(commands), bytes, "bytes", Limit::Exactly,
+                static_cast<double>(FewestBytes(family, commands))});
+    report.Add({group, "status reads", run.counters.statusReads / runs, "", Limit::Exactly,
+                plainStatusReads});
+    const double wall = run.series.WallMs();
+    report.Add({group, "(time - 100 ms) / time of the bytes",
+                (wall - closingPauseMs) / run.LineMs(), "times", If(effort.judged, Limit::AtMost),
+                1.03, Note("%.1f ms for %.1f ms on the line", wall, run.LineMs())});
+    return MedianSale(NameOf(family), run.frames, SizesOf(family).SaleData());
+}
+
+void MeasureProcessor(Report& report, const Effort& effort, WireFamily family) {
+    const std::string group = "The processor, " + NameOf(family) + " frames, debug log on";
+    const Rig rig(family);
+    const double calls = static_cast<double>(CallsOf(rig, 200) - CallsOf(rig, 100)) / 100;
+    report.Add({group, "system calls per command", calls, "", Limit::AtMost, 60});
+    const int more = effort.judged ? 2000 : 100;
+    std::vector<double> perCommand;
+    for (int i = 0; i < effort.rounds; ++i) {
+        const double few = rig.Run(Receipt(100), 1).series.ProcessorMs();
+        const double many = rig.Run(Receipt(100 + more), 1).series.ProcessorMs();
+        perCommand.push_back((many - few) * 1000 / more);
+    }
+    report.Add({group, "processor time per command", Median(perCommand), "us",
+                If(effort.judged, Limit::AtMost), 500});
+}
+
+void MeasureStart(Report& report, const Effort& effort) {
+    const std::string group = "Starting";
+    const std::vector<Series> starts =
+        RunInTurn(effort.starts, {{"/bin/true"}, {VOLTIS_PATH, "/?"}});
+    const double nothing = starts[0].WallMs();
+    const double usage = starts[1].WallMs();
+    report.Add({group, "voltis /? against /bin/true", usage / nothing, "times",
+                If(effort.judged, Limit::AtMost), 3, Note("%.2f ms and %.2f ms", usage, nothing)});
+    const int sales = effort.judged ? 11 : 1;
+    const double sale = Rig(WireFamily::Ocelot).Run(Receipt(2), sales).series.WallMs();
+    report.Add({group, "a sale on an endless fast line, less 100 ms", sale - closingPauseMs, "ms",
+                If(effort.judged, Limit::AtMost), 20});
+}
+
+void MeasureFreshReading(Report& report, const Effort& effort) {
+    const std::string group = "Reading a file in a fresh process";
+    const double few = 1000;
+    const double many = effort.readLines;
+    std::ofstream("few.txt") << Receipt(static_cast<int>(few));
+    std::ofstream("many.txt") << Receipt(effort.readLines);
+    std::vector<double> driver;
+    std::vector<double> driverFew;
+    std::vector<double> plain;
+    for (int i = 0; i < 4 * effort.rounds + 1; ++i) {
+        driver.push_back(ReadingUs("driver", "many.txt"));
+        driverFew.push_back(ReadingUs("driver", "few.txt"));
+        plain.push_back(ReadingUs("plainly", "many.txt"));
+    }
+    report.Add({group, "against fgets and strtok", Median(driver) / Median(plain), "times",
+                If(effort.judged, Limit::AtMost), 6,
+                Note("%.0f lines: %.1f ms and %.1f ms", many, Median(driver) / 1000,
+                     Median(plain) / 1000)});
+    report.Add({group, "a command of 100000 against one of 1000",
+                Median(driver) / many / (Median(driverFew) / few), "times",
+                If(effort.judged, Limit::AtMost), 1.15});
+}
+
+std::vector<RunCost> MeasureGrowth(Report& report, const Effort& effort) {
+    const std::string group = "Whole runs on an endless fast line, debug log on";
+    const Rig rig(WireFamily::Ocelot);
+    std::vector<std::vector<double>> processorMs(effort.sizes.size());
+    std::vector<std::vector<double>> peakKb(effort.sizes.size());
+    for (int round = 0; round < effort.rounds; ++round) {
+        for (std::size_t i = 0; i < effort.sizes.size(); ++i) {
+            const RunFigures run = rig.Run(Receipt(effort.sizes[i]), 1).series.runs.front();
+            processorMs[i].push_back(run.processorMs);
+            peakKb[i].push_back(static_cast<double>(run.peakKb));
+        }
+    }
+    std::vector<RunCost> costs;
+    for (std::size_t i = 0; i < effort.sizes.size(); ++i) {
+        const double perCommand = Median(processorMs[i]) * 1000 / effort.sizes[i];
+        costs.push_back({effort.sizes[i], perCommand, static_cast<long>(Median(peakKb[i]))});
+        report.Add({group, Commands(effort.sizes[i]), perCommand, "us", Limit::None, 0,
+                    Note("of the processor per command, %ld KB at most", costs.back().peakKb)});
+    }
+    if (!effort.judged) return costs;
+    const RunCost& small = costs[2];
+    const RunCost& large = costs.back();
+    report.Add({group, "peak memory at 1000 commands", static_cast<double>(small.peakKb) / 1024,
+                "MB", Limit::AtMost, 8});
+    report.Add(
+        {group, "more per further command",
+         static_cast<double>(large.peakKb - small.peakKb) / (large.commands - small.commands), "KB",
+         Limit::AtMost, 0.6});
+    report.Add({group, "a command of 100000 against one of 1000",
+                large.processorUsPerCommand / small.processorUsPerCommand, "times", Limit::AtMost,
+                1.15, "the sequence number wraps on the way"});
+    return costs;
+}
