@@ -2,7 +2,8 @@
 // no more frames than the numbers of retries allow; its exit code and its result agree with each
 // other and with what was written; and the same input gives the same run again.
 //
-// An input is: family and file, flags of the healthy status, its protocol code, the peer's script.
+// An input is: family, file and whether there are retries; flags of the healthy status; its
+// protocol code; the peer's script.
 
 #include <unistd.h>
 
@@ -44,26 +45,41 @@ constexpr int fileCount = std::size(commandFiles);
 
 // ---- The bound ---------------------------------------------------------------------------------
 
-/// The most frames that the driver can write, whatever the peer does, with the default retries.
-int MostFrames(int sends) {
-    constexpr int retries = 3;
-    // A request is written again only after silence; more than 3 of it fail.
-    constexpr int request = retries + 1;
-    // Each incoming frame is answered; the fourth bad one fails.
-    constexpr int statusRead = request + 2 * (retries + 1);
+/// The most frames that the driver can write, whatever the peer does, with that many retries of
+/// each kind.
+constexpr int MostFrames(int retries, int sends) {
+    // A request is written again only after silence; more than the retries of it fail.
+    const int request = retries + 1;
+    // Each incoming frame is answered; a bad one too many fails.
+    const int statusRead = request + 2 * (retries + 1);
     // Every attempt but the last costs a retry of one of three kinds, and each is followed by a
     // status read, which is more than the end-of-file that follows success.
-    constexpr int attempts = 3 * retries + 1;
-    constexpr int command = attempts * (request + 1 + statusRead);
+    const int attempts = 3 * retries + 1;
+    const int command = attempts * (request + 1 + statusRead);
     // Looking for the register does without retries of the request.
-    constexpr int connecting = statusRead - retries + statusRead;
+    const int connecting = statusRead - retries + statusRead;
     // Before the first command, before a report, behind the last, after a failure, for the result.
     const int statusReads = sends + 4;
-    constexpr int modeChanges = 3;  // in, out, and out again when that failed
+    const int modeChanges = 3;  // in, out, and out again when that failed
     return connecting + statusReads * statusRead + (sends + modeChanges) * command;
 }
-static_assert(defaultNakRetryCount == 3 && defaultGarbageRetryCount == 3 &&
-              defaultLostResponseRetryCount == 3);
+constexpr int defaultRetries = defaultNakRetryCount;
+static_assert(defaultGarbageRetryCount == defaultRetries &&
+              defaultLostResponseRetryCount == defaultRetries);
+// Without retries, none of the files can need more than a hundred frames; with the default number
+// one command alone may: 10 attempts of 17 frames.
+static_assert(MostFrames(0, 4) <= 100);
+
+/// What an input's first byte chooses.
+struct Choice {
+    explicit Choice(std::uint8_t byte)
+        : family(byte % 2), file(byte / 2 % fileCount), retries(byte / 2 / fileCount % 2 == 0) {}
+    int Retries() const { return retries ? defaultRetries : 0; }
+
+    int family;
+    int file;
+    bool retries;
+};
 
 // ---- One run -----------------------------------------------------------------------------------
 
@@ -79,12 +95,20 @@ class Folder {
   public:
     Folder() {
         for (int i = 0; i < fileCount; ++i) folder.Write(Name(i), commandFiles[i].text);
-        folder.Write("0.ini", "[VOLTIS]\nProtocolFormatting=0\n");
-        folder.Write("1.ini", "[VOLTIS]\nProtocolFormatting=1\n");
+        for (const std::string family : {"0", "1"}) {
+            const std::string text = "[VOLTIS]\nProtocolFormatting=" + family + "\n";
+            folder.Write(family + "-with.ini", text);
+            folder.Write(family + "-without.ini", text +
+                                                      "NakRetryCount=0\nGarbageRetryCount=0\n"
+                                                      "LostResponseRetryCount=0\n");
+        }
     }
     static std::string Name(int file) { return std::to_string(file) + ".txt"; }
     std::string Commands(int file) const { return folder.File(Name(file)); }
-    std::string Ini(int family) const { return folder.File(std::to_string(family) + ".ini"); }
+    std::string Ini(const Choice& choice) const {
+        return folder.File(std::to_string(choice.family) +
+                           (choice.retries ? "-with.ini" : "-without.ini"));
+    }
     std::string Result() const { return folder.File("result"); }
 
   private:
@@ -105,18 +129,19 @@ void ResetEverything() {
 
 FuzzedPeer PeerOf(const std::uint8_t* data, std::size_t size) {
     constexpr BYTE keylockInReg = KEYLOCK_POSITION_REG << 3;
-    const auto family = static_cast<ProtocolFormatting>(data[0] % 2);
+    const auto family = static_cast<ProtocolFormatting>(Choice(data[0]).family);
     return FuzzedPeer(family, data[1] ^ keylockInReg, data[2], {data + 3, data + size});
 }
 
 Outcome Run(const Folder& folder, const std::uint8_t* data, std::size_t size) {
     ResetEverything();
     ThePeer().emplace(PeerOf(data, size));
-    IniFile::SetFile(folder.Ini(data[0] % 2), true);
+    const Choice choice(data[0]);
+    IniFile::SetFile(folder.Ini(choice), true);
     IniFile::SetSection(sectionName, true);
     unlink(folder.Result().c_str());
     FiscalCommandProcessor_Initialize();
-    Execute(folder.Commands(data[0] / 2 % fileCount), folder.Result());
+    Execute(folder.Commands(choice.file), folder.Result());
     return {GetPRC(), ReadWholeFile(folder.Result()), ThePeer()->Wire()};
 }
 
@@ -163,8 +188,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Folder folder;
     tally.Input();
     const Outcome outcome = Run(folder, data, size);
-    const int sends = commandFiles[data[0] / 2 % fileCount].sends;
-    Require(ThePeer()->FramesWritten() <= MostFrames(sends), "a run ends within its bound");
+    const Choice choice(data[0]);
+    const int sends = commandFiles[choice.file].sends;
+    Require(ThePeer()->FramesWritten() <= MostFrames(choice.Retries(), sends),
+            "a run ends within its bound");
     tally.Largest(ThePeer()->FramesWritten(), "frames in a run");
     RequirePromise(outcome, sends);
     Require(Run(folder, data, size) == outcome, "the same input gives the same run");

@@ -12,6 +12,7 @@
 #include <climits>
 #include <cstdio>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Globals.h"
@@ -596,9 +597,14 @@ TEST(StandardError, IsNotWrittenToWhenItCannotBeLedAway) {
 extern "C" {
 
 Barcode_Item* __wrap_Barcode_Create(char* text) {
-    if (!noItems) return __real_Barcode_Create(text);
-    errno = ENOMEM;
-    return nullptr;
+    if (noItems) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    const bool noRoomLater = std::exchange(noRoomForCopies, false);
+    Barcode_Item* const item = __real_Barcode_Create(text);
+    noRoomForCopies = noRoomLater;
+    return item;
 }
 
 FILE* __wrap_fmemopen(void* buffer, std::size_t size, const char* mode) {

@@ -129,7 +129,7 @@ def main():
     parser.add_argument("--count", type=int, default=240)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--only", default="", help="a unit, such as src/Decimal.cpp")
-    parser.add_argument("--build", default="", help="a folder to keep the build in")
+    parser.add_argument("--build", default="", help="a new folder to keep the build in")
     options = parser.parse_args()
 
     work = pathlib.Path(options.build or tempfile.mkdtemp(prefix="voltis-mutants-"))
