@@ -170,11 +170,10 @@ TEST_F(Server, CanBeSetUpAnewAfterEachClosing) {
     }
 }
 
-TEST_F(Server, WithoutAResetTheSecondSetUpIsRefused) {
+TEST_F(Server, AResetMakesTheNextSetUpPossible) {
     PtyServer idle(line);
     { EXPECT_TRUE(Port(idle.SlavePath()).SetUp()); }
-    const bool refused = !Port(idle.SlavePath()).SetUp();
-    if (!refused) GTEST_SKIP() << "this kernel does not need the reset";
+    static_cast<void>(Port(idle.SlavePath()).SetUp());  // which kernels refuse that see no change
     for (speed_t speed : std::initializer_list<speed_t>{B19200, B9600, B115200}) {
         idle.ResetSettings();
         EXPECT_TRUE(Port(idle.SlavePath(), speed).SetUp());
