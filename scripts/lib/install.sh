@@ -1,4 +1,5 @@
 # Installing what a script needs from the distribution; meant to be sourced.
+# shellcheck shell=bash
 
 # Runs a command with the rights to install: as it is for root, with sudo otherwise.
 as_root() {
@@ -28,7 +29,19 @@ need_packages() {
     done
     [ "${#missing[@]}" -gt 0 ] || return 0
     echo "Installing ${missing[*]} ..."
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -q
+    if [ -z "${packages_updated:-}" ]; then
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get update -q
+        packages_updated=yes
+    fi
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends \
         "${missing[@]}"
+}
+
+# need_clang: clang++ with the sanitizers' runtime, whose package has clang's version in its name.
+need_clang() {
+    need_packages clang
+    if ! command -v dpkg-query >/dev/null; then return 0; fi
+    local version
+    version=$(clang -dumpversion)
+    need_packages "libclang-rt-${version%%.*}-dev"
 }
