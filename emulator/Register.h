@@ -1,89 +1,19 @@
-// The register behind the wire: its memory, its rules and its keyboard.
+// The register at the end of the wire: its memory, its rules and its keyboard.
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "emulator/Model.h"
+#include "emulator/RegisterTypes.h"
 #include "emulator/Tape.h"
 #include "emulator/Wire.h"
 
 namespace emulator {
-
-/// Money is in hundredths of the home currency, quantities in thousandths, everywhere here.
-using Money = std::int64_t;
-
-/// The positions of the key, as the status block numbers them.
-enum class Keylock : std::uint8_t { Z = 0, Off = 1, Reg = 2, X = 3 };
-
-/// Result codes of a command, as the status block names them (50 travels as FFh).
-namespace result {
-constexpr std::uint8_t Ok = 0;
-constexpr std::uint8_t ReceiptPaperEnd = 1;
-constexpr std::uint8_t JournalPaperEnd = 2;
-constexpr std::uint8_t PrinterError = 3;
-constexpr std::uint8_t FiscalCommandError = 50;
-}  // namespace result
-
-struct Plu {
-    std::uint64_t number;  // 1 to 13 digits
-    std::string name;      // UTF-8
-    Money price;           // used when a sale brings none
-    int department;
-};
-
-struct RegisterConfig {
-    const Model* model = nullptr;  // required
-    std::uint8_t language = 0;
-    bool cashierSystem = false;  // on: entering fiscal mode needs a cashier from 1 to 99
-    int departments = 99;        // 1 to this many may be sold from
-    std::vector<Plu> plus = DefaultPlus();
-    Money drawerCash = 10000;       // cash in the drawer at the start
-    std::uint32_t lastReceipt = 0;  // number of the last receipt before this start
-    std::array<std::int64_t, 4> foreignRates = {
-        10000, 9000, 12500, 5000};  // home money for one
-                                    // unit of currency 1 to 4, in ten-thousandths
-    std::vector<std::string> header = {"EMULATED REGISTER"};  // on top of every receipt
-
-    static std::vector<Plu> DefaultPlus();
-};
-
-/// One command as the register judged it. A repeated data frame that is only acknowledged again
-/// leaves no entry.
-struct Acted {
-    std::uint8_t command;
-    Bytes payload;  // without the sequence number
-    std::uint16_t sequence;
-    bool accepted;  // false: refused, nothing was changed or printed
-    std::uint8_t result;
-
-    bool operator==(const Acted&) const = default;
-};
-
-/// Totals since the last Z report.
-struct DayTotals {
-    Money sales = 0;      // net of returns, adjustments, tickets and coupons; closed receipts only
-    Money discounts = 0;  // sums of what was taken off or put on, as positive numbers
-    Money markups = 0;
-    Money returns = 0;
-    Money tickets = 0;
-    Money coupons = 0;
-    Money receivedOnAccount = 0;  // home money; foreign converted
-    Money paidOut = 0;
-    std::array<Money, 8> media = {};  // taken by tender, change already given back from cash
-    std::map<int, Money> departments;
-    int receipts = 0;
-
-    bool operator==(const DayTotals&) const = default;
-};
-
-/// What a key press came to.
-enum class KeyResult { Done, PoweredOff, KeyboardBlocked, WrongKey, NoReceipt, NoPaper, NoCash };
-const char* KeyResultText(KeyResult result);
 
 class Register {
   public:
@@ -255,8 +185,5 @@ class Register {
     std::optional<OpenCommand> open_;
     std::vector<Acted> journal_;
 };
-
-/// Hundredths as text: 1250 is "12.50", -5 is "-0.05".
-std::string MoneyText(Money amount);
 
 }  // namespace emulator

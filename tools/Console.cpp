@@ -43,20 +43,6 @@ constexpr Row rows[] = {
     {"help", "list these lines", Help},
 };
 
-const char* KeylockText(Keylock position) {
-    switch (position) {
-        case Keylock::Z:
-            return "Z";
-        case Keylock::Off:
-            return "OFF";
-        case Keylock::Reg:
-            return "REG";
-        case Keylock::X:
-            return "X";
-    }
-    return "?";
-}
-
 std::string ReceiptText(const Register& device) {
     const std::string number = std::to_string(device.ReceiptNumber());
     if (!device.ReceiptInProgress()) return "none open, last number " + number;
