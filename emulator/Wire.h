@@ -15,7 +15,7 @@ namespace emulator {
 using Bytes = std::vector<std::uint8_t>;
 using View = std::span<const std::uint8_t>;
 
-/// The answers that either end gives to a frame. Busy is sent by the register only.
+/// How either end answers a frame. Busy is sent by the register only.
 enum class Answer { Ack, Nak, Busy };
 
 /// What a request asks for. Margay requests do not say: Either.
@@ -28,7 +28,7 @@ struct Request {
 };
 
 /// One family of frames. Every Parse takes a whole burst and succeeds only when the burst is
-/// exactly one good frame of that kind: right size, right check bytes, nothing before or behind.
+/// exactly one good frame of that kind: right size, right check bytes, nothing before or after it.
 /// It keeps no state, so it may be asked after every byte.
 class Wire {
   public:
@@ -65,38 +65,7 @@ class Wire {
     static constexpr std::size_t kRequestSize = 5;  // in both families
 };
 
-/// Binary frames closed by an XOR byte and a byte that brings the sum of the frame to zero.
-class OcelotWire : public Wire {
-  public:
-    std::optional<Request> ParseRequest(View burst) const override;
-    std::optional<Bytes> ParseData(View burst, std::size_t dataSize) const override;
-    bool ParseEof(View burst, std::uint8_t total) const override;
-    bool IsSomeEof(View burst) const override;
-    std::optional<Answer> ParseAnswer(View burst) const override;
-    std::uint8_t TotalOf(View dataFrame) const override;
-    bool RequestStandsOut() const override { return false; }
-    Bytes BuildAnswer(Answer answer) const override;
-    Bytes BuildData(View data) const override;
-    Bytes BuildEof(std::uint8_t total) const override;
-    std::size_t DataFrameSize(std::size_t dataSize) const override { return dataSize + 2; }
-};
-
-/// Frames of hexadecimal letters closed by a negated sum in two letters and an end byte.
-class MargayWire : public Wire {
-  public:
-    std::optional<Request> ParseRequest(View burst) const override;
-    std::optional<Bytes> ParseData(View burst, std::size_t dataSize) const override;
-    bool ParseEof(View burst, std::uint8_t total) const override;
-    bool IsSomeEof(View burst) const override;
-    std::optional<Answer> ParseAnswer(View burst) const override;
-    std::uint8_t TotalOf(View dataFrame) const override;
-    bool RequestStandsOut() const override { return true; }
-    Bytes BuildAnswer(Answer answer) const override;
-    Bytes BuildData(View data) const override;
-    Bytes BuildEof(std::uint8_t total) const override;
-    std::size_t DataFrameSize(std::size_t dataSize) const override { return 2 * dataSize + 3; }
-};
-
+/// The frames of a family; each family is a file of its own, OcelotWire.cpp and MargayWire.cpp.
 std::unique_ptr<Wire> MakeWire(WireFamily family);
 
 }  // namespace emulator

@@ -457,8 +457,8 @@ TEST_F(OcelotLine, AnswersARequestForAnotherNetworkIdByBusy) {
 }
 
 TEST_F(OcelotLine, AnswersARequestInTheWrongDirectionByNak) {
-    EXPECT_EQ(peer.Say(OcelotWire().BuildData(Hex("d9 01 b3"))), peer.Nak());
-    EXPECT_EQ(peer.Say(OcelotWire().BuildData(Hex("d0 01 d1"))), peer.Nak());
+    EXPECT_EQ(peer.Say(MakeWire(WireFamily::Ocelot)->BuildData(Hex("d9 01 b3"))), peer.Nak());
+    EXPECT_EQ(peer.Say(MakeWire(WireFamily::Ocelot)->BuildData(Hex("d0 01 d1"))), peer.Nak());
 }
 
 TEST_F(OcelotLine, TakesARequestInPlaceOfALongerDataFrameOnlyAfterTheGap) {

@@ -7,6 +7,20 @@
 
 using namespace emulator;
 
+namespace {
+
+const Wire& OcelotWire() {
+    static const auto wire = MakeWire(WireFamily::Ocelot);
+    return *wire;
+}
+
+const Wire& MargayWire() {
+    static const auto wire = MakeWire(WireFamily::Margay);
+    return *wire;
+}
+
+}  // namespace
+
 // --- Ocelot --------------------------------------------------------------------------------------
 
 TEST(OcelotWire, ReadsTheRequestForADepartmentSale) {
@@ -79,7 +93,7 @@ TEST(OcelotWire, ClosesADataFrameWithXorAndNegatedSum) {
 }
 
 TEST(OcelotWire, NoRequestBeginsWithAGoodDataFrameOfFourBytes) {
-    const OcelotWire wire;
+    const Wire& wire = OcelotWire();
     for (int kind : {0xD0, 0xD9})
         for (int id = 0; id < 256; ++id)
             for (int command = 0xB0; command <= 0xD5; ++command) {
