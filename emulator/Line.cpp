@@ -1,5 +1,8 @@
 #include "emulator/Line.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace emulator {
@@ -60,9 +63,9 @@ Bytes Line::Sent(Bytes reply) {
 
 // --- telling frames apart ------------------------------------------------------------------------
 
-// A request is recognised in every state: whoever has lost an answer begins anew. Only while a data
-// frame is awaited may the same bytes be the beginning of that frame, which the gap decides, or the
-// whole of it, when both are of one size: then a request that would be taken is one.
+// A request is recognised in every state: an end that has lost an answer begins anew. Only while a
+// data frame is awaited may the same bytes be the beginning of that frame, which the gap decides,
+// or the whole of it, when both are of one size: then a request that would be taken is one.
 std::optional<Bytes> Line::TryFrame() {
     if (state_ != State::Data || wire_->RequestStandsOut()) {
         if (auto reply = TryRequest()) return reply;
@@ -163,7 +166,7 @@ Bytes Line::AcceptAnswer(Answer answer) {
 // an answer is taken for an acknowledgement, as the usual one; everything else is met with silence.
 Bytes Line::Unreadable() {
     ++counters_.unreadable;
-    // Whoever closes a command whose data never came must not be told that all is well but for
+    // An end that closes a command whose data never came must not be told that all is well but for
     // this frame: silence fails the command at the other end.
     const bool misplacedEof = state_ == State::Data && wire_->IsSomeEof(burst_);
     if (state_ == State::Request || misplacedEof) return {};

@@ -1,10 +1,14 @@
-// A register at the end of a line: takes bytes, gives bytes, knows nothing of time or devices.
+// A register at the end of a line: takes bytes, returns bytes, knows nothing of time or devices.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <utility>
 
+#include "emulator/Model.h"
 #include "emulator/Register.h"
 #include "emulator/Wire.h"
 

@@ -32,7 +32,7 @@ std::span<const Model> Models();
 /// The model of that name and version; null when there is none (margay has no version 1).
 const Model* FindModel(std::string_view name, std::uint8_t version);
 
-/// What a command code stands for on the wire: the parameter bytes (after the sequence number)
+/// What a command code means on the wire: the parameter bytes (after the sequence number)
 /// that this model expects, or kNotACommand for a code that is none.
 constexpr std::size_t kNotACommand = static_cast<std::size_t>(-1);
 std::size_t PayloadSize(const Model& model, std::uint8_t command);

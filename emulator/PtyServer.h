@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "emulator/Line.h"
+#include "emulator/Wire.h"
 
 namespace emulator {
 
@@ -47,9 +49,10 @@ class PtyServer {
     /// Times that the far end was closed since the start.
     int Closings() const { return closings_; }
 
-    /// Makes the pty forget the settings of whoever had it open: the kernel drops the parity flag
-    /// of a pty, and a second tcsetattr that would change nothing else is refused with EINVAL. Done
-    /// by Run after each close; to be called by hand between two openings while Run is not running.
+    /// Makes the pty forget the settings of the program that had it open: the kernel drops the
+    /// parity flag of a pty, and a second tcsetattr that would change nothing else is refused with
+    /// EINVAL. Done by Run after each close; to be called by hand between two openings while Run is
+    /// not running.
     void ResetSettings();
 
   private:

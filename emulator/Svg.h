@@ -10,7 +10,7 @@ namespace emulator {
 
 /// The slip, one unit of the picture to a printer dot, 12 dots to a character. Text is fixed-width;
 /// every dot of a barcode's raster is drawn over the barcode's height (neighbouring dots as one
-/// rectangle), its blank margins are kept, and its text line stands below.
+/// rectangle), its blank margins are kept, and its text line is below.
 /// lineLength: printed characters per line of the model.
 std::string RenderSvg(const Slip& slip, std::size_t lineLength);
 
