@@ -3,6 +3,8 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # g++ 12 sees overlapping copies in `"text" + std::string` that are none (GCC bug 105651).
     add_compile_options(-Wno-restrict)
+else()
+    add_compile_options(-Wreserved-identifier)
 endif()
 # Source places in messages are relative to the tree, whatever folder it was built in.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)

@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""Checks that what the pages of the tree point to is there.
+
+    links.py [--root DIR]     prints a line per finding: FILE:LINE: what is wrong
+
+Looked at are links and pictures to files of the tree, anchors of headings (as code hosts make them),
+and paths in code spans that begin with a folder of the tree. Links to other hosts are not followed.
+"""
+
+import argparse
+import pathlib
+import re
+import sys
+
+TREE = pathlib.Path(__file__).resolve().parents[2]
+LINK = re.compile(r"!?\[(?:[^\[\]]|\[[^\]]*\]\([^)]*\))*\]\(([^()\s]+)(?:\s+\"[^\"]*\")?\)")
+INNER = re.compile(r"!\[[^\]]*\]\(([^()\s]+)\)")
+SPAN = re.compile(r"(?<!`)`([^`]+)`(?!`)")
+HEADING = re.compile(r"^#{1,6}\s+(.*?)\s*#*$")
+FENCE = re.compile(r"^\s*(```|~~~)")
+ABSOLUTE = re.compile(r"^[a-z][a-z0-9+.-]*:")
+
+
+def prose_of(text):
+    """The lines of a page outside its code blocks, with their numbers."""
+    fenced, blank = False, True
+    for number, line in enumerate(text.splitlines(), 1):
+        if FENCE.match(line):
+            fenced = not fenced
+            continue
+        indented = blank and line.startswith("    ")  # a code block, unless it goes on a paragraph
+        blank = not line.strip() or indented
+        if not fenced and not indented:
+            yield number, line
+
+
+def anchor_of(heading, taken):
+    """The anchor that code hosts make of a heading; a second one of that name gets -1, and so on."""
+    text = re.sub(r"\[([^\]]*)\]\([^)]*\)", r"\1", heading).replace("`", "")
+    anchor = re.sub(r"[^\w\- ]", "", text.lower()).replace(" ", "-")
+    count = taken.get(anchor, 0)
+    taken[anchor] = count + 1
+    return f"{anchor}-{count}" if count else anchor
+
+
+def anchors_of(path):
+    taken = {}
+    lines = [line for _, line in prose_of(path.read_text())]
+    return {anchor_of(match.group(1), taken) for match in map(HEADING.match, lines) if match}
+
+
+def check_link(target, page, root):
+    """What is wrong with a link of that page, None when nothing is."""
+    if ABSOLUTE.match(target):
+        return None
+    name, _, anchor = target.partition("#")
+    file = (page.parent / name).resolve() if name else page
+    if not file.exists():
+        return f"link to {target}: no such file"
+    if not file.is_relative_to(root):
+        return f"link to {target}: outside the tree"
+    if anchor and file.suffix == ".md" and anchor not in anchors_of(file):
+        return f"link to {target}: no such heading"
+    return None
+
+
+def check_span(span, root):
+    """What is wrong with a path in a code span, None when nothing is or it is no path of the tree."""
+    path = span.split()[0]
+    folder = path.partition("/")[0]
+    if "/" not in path or folder in ("", "build") or not (root / folder).is_dir():
+        return None
+    if any(mark in path for mark in "<>*?{}$|") or "NAME" in path:
+        return None  # stands for many
+    # A unit may be named without its ending.
+    known = (root / path).exists() or any(root.glob(path.rstrip("/") + ".*"))
+    return None if known else f"`{span}`: no such file"
+
+
+def check_page(page, root):
+    for number, line in prose_of(page.read_text()):
+        code_free = SPAN.sub("", line)
+        targets = [match.group(1) for pattern in (LINK, INNER) for match in pattern.finditer(line)]
+        for target in dict.fromkeys(targets):
+            finding = check_link(target, page, root)
+            if finding:
+                yield number, finding
+        if "](" in LINK.sub("", INNER.sub("", code_free)):
+            yield number, "a link that cannot be read"
+        for match in SPAN.finditer(line):
+            finding = check_span(match.group(1), root) if match.group(1).strip() else None
+            if finding:
+                yield number, finding
+
+
+def check_tree(root):
+    pages = [path for path in sorted(root.rglob("*.md"))
+             if path.relative_to(root).parts[0] not in ("build", ".git")]
+    return [f"{page.relative_to(root)}:{line}: {finding}"
+            for page in pages for line, finding in check_page(page, root)]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--root", type=pathlib.Path, default=TREE)
+    findings = check_tree(parser.parse_args().root.resolve())
+    print("\n".join(findings), end="\n" if findings else "")
+    return 1 if findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
