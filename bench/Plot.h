@@ -1,4 +1,4 @@
-// The pictures of docs/performance.md, drawn from what was measured.
+// The pictures of docs/measurements.md, drawn from what was measured.
 #pragma once
 
 #include <string>

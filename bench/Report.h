@@ -32,5 +32,5 @@ class Report {
     std::vector<Figure> figures_;
 };
 
-/// Processor, kernel and compiler, as docs/performance.md names them.
+/// Processor, kernel and compiler, as docs/measurements.md names them.
 std::string Machine();
