@@ -37,7 +37,7 @@ inline constexpr char stdLogFileName[] = "voltis.log";
 inline constexpr char dbgLogFileName[] = "dbgerror.log";
 inline constexpr char markerFileName[] = "voltis.started.tmp";
 
-// Defaults of the configuration keys, in the order of the README's table.
+// Defaults of the configuration keys; docs/reference.md has them, too.
 inline constexpr int defaultOldResultFileFormat = 0;
 inline constexpr int defaultStdLogLevel = 0;
 inline constexpr int defaultDbgLogLevel = 0;
