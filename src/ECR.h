@@ -114,9 +114,9 @@ void SetCmdTimeout(CommandType type);
 void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand);
 
 /// The cached records; read from the register first when they are not valid. Every attempt to send
-/// a command makes the status invalid, except one that ends in its request or its end-of-file
-/// frame; connecting makes both so. Raise what SendCommand raises, but for 151 and 200 + code, and
-/// also 103 "Unsupported ECR type".
+/// a command makes the status invalid, except one that fails in its request; connecting makes both
+/// so. Raise what SendCommand raises, but for 151 and 200 + code, and also 103 "Unsupported ECR
+/// type".
 const EcrSettings& ECR_Settings();
 const EcrStatus& ECR_Status();
 

@@ -169,9 +169,9 @@ void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand) {
         const BUF frame = BuildDataFrame(payload);  // before State tells that it went out
         if (fiscalCommand) State = STATE_CMDSENT;
         const BYTE result = SendFrameAndReadResponse(frame);
+        ecrStatusValid = false;  // also when the end-of-file exchange fails
         troubles.Note(result);
         if (result == ACK) SendEof();
-        ecrStatusValid = false;
         if (result == ACK) break;
         FailIfRefused();
         if (troubles.TooMany()) Fail(151, "Send error");

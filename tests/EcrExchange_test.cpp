@@ -684,11 +684,13 @@ TEST_P(ECR_SendEof, FailsAtTheFirstFailedWrite) {
     EXPECT_EQ(Counted(), (Statistics{.sent = 2, .received = 2, .lost = 1}));
 }
 
-TEST_P(ECR_SendEof, LeavesTheStatusCachedWhenTheAnswerIsLost) {
-    ecrStatusValid = true;
-    Expect(TotalAnsweredBy("{ack}") + "PC->ECR: {eof}\n PC<-ECR: lost");
-    EXPECT_TRUE(FailureOfTotal());
-    EXPECT_TRUE(ecrStatusValid);
+TEST_P(ECR_SendEof, FailsWithTheStatusToBeReadAnew) {
+    for (const char* end : {"PC->ECR: {eof}\n PC<-ECR: lost", "PC->ECR: {eof} fails"}) {
+        ecrStatusValid = true;
+        Expect(TotalAnsweredBy("{ack}") + end);
+        EXPECT_TRUE(FailureOfTotal());
+        EXPECT_FALSE(ecrStatusValid);
+    }
 }
 
 TEST_P(ECR_SendEof, TakesAnyOtherAnswerForTheEndOfTheCommand) {
