@@ -9,6 +9,9 @@ endif()
 # Source places in messages are relative to the tree, whatever folder it was built in.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
+# Files of 2 GiB and more, on 32 bits as well.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
 # _FORTIFY_SOURCE needs optimisation, so only Release has it; the rest costs nothing elsewhere.
 add_compile_options(-fstack-protector-strong)
 add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)

@@ -4,13 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <limits>
 #include <memory>
 
 #include "Common.h"
 #include "DriverException.h"
 
 namespace {
+
+static_assert(sizeof(off_t) == 8, "a log may be longer than 2 GiB, on 32 bits as well");
 
 constexpr char blanks[] = " \t\r\n";
 
@@ -26,38 +28,45 @@ FILE* OpenFile(const std::string& filename, const char* mode) {
     return file;
 }
 
+/// False for a file that is not there.
+bool IsSpecialFile(const std::string& filename) {
+    struct stat status {};
+    return stat(filename.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
 /// No limit, unless the log is to be copied into itself: that must end where the log ends now.
-std::size_t CopyLimit(FILE* source, FILE* log) {
+off_t CopyLimit(FILE* source, FILE* log) {
+    constexpr off_t none = std::numeric_limits<off_t>::max();
     struct stat from {};
     struct stat to {};
     // GCOVR_EXCL_BR_START: the state of an open file can always be told.
-    if (fstat(fileno(source), &from) != 0 || fstat(fileno(log), &to) != 0) return SIZE_MAX;
+    if (fstat(fileno(source), &from) != 0 || fstat(fileno(log), &to) != 0) return none;
     // GCOVR_EXCL_BR_STOP
     const bool same = from.st_dev == to.st_dev && from.st_ino == to.st_ino;
-    return same ? static_cast<std::size_t>(from.st_size) : SIZE_MAX;
+    return same ? from.st_size : none;
 }
 
 }  // namespace
 
 LogFile::LogFile(const std::string& name) : filename(name) {
     log = OpenFile(name, "at");  // the last that can fail: nothing would close the file again
-    fseek(log, 0, SEEK_END);
+    fseeko(log, 0, SEEK_END);
 }
 
 LogFile::~LogFile() {
-    const long position = ftell(log);
+    const off_t position = ftello(log);
     fclose(log);
     if (position == 0) DeleteFile(filename);
 }
 
 void LogFile::StartFragment() {
-    fragments.push_back(ftell(log));
+    fragments.push_back(ftello(log));
 }
 
 void LogFile::EndFragment(bool saveFragment) {
     if (fragments.empty()) return;
     if (!saveFragment && ftruncate(fileno(log), fragments.back()) == 0) {
-        fseek(log, fragments.back(), SEEK_SET);
+        fseeko(log, fragments.back(), SEEK_SET);
     }
     fragments.pop_back();
 }
@@ -70,11 +79,12 @@ void LogFile::AddMessage(const std::string& message, bool addTime) {
 }
 
 void LogFile::AddFile(const std::string& name) {
+    if (IsSpecialFile(name)) return;
     const File file(OpenFile(name, "rt"));
-    std::size_t left = CopyLimit(file.get(), log);
+    off_t left = CopyLimit(file.get(), log);
     std::string line;
     while (left > 0 && GetLine(file.get(), line)) {
-        left -= std::min(left, line.size());
+        left -= std::min(left, static_cast<off_t>(line.size()));
         const std::string text = TrimRight(line, blanks);
         if (!text.empty()) AddMessage("\t" + text, false);
     }

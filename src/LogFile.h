@@ -1,6 +1,8 @@
 // LogFile: an append-only text log whose latest lines can be cut off again.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -26,15 +28,15 @@ class LogFile {
     /// effect.
     void EndFragment(bool saveFragment);
     void AddMessage(const std::string& message, bool addTime);
-    /// Copies the lines of a text file that are not blank, each behind a tab; of the log itself, as
-    /// far as it reaches at the call. Raises like the constructor when the file cannot be opened; a
-    /// read error ends the copy.
+    /// Copies the lines of a text file that are not blank, each after a tab; of the log itself, as
+    /// far as it reaches at the call. Copies nothing of what is no regular file: a pipe may never
+    /// end. Raises like the constructor when the file cannot be opened; a read error ends the copy.
     void AddFile(const std::string& filename);
     /// "dd.mm.yyyy hh:mm:ss.mmm", local time.
     std::string GetCurTime();
 
   private:
     FILE* log = nullptr;
-    std::vector<long> fragments;
+    std::vector<off_t> fragments;
     std::string filename;
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -315,6 +316,15 @@ TEST_F(LogFile_AddFile, FailsWithTheSystemsTextForAMissingFile) {
 TEST_F(LogFile_AddFile, IgnoresAReadError) {
     LogFile log(path);
     EXPECT_FALSE(FailureOf([&] { log.AddFile(folder.Path()); }));
+    EXPECT_EQ(Text(), "");
+}
+
+TEST_F(LogFile_AddFile, CopiesNothingButARegularFile) {
+    const std::string pipe = folder.File("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    LogFile log(path);
+    log.AddFile(pipe);  // nobody writes into it: opening it would wait for ever
+    log.AddFile("/dev/zero");
     EXPECT_EQ(Text(), "");
 }
 
