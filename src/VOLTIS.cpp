@@ -1,5 +1,8 @@
 #include "VOLTIS.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -62,6 +65,14 @@ CommandLine ParseCommandLine(int argc, char* argv[]) {
     for (int i = 1; i < argc; ++i) TakeArgument(argv[i], line);
     if (line.cmdFile.empty()) FailCommandLine();
     return line;
+}
+
+/// A file that is opened in the place of a standard stream would take what the stream is written.
+void OpenMissingStreams() {
+    for (int stream = 0; stream <= 2; ++stream) {
+        // The lowest number that is free is this one, for those below it are open.
+        if (fcntl(stream, F_GETFD) == -1) open("/dev/null", O_RDWR);
+    }
 }
 
 /// A marker that can still be deleted is taken to be stale.
@@ -204,6 +215,17 @@ std::string EndFailedCommandFile(const DriverException& failure, const std::stri
     return WithResultLine(oldFormat, GetPRC(), text);
 }
 
+/// False when a byte did not reach the file; errno then tells why.
+bool WriteAndClose(FILE* file, const std::string& text) {
+    // Not as a C string: a message may quote a NUL byte of the command file.
+    const bool written =
+        fwrite(text.data(), 1, text.size(), file) == text.size() && fflush(file) == 0;
+    const int failure = errno;
+    const bool closed = fclose(file) == 0;
+    if (!written) errno = failure;
+    return written && closed;
+}
+
 }  // namespace
 
 void Execute(const std::string& cmdFile, const std::string& resultFile) {
@@ -229,9 +251,12 @@ void CreateResultFile(const std::string& fileName, const std::string& text) {
         });
         return;
     }
-    // Not as a C string: a message may quote a NUL byte of the command file.
-    fwrite(text.data(), 1, text.size(), file);
-    fclose(file);
+    if (WriteAndClose(file, text)) return;
+    AsFarAsPossible([&, failure = errno] {
+        errno = failure;
+        AppController::LogMessage(
+            DBG_LOG, GetSystemErrorMessage("Unable to write result file '" + fileName + "'"), true);
+    });
 }
 
 std::string GetCommandLine(int argc, char* argv[]) {
@@ -280,7 +305,9 @@ void ExitDriver() {
 }
 
 int main(int argc, char* argv[]) {
+    OpenMissingStreams();
     signal(SIGXFSZ, SIG_IGN);  // a log that has reached its limit must not end a sale half-way
+    signal(SIGPIPE, SIG_IGN);  // nor the way out a caller that does not read what is shown
     try {
         Run(argc, argv);
     } catch (DriverException* caught) {

@@ -245,6 +245,22 @@ TEST(ResultFile, ThatCannotBeWrittenLeavesAFailureAsItIs) {
     EXPECT_EQ(shop.Execute(badSyntax).exitCode, 1);
 }
 
+TEST(ResultFile, ThatCannotBeWrittenToTheEndIsLoggedWithTheReason) {
+    Shop shop;
+    fs::create_symlink("/dev/full", shop.Folder().File("result.txt"));
+    const RunOutcome run = shop.Execute(sale);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.dbgLog, HasSubstr("  Unable to write result file 'result.txt' - No space left "
+                                      "on device\n"));
+    EXPECT_THAT(run.stdLog, Not(HasSubstr("Unable to write")));
+    EXPECT_EQ(shop.Execute(badSyntax).exitCode, 1);
+}
+
+TEST(ResultFile, ThatIsWrittenToTheEndIsNotSpokenOf) {
+    Shop shop;
+    EXPECT_THAT(shop.Execute(sale).dbgLog, Not(HasSubstr("result file")));
+}
+
 // --- EXIT and GET_STATUS -------------------------------------------------------------------------
 
 TEST(ExitFile, EndsWithOneAndWritesNoResult) {
@@ -753,6 +769,18 @@ TEST(CommandFile, ThatIsAFolderIsNotTakenForAnEmptyOne) {
     EXPECT_EQ(shop.Line().Counters().bytesIn, 0);
 }
 
+TEST(CommandFile, ThatIsANamedPipeIsReadButNotCopiedIntoTheLog) {
+    Shop shop;
+    const RunOutcome run = shop.StartBy(
+                                   "mkfifo pipe; echo 'SALE DEPTNR=1' > pipe & "
+                                   "\"$@\"; code=$?; wait; exit $code")
+                               .Run({"pipe"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.result, Optional(HasSubstr("Missing ':' after fiscal command (file : 'pipe'")));
+    EXPECT_THAT(run.dbgLog, HasSubstr("  Input file (pipe):\n"));
+    EXPECT_THAT(run.dbgLog, Not(HasSubstr("DEPTNR")));
+}
+
 // --- text of the command file --------------------------------------------------------------------
 
 TEST(CommandText, MayEndItsLinesWithCarriageReturnAndLineFeed) {
@@ -918,6 +946,23 @@ TEST(Register, IsLeftUnblockedAfterAnError) {
     EXPECT_FALSE(shop.Device().InFiscalMode());
 }
 
+TEST(Register, IsLeftUnblockedAfterALostEndOfTheEntering) {
+    Shop shop;
+    int ends = 0;
+    bool lost = false;
+    shop.Line().OnReceive([&](emulator::Bytes& chunk) {
+        const bool end = chunk.size() == 4 && chunk[0] == 0xFF && chunk[1] == 0xFF;
+        if (end) lost = ++ends == 1;
+    });
+    shop.Line().OnSend([&](emulator::Bytes& reply) {
+        if (lost) reply.clear();
+        lost = false;
+    });
+    const RunOutcome run = shop.Ini("CmdTimeout_Default", "500").Execute(sale);
+    EXPECT_THAT(run.result, Optional(FailedResult(2, "ECR response lost", 150)));
+    EXPECT_FALSE(shop.Device().InFiscalMode());
+}
+
 TEST(Register, StaysBlockedAfterAnErrorWhenConfiguredSo) {
     Shop shop;
     const RunOutcome run = shop.Ini("KeepEcrBlockedAfterError", "1").Execute(unknownArticle);
@@ -977,6 +1022,45 @@ TEST(StandardOutput, StaysEmptyWhateverComesOfTheRun) {
          {sale, openReceipt, badSyntax, std::string("EXIT\n"), std::string("GET_STATUS\n")}) {
         EXPECT_EQ(shop.Execute(commands).out, "") << commands;
     }
+}
+
+namespace {
+
+// Standard output becomes a pipe that nobody reads any more.
+const std::string toNobody =
+    "mkfifo nobody; exec 3<>nobody 4>nobody 3<&-; rm nobody; exec \"$@\" >&4 4>&-";
+
+}  // namespace
+
+TEST(StandardOutput, ThatNobodyReadsLeavesTheUsageInOrder) {
+    Shop shop;
+    const RunOutcome run = shop.StartBy(toNobody).Ini("DbgErrorLog", "1").Run({"/?"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_FALSE(fs::exists(shop.Folder().File(marker)));
+    EXPECT_EQ(run.dbgLog, "");
+}
+
+TEST(StandardOutput, ThatNobodyReadsLeavesAnotherInstanceItsExitCode) {
+    Shop shop;
+    fs::create_directories(shop.Folder().File(marker + "/held"));
+    EXPECT_EQ(shop.StartBy(toNobody).Execute(sale).exitCode, 2);
+}
+
+TEST(StandardOutput, ThatIsClosedDoesNotBecomeALog) {
+    for (const char* closed : {">&-", "<&- >&- 2>&-"}) {
+        Shop shop;
+        const RunOutcome run = shop.StartBy("exec \"$@\" " + std::string(closed)).Run({"/?"});
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_TRUE(Matches(run.dbgLog, StartPattern(" /?"))) << closed << run.dbgLog;
+    }
+}
+
+TEST(StandardOutput, ThatIsClosedWithTheOtherTwoLetsASalePass) {
+    Shop shop;
+    const RunOutcome run = shop.StartBy("exec \"$@\" <&- >&- 2>&-").Execute(sale);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.result, Optional(soldResult));
+    EXPECT_EQ(shop.Device().Totals().sales, 500);
 }
 
 // --- server mode ---------------------------------------------------------------------------------

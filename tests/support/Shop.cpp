@@ -89,6 +89,11 @@ Shop& Shop::Sandbox(const std::vector<std::string>& bwrapArguments) {
     return *this;
 }
 
+Shop& Shop::StartBy(const std::string& script) {
+    startScript_ = script;
+    return *this;
+}
+
 void Shop::WriteIni() const {
     fs::remove(config_.File("voltis.ini"));
     if (!ini_) return;
@@ -120,7 +125,7 @@ RunOutcome Shop::Run(const std::vector<std::string>& arguments) {
     const std::size_t linesBefore = device_.Paper().Lines().size();
     const std::size_t judgedBefore = device_.Journal().size();
 
-    std::vector<std::string> command = {VOLTIS_PATH};
+    std::vector<std::string> command = {"sh", "-c", startScript_, "sh", VOLTIS_PATH};
     command.insert(command.end(), arguments.begin(), arguments.end());
     RunOutcome outcome = RunServed(command);
 

@@ -40,6 +40,8 @@ class Shop {
     Shop& WorkIn(const std::string& folder);
     /// Further arguments for the sandbox of the next runs, applied last.
     Shop& Sandbox(const std::vector<std::string>& bwrapArguments);
+    /// A shell script that starts the driver of the next runs by "$@".
+    Shop& StartBy(const std::string& script);
 
     /// Runs the driver with these arguments to its end, with the register at work. A result file of
     /// an earlier run is removed first. Anything on standard error fails the test.
@@ -65,6 +67,7 @@ class Shop {
     std::optional<std::map<std::string, std::string>> ini_;
     std::string workDir_;
     std::vector<std::string> bwrapArguments_;
+    std::string startScript_ = "exec \"$@\"";
     emulator::Register device_;
     emulator::Line line_;
     emulator::PtyServer server_;
