@@ -1,4 +1,4 @@
-#include "CommandFiles.h"
+#include "bench/CommandFiles.h"
 
 #include <cstdio>
 #include <cstring>

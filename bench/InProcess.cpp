@@ -1,4 +1,4 @@
-#include "InProcess.h"
+#include "bench/InProcess.h"
 
 #include <cstring>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "Parts.h"
+#include "bench/Parts.h"
 
 #include <benchmark/benchmark.h>
 #include <time.h>
@@ -7,14 +7,14 @@
 #include <fstream>
 #include <vector>
 
-#include "CommandFiles.h"
 #include "Decimal.h"
 #include "FiscalCommandFile.h"
-#include "InProcess.h"
 #include "IniFile.h"
 #include "Linux/ComPort.h"
 #include "LogFile.h"
 #include "ProtocolFormatting.h"
+#include "bench/CommandFiles.h"
+#include "bench/InProcess.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Plot.h"
+#include "bench/Plot.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "Parts.h"
-#include "WholeRuns.h"
+#include "bench/Parts.h"
+#include "bench/WholeRuns.h"
 
 struct Pictures {
     std::vector<SaleTimes> sales;  // one per frame family

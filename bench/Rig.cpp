@@ -1,4 +1,4 @@
-#include "Rig.h"
+#include "bench/Rig.h"
 
 #include <cstdio>
 #include <fstream>

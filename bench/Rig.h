@@ -2,11 +2,10 @@
 // sandbox only, whose /dev/ttyS0, /etc/voltis and /var/log/voltis it makes its own.
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
-#include "Spawn.h"
+#include "bench/Spawn.h"
 #include "emulator/Line.h"
 #include "emulator/PtyServer.h"
 

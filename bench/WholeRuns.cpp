@@ -1,12 +1,12 @@
-#include "WholeRuns.h"
+#include "bench/WholeRuns.h"
 
 #include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
-#include "CommandFiles.h"
-#include "Rig.h"
+#include "bench/CommandFiles.h"
+#include "bench/Rig.h"
 
 namespace {
 

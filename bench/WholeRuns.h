@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Report.h"
+#include "bench/Report.h"
 #include "emulator/Wire.h"
 
 /// How much is measured.

@@ -11,13 +11,13 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "Parts.h"
-#include "Plot.h"
-#include "Report.h"
-#include "Spawn.h"
-#include "WholeRuns.h"
-#include "support/Sandbox.h"
-#include "support/TempDir.h"
+#include "bench/Parts.h"
+#include "bench/Plot.h"
+#include "bench/Report.h"
+#include "bench/Spawn.h"
+#include "bench/WholeRuns.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

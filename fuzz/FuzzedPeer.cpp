@@ -1,4 +1,4 @@
-#include "FuzzedPeer.h"
+#include "fuzz/FuzzedPeer.h"
 
 #include <cerrno>
 #include <utility>
@@ -6,7 +6,7 @@
 #include "CommChannel.h"
 #include "DriverException.h"
 #include "ECR.h"
-#include "Property.h"
+#include "fuzz/Property.h"
 
 namespace {
 

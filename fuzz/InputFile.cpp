@@ -1,9 +1,9 @@
-#include "InputFile.h"
+#include "fuzz/InputFile.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "Property.h"
+#include "fuzz/Property.h"
 
 InputFile::InputFile()
     : fd(memfd_create("input", MFD_CLOEXEC)), path("/proc/self/fd/" + std::to_string(fd)) {

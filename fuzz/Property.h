@@ -8,12 +8,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
 
 #include "DriverException.h"
 #include "Globals.h"
-#include "support/Failure.h"
+#include "tests/support/Failure.h"
 
 /// A property that does not hold ends the process like a crash, so that the input is kept.
 inline void Require(bool holds, const char* property, Where at = Here()) {

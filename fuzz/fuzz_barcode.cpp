@@ -7,8 +7,8 @@
 
 #include "BarcodeBitmap.h"
 #include "Common.h"
-#include "Property.h"
-#include "support/GuardedHeap.h"
+#include "fuzz/Property.h"
+#include "tests/support/GuardedHeap.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "Common.h"
 #include "FiscalCommand.h"
-#include "Property.h"
+#include "fuzz/Property.h"
 
 namespace {
 

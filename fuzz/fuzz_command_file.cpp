@@ -5,8 +5,8 @@
 
 #include "Common.h"
 #include "FiscalCommandFile.h"
-#include "InputFile.h"
-#include "Property.h"
+#include "fuzz/InputFile.h"
+#include "fuzz/Property.h"
 
 namespace {
 

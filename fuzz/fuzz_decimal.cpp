@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "Decimal.h"
-#include "Property.h"
+#include "fuzz/Property.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "Property.h"
 #include "ProtocolFormatting.h"
+#include "fuzz/Property.h"
 
 namespace {
 

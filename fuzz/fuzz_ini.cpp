@@ -7,8 +7,8 @@
 
 #include "Common.h"
 #include "IniFile.h"
-#include "InputFile.h"
-#include "Property.h"
+#include "fuzz/InputFile.h"
+#include "fuzz/Property.h"
 
 namespace {
 

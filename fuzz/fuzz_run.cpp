@@ -12,12 +12,12 @@
 #include "ECR.h"
 #include "EcrLink.h"
 #include "FiscalCommandProcessor.h"
-#include "FuzzedPeer.h"
 #include "IniFile.h"
 #include "ProcessorInternal.h"
-#include "Property.h"
 #include "VOLTIS.h"
-#include "support/TempDir.h"
+#include "fuzz/FuzzedPeer.h"
+#include "fuzz/Property.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include <exception>
 #include <functional>
 #include <iostream>
-#include <vector>
 
 #include "tools/Emulate.h"
 #include "tools/Try.h"

@@ -1,4 +1,4 @@
-#include "Sandbox.h"
+#include "tools/Sandbox.h"
 
 #include <fcntl.h>
 #include <signal.h>

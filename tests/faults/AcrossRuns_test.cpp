@@ -2,7 +2,7 @@
 // again.
 #include <gtest/gtest.h>
 
-#include "DriverRun.h"
+#include "tests/faults/DriverRun.h"
 
 namespace {
 

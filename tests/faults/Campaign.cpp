@@ -1,4 +1,4 @@
-#include "Campaign.h"
+#include "tests/faults/Campaign.h"
 
 #include <sys/mman.h>
 #include <sys/wait.h>

@@ -1,9 +1,8 @@
-#include "CommandGenerator.h"
+#include "tests/faults/CommandGenerator.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <functional>
 #include <optional>
 
 namespace faults {

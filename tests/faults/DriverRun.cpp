@@ -1,4 +1,4 @@
-#include "DriverRun.h"
+#include "tests/faults/DriverRun.h"
 
 #include <sys/mman.h>
 #include <sys/wait.h>

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "Campaign.h"
-#include "FaultyChannel.h"
-#include "support/TempDir.h"
+#include "tests/faults/Campaign.h"
+#include "tests/faults/FaultyChannel.h"
+#include "tests/support/TempDir.h"
 
 namespace faults {
 

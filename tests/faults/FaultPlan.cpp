@@ -1,4 +1,4 @@
-#include "FaultPlan.h"
+#include "tests/faults/FaultPlan.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "FaultyChannel.h"
+#include "tests/faults/FaultyChannel.h"
 
 #include <algorithm>
 

@@ -4,10 +4,10 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <vector>
 
-#include "FaultPlan.h"
 #include "emulator/Line.h"
+#include "tests/faults/FaultPlan.h"
 
 namespace faults {
 

@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <random>
 
-#include "DriverRun.h"
-#include "SaleFaults.h"
+#include "tests/faults/DriverRun.h"
+#include "tests/faults/SaleFaults.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <map>
 #include <set>
 
-#include "CommandGenerator.h"
-#include "DriverRun.h"
 #include "ProcessorInternal.h"
+#include "tests/faults/CommandGenerator.h"
+#include "tests/faults/DriverRun.h"
 
 namespace {
 

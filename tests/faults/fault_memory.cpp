@@ -14,9 +14,9 @@
 #include <new>
 #include <random>
 
-#include "DriverRun.h"
-#include "SaleFaults.h"
-#include "support/Sandbox.h"
+#include "tests/faults/DriverRun.h"
+#include "tests/faults/SaleFaults.h"
+#include "tests/support/Sandbox.h"
 
 // The entry's main, which its library gives this name.
 int VoltisMain(int argc, char* argv[]);

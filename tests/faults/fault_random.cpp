@@ -4,8 +4,8 @@
 //   fault_random --full    many
 #include <random>
 
-#include "DriverRun.h"
-#include "SaleFaults.h"
+#include "tests/faults/DriverRun.h"
+#include "tests/faults/SaleFaults.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "BarcodeReading.h"
+#include "tests/support/BarcodeReading.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "support/ScriptedWire.h"
-#include "support/WireFrames.h"
+#include "tests/support/ScriptedWire.h"
+#include "tests/support/WireFrames.h"
 
 /// Runs each test in both frame families, without a connect.
 class InBothFamilies : public testing::TestWithParam<ProtocolFormatting> {

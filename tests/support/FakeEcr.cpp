@@ -1,4 +1,4 @@
-#include "FakeEcr.h"
+#include "tests/support/FakeEcr.h"
 
 #include "DriverException.h"
 #include "Globals.h"

@@ -1,4 +1,4 @@
-#include "GuardedHeap.h"
+#include "tests/support/GuardedHeap.h"
 
 #include <sys/mman.h>
 

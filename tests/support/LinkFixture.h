@@ -3,14 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "EcrLink.h"
 #include "Globals.h"
 #include "IniFile.h"
-#include "support/Failure.h"
-#include "support/RecordedLog.h"
-#include "support/TempDir.h"
+#include "tests/support/Failure.h"
+#include "tests/support/RecordedLog.h"
+#include "tests/support/TempDir.h"
 
 /// A configuration file with these lines in the driver's section.
 class Configuration {

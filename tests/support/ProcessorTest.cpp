@@ -1,9 +1,9 @@
-#include "ProcessorTest.h"
+#include "tests/support/ProcessorTest.h"
 
 #include "Globals.h"
 #include "IniFile.h"
 #include "ProcessorInternal.h"
-#include "SleepRecorder.h"
+#include "tests/support/SleepRecorder.h"
 
 std::string Hex(const std::string& text, std::size_t width) {
     std::string hex;

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "FakeEcr.h"
-#include "support/Failure.h"
-#include "support/TempDir.h"
+#include "tests/support/Failure.h"
+#include "tests/support/FakeEcr.h"
+#include "tests/support/TempDir.h"
 
 using Told = std::vector<std::string>;
 

@@ -1,4 +1,4 @@
-#include "RecordedLog.h"
+#include "tests/support/RecordedLog.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "support/Sandbox.h"
+#include "tests/support/Sandbox.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/ScarceMemory.h"
+#include "tests/support/ScarceMemory.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -2,7 +2,7 @@
 // nanosleep, which Sleep calls, goes before the C library's.
 #include <ctime>
 
-#include "ScriptedWire.h"
+#include "tests/support/ScriptedWire.h"
 
 extern "C" int nanosleep(const timespec* request, timespec* /*rest*/) {
     ScriptedPause(static_cast<std::uint32_t>(request->tv_nsec));

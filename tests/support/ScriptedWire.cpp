@@ -1,4 +1,4 @@
-#include "ScriptedWire.h"
+#include "tests/support/ScriptedWire.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "support/SerialLine.h"
+#include "tests/support/SerialLine.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,7 +16,7 @@
 #include <thread>
 #include <utility>
 
-#include "support/Hex.h"
+#include "tests/support/Hex.h"
 
 namespace {
 

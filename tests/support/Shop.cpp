@@ -1,4 +1,4 @@
-#include "Shop.h"
+#include "tests/support/Shop.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "support/Sandbox.h"
+#include "tests/support/Sandbox.h"
 
 namespace fs = std::filesystem;
 using emulator::PtyServer;

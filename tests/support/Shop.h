@@ -11,7 +11,7 @@
 
 #include "emulator/Line.h"
 #include "emulator/PtyServer.h"
-#include "support/TempDir.h"
+#include "tests/support/TempDir.h"
 
 /// What one run left behind.
 struct RunOutcome {

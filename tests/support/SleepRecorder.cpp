@@ -1,4 +1,4 @@
-#include "SleepRecorder.h"
+#include "tests/support/SleepRecorder.h"
 
 #include <cerrno>
 #include <cstdint>

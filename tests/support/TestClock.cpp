@@ -1,4 +1,4 @@
-#include "TestClock.h"
+#include "tests/support/TestClock.h"
 
 #include <sys/time.h>
 

@@ -1,4 +1,4 @@
-#include "WireFrames.h"
+#include "tests/support/WireFrames.h"
 
 #include <cstdio>
 #include <sstream>

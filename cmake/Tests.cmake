@@ -1,0 +1,49 @@
+# How the tests are built and registered; for tests/ and the folders below it.
+include(GoogleTest)
+
+# A program of tests/: includes name the path from src/ or from the tree's root.
+function(voltis_test_program name)
+    cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+    add_executable(${name} ${name}.cpp ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+    target_link_libraries(${name} PRIVATE ${arg_LIBS})
+endfunction()
+
+# Every test of an executable runs in a process of its own, so that flags which the driver never
+# clears start fresh.
+function(voltis_add_test name)
+    cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 60)
+    endif()
+    if(NOT arg_LABELS)
+        set(arg_LABELS unit)
+    endif()
+    voltis_test_program(${name} SOURCES ${arg_SOURCES}
+        LIBS ${arg_LIBS} GTest::gtest GTest::gtest_main)
+    # The C++ library first: otherwise a template instance that it has, too, may come from an archive
+    # member of ours, and bring in the very functions that a test replaces.
+    target_link_options(${name} PRIVATE -Wl,--no-as-needed,-lstdc++,--as-needed)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+        PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
+endfunction()
+
+# The linker leads calls of these functions to the program's own __wrap_ functions.
+function(voltis_wrap name)
+    foreach(call ${ARGN})
+        target_link_options(${name} PRIVATE -Wl,--wrap=${call})
+    endforeach()
+endfunction()
+
+# A program that prints one line with its counts: <name>_sample belongs to the usual tests,
+# <name>_full to the long ones.
+function(voltis_add_fault_test name)
+    cmake_parse_arguments(arg "" "TIMEOUT;PROCESSORS" "SOURCES;LIBS" ${ARGN})
+    voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
+    add_test(NAME ${name}_sample COMMAND ${name})
+    set_tests_properties(${name}_sample PROPERTIES
+        LABELS faults TIMEOUT ${arg_TIMEOUT} PROCESSORS ${arg_PROCESSORS})
+    add_test(NAME ${name}_full COMMAND ${name} --full)
+    set_tests_properties(${name}_full PROPERTIES
+        LABELS soak TIMEOUT 3600 PROCESSORS ${arg_PROCESSORS})
+endfunction()

@@ -1,0 +1,48 @@
+// What the driver promises of a run, measured by what the register did and what was on the wire.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/faults/Campaign.h"
+#include "tests/faults/system/DriverWatch.h"
+#include "tests/faults/system/Till.h"
+
+namespace faults {
+
+/// Command and parameters, as the register acted on them.
+struct Action {
+    std::uint8_t command;
+    emulator::Bytes payload;
+    bool operator==(const Action&) const = default;
+};
+using Actions = std::vector<Action>;
+
+/// What the register has done since its journal had that size, but for entering and leaving fiscal
+/// mode.
+Actions ActionsSince(const emulator::Register& device, std::size_t journalSize);
+
+/// What a run without faults does: what every other run is measured by.
+struct HealthyRun {
+    Actions actions;
+    emulator::Bytes fromDriver, fromRegister;
+};
+/// Throws std::runtime_error when that run is not perfect.
+HealthyRun RunHealthy(Till& till, emulator::WireFamily family);
+
+/// How strictly a run is judged where the system below fails.
+struct Allowance {
+    bool resultFileMayLack = false;  // it may be absent or empty, never wrong
+    bool writesMayFail = false;      // 101 with a fiscal request on the wire, but no data frame
+};
+
+/// The promise that is broken, in words; nothing when all is well.
+std::optional<std::string> BrokenPromise(const Told& told, const Device& device,
+                                         std::size_t journalBefore, const FaultyPort& port,
+                                         const Actions& expected, Allowance allowance = {});
+
+/// The verdict on a run without a broken promise.
+Outcome WellDone(const Told& told, const Spoken& spoken);
+
+}  // namespace faults

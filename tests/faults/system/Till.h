@@ -1,0 +1,59 @@
+// A till: folders with the configuration, a command file and logs of its own, and runs of the
+// shipped driver there, unmodified, in a sandbox that gives it its real paths.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/faults/system/FaultyPort.h"
+#include "tests/support/TempDir.h"
+
+namespace faults {
+
+/// What the driver left behind.
+struct Told {
+    int exitCode = -1;                  // 128 + n when signal n ended it
+    bool inTime = false;                // else it was killed
+    std::string complaint;              // on standard error
+    std::optional<std::string> result;  // the result file
+    std::string stdLog, dbgLog;
+    bool markerLeft = false;
+    std::chrono::milliseconds took{0};
+};
+
+class Till {
+  public:
+    /// Frames of that family, short time-outs, both logs always kept, "result.txt".
+    explicit Till(emulator::WireFamily family, const std::string& commands = shortSale);
+
+    static const char shortSale[];
+
+    Till& Ini(const std::string& key, const std::string& value);
+    /// Put in front of the driver's own command line.
+    std::vector<std::string> wrapper;
+    /// Further arguments of the sandbox, applied last.
+    std::vector<std::string> sandbox;
+
+    /// Runs the driver with the command file, with the register behind the port at work. A result
+    /// file of an earlier run is removed first; the logs grow.
+    Told Run(FaultyPort& port);
+
+    std::string Work(const std::string& name) const { return folder_.File("work/" + name); }
+    std::string Log(const std::string& name) const { return folder_.File("log/" + name); }
+    const std::string& Folder() const { return folder_.Path(); }
+
+  private:
+    TempDir folder_;
+    std::map<std::string, std::string> ini_;
+};
+
+/// No run of these tests takes longer than this.
+inline constexpr std::chrono::milliseconds longestRun{30000};
+
+/// The value behind "name=" in a result file; empty when there is none.
+std::string ResultValue(const std::string& result, const std::string& name);
+
+}  // namespace faults
