@@ -126,6 +126,10 @@ int __wrap_fcntl(int fd, int command, ...) {
     return __real_fcntl(fd, command, argument);
 }
 
+// With 64 bits for positions in files, the headers of the C library rename these two.
+int __wrap_open64(const char*, int, ...) __attribute__((alias("__wrap_open")));
+int __wrap_fcntl64(int, int, ...) __attribute__((alias("__wrap_fcntl")));
+
 int __wrap_tcgetattr(int fd, termios* settings) {
     if (IsDevice(fd) && Fails("tcgetattr")) return -1;
     return __real_tcgetattr(fd, settings);
