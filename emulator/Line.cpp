@@ -186,7 +186,7 @@ Bytes Line::SendStatus() {
                   static_cast<std::uint8_t>(sequence >> 8)};
     const Bytes block = device_.StatusBlock();
     data.insert(data.end(), block.begin(), block.end());
-    const Bytes frame = wire_->BuildData(data);
+    Bytes frame = wire_->BuildData(data);
     total_ = wire_->TotalOf(frame);
     state_ = State::StatusAnswer;
     return frame;

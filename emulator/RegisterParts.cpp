@@ -8,7 +8,7 @@ std::optional<std::int64_t> ReadBcd(View bytes) {
     std::int64_t value = 0;
     for (std::uint8_t byte : bytes) {
         if ((byte >> 4) > 9 || (byte & 15) > 9) return std::nullopt;
-        value = value * 100 + (byte >> 4) * 10 + (byte & 15);
+        value = (value * 10 + (byte >> 4)) * 10 + (byte & 15);
     }
     return value;
 }
