@@ -1,6 +1,8 @@
 # How the tests are built and registered; for tests/ and the folders below it.
 include(GoogleTest)
 
+add_custom_target(voltis_unit_tests)
+
 # A program of tests/: includes name the path from src/ or from the tree's root.
 function(voltis_test_program name)
     cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
@@ -24,6 +26,11 @@ function(voltis_add_test name)
     # The C++ library first: otherwise a template instance that it has, too, may come from an archive
     # member of ours, and bring in the very functions that a test replaces.
     target_link_options(${name} PRIVATE -Wl,--no-as-needed,-lstdc++,--as-needed)
+    # What the linker took, for tests/mutation/units.py.
+    target_link_options(${name} PRIVATE -Wl,-Map=$<TARGET_FILE:${name}>.map)
+    if("unit" IN_LIST arg_LABELS)
+        add_dependencies(voltis_unit_tests ${name})
+    endif()
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
         PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
 endfunction()

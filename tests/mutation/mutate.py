@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""Changes one line of the driver at a time and sees whether a test notices.
+"""Changes one line of the driver or the emulator at a time and sees whether a test notices.
 
-Each mutant is compiled and linked into the tests that are meant for its unit, in a copy of the tree,
-and these run until one fails. A mutant that no test fails is a survivor: it wants a test, or a line in
+Each mutant is compiled in a copy of the tree, and the unit tests that link its unit (units.py) run
+until one fails. A mutant that no test fails is a survivor: it wants a test, or a line in
 survivors.txt that says why no test can tell it from the original.
 
-    mutate.py [--count N] [--seed S] [--only UNIT] [--build DIR]
+    mutate.py [--count N] [--seed S] [--only PATH] [--line TEXT] [--build DIR]
+    mutate.py --list --build DIR
 """
 
 import argparse
@@ -18,26 +19,20 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
+
+from units import Units
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
 SURVIVORS = TREE / "tests/mutation/survivors.txt"
-
-# Unit -> the tests that are meant to catch a change in it.
-UNITS = {
-    "src/EcrExchange.cpp": ["EcrExchange_test", "ECR_test", "EcrStatus_test", "EcrReplay_test"],
-    "src/ECR.cpp": ["ECR_test", "EcrChannel_test", "EcrReplay_test", "EcrExchange_test"],
-    "src/EcrStatus.cpp": ["EcrStatus_test", "ECR_test"],
-    "src/ProtocolFormatting.cpp": ["ProtocolFormatting_test"],
-    "src/Decimal.cpp": ["Decimal_test"],
-    "src/FiscalCommandProcessor.cpp": ["FiscalCommandProcessor_test", "ProcessorContinue_test",
-                                       "ProcessorReport_test", "ProcessorTender_test"],
-}
 
 COMPARISONS = [(r" == ", " != "), (r" != ", " == "), (r" <= ", " < "), (r" >= ", " > "),
                (r" < ", " <= "), (r" > ", " >= "), (r" && ", " || "), (r" \|\| ", " && ")]
 NUMBER = re.compile(r"(?<![\w.'\"])(0x[0-9A-Fa-f]+|\d+)(?![\w.'\"])")
 STATEMENT = re.compile(r"^\s+(?:[\w:.\->\[\]]+\(.*\);|\+\+[\w.]+;|[\w.\[\]>-]+ (?:[-+*/|^]?=) .*;)$")
-SKIPPED = re.compile(r"^\s*(//|#|static_assert|constexpr|const\b.*\bat\b|inline)|GCOVR_EXCL|\bcase\b.*:$")
+# A buffer of one byte more is the same to everybody.
+SKIPPED = re.compile(r"^\s*(//|#|static_assert|constexpr|const\b.*\bat\b|inline"
+                     r"|char \w+\[|std::array<[\w:]+, \d+> )|GCOVR_EXCL|\bcase\b.*:$")
 
 
 def code_part(line):
@@ -47,9 +42,13 @@ def code_part(line):
     return blanked if cut < 0 else blanked[:cut]
 
 
-def mutants_of(path):
+def lines_of(tree, path):
+    return (tree / path).read_text().split("\n")
+
+
+def mutants_of(tree, path):
     """(line number, new line) for every change that can be made in the file."""
-    for number, line in enumerate((TREE / path).read_text().split("\n")):
+    for number, line in enumerate(lines_of(tree, path)):
         code = code_part(line)
         if SKIPPED.search(line):
             continue
@@ -64,115 +63,177 @@ def mutants_of(path):
             yield number, re.match(r"^\s*", line).group() + ";"
 
 
-def spread(count, seed):
+def spread(tree, paths, line, count, seed):
     """count mutants, spread over the units by the number of changes that each allows."""
-    everything = [(path, number, text) for path in UNITS for number, text in mutants_of(path)]
+    everything = [(path, number, text) for path in paths for number, text in mutants_of(tree, path)
+                  if line in lines_of(tree, path)[number]]
     random.Random(seed).shuffle(everything)
     return sorted(everything[:count])
 
 
-class Tests:
-    """The test executables of one build folder; each test runs in a process of its own."""
+class Build:
+    """A copy of the tree, built, and its tests; each test runs in a process of its own."""
 
-    def __init__(self, build):
-        self.build = build
-        self.lists = {}
+    def __init__(self, work):
+        self.copy, self.folder, self.scratch = work / "tree", work / "build", work / "tmp"
+        # A mutant that hangs is killed and cannot tidy up: what it leaves goes with the rest.
+        self.scratch.mkdir(parents=True, exist_ok=True)
+        os.environ["TMPDIR"] = str(self.scratch)
+        self.copy_tree()
+        subprocess.run(["cmake", "-S", self.copy, "-B", self.folder, "-G", "Ninja",
+                        "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0"],
+                       check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--build", self.folder, "--target", "voltis_unit_tests"],
+                       check=True, stdout=subprocess.DEVNULL)
+        self.units = Units(self.folder)
+        self.seconds = {}  # that a test takes when nothing is changed
+        self.catches = {}  # of (unit, executable)
 
-    def names(self, executable):
-        if executable not in self.lists:
-            out = subprocess.run([self.build / "tests" / executable, "--gtest_list_tests"],
-                                 capture_output=True, text=True, check=True).stdout
-            suite, names = "", []
-            for line in out.split("\n"):
-                if line.startswith("  "):
-                    names.append(suite + line.split("#")[0].strip())
-                elif line and not line.startswith("Running"):
-                    suite = line.split("#")[0].strip()
-            self.lists[executable] = names
-        return self.lists[executable]
+    def copy_tree(self):
+        """Only what differs is written, so that a folder that is used again builds little."""
+        wanted = set()
+        for path in TREE.rglob("*"):
+            inside = path.relative_to(TREE)
+            if inside.parts[0] in ("build", ".git") or not path.is_file():
+                continue
+            wanted.add(inside)
+            target = self.copy / inside
+            if not target.exists() or target.read_bytes() != path.read_bytes():
+                target.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copyfile(path, target)
+                shutil.copymode(path, target)
+        for path in [p for p in self.copy.rglob("*") if p.is_file()]:
+            if path.relative_to(self.copy) not in wanted:
+                path.unlink()
 
-    def one_passes(self, executable, name):
+    def make(self, target):
+        return subprocess.run(["cmake", "--build", self.folder, "--target", target],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+    def passes(self, command):
+        key, start = tuple(command), time.monotonic()
+        # Generous, for the machine may have other work.
+        limit = 5 + 10 * self.seconds[key] if key in self.seconds else 60
         try:
-            return subprocess.run([self.build / "tests" / executable, "--gtest_filter=" + name],
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                  stdin=subprocess.DEVNULL, timeout=20).returncode == 0
+            passed = subprocess.run(command, cwd=self.folder / "tests", stdin=subprocess.DEVNULL,
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                    timeout=limit).returncode == 0
         except subprocess.TimeoutExpired:
-            return False
+            passed = False
+        self.seconds.setdefault(key, time.monotonic() - start)
+        return passed
 
-    def all_pass(self, executables):
-        jobs = [(e, n) for e in executables for n in self.names(e)]
-        with concurrent.futures.ThreadPoolExecutor(4) as pool:
-            for start in range(0, len(jobs), 32):
-                if not all(pool.map(lambda job: self.one_passes(*job), jobs[start:start + 32])):
-                    return False
-        return True
+    def failing(self, executable):
+        """A test of the executable that does not pass, by its command; None when all pass."""
+        commands = sorted(self.units.commands[executable],
+                          key=lambda c: self.seconds.get(tuple(c), 0))
+        with concurrent.futures.ThreadPoolExecutor(2 * (os.cpu_count() or 1)) as pool:
+            runs = [pool.submit(self.passes, c) for c in commands]
+            for future in concurrent.futures.as_completed(runs):
+                if not future.result():
+                    pool.shutdown(cancel_futures=True)
+                    return commands[runs.index(future)]
+        return None
 
+    def time_of(self, executable):
+        return sum(self.seconds[tuple(c)] for c in self.units.commands[executable])
 
-def build(folder, targets):
-    return subprocess.run(["cmake", "--build", folder, "--target", *targets],
-                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+    def check_unchanged(self, unit):
+        """All tests of the unit must pass when nothing is changed."""
+        for executable in self.units.tests[unit]:
+            known = all(tuple(c) in self.seconds for c in self.units.commands[executable])
+            failed = None if known else self.failing(executable)
+            if failed:
+                sys.exit(f"does not pass without any mutant: {' '.join(map(str, failed))}")
+
+    def verdict(self, unit):
+        """What happens to the mutant that the copy holds: "invalid", "caught" or "survived"."""
+        # What has caught a mutant of this unit is likely to catch the next; else the cheap ones
+        # first.
+        order = sorted(self.units.tests[unit], key=lambda e: (
+            -self.catches.get((unit, e), 0), self.units.breadth[e], self.time_of(e)))
+        for number, executable in enumerate(order):
+            if not self.make(executable.name):
+                if number > 0:
+                    sys.exit(f"{executable.name} does not build, but {order[0].name} does")
+                return "invalid"
+            if self.failing(executable):
+                self.catches[unit, executable] = self.catches.get((unit, executable), 0) + 1
+                return "caught"
+        return "survived"
+
+    def try_mutant(self, path, number, text):
+        original = lines_of(self.copy, path)
+        changed = [*original[:number], text, *original[number + 1:]]
+        (self.copy / path).write_text("\n".join(changed))
+        try:
+            return self.verdict(path)
+        finally:
+            (self.copy / path).write_text("\n".join(original))
 
 
 def listed_survivors():
-    if not SURVIVORS.exists():
-        return set()
     lines = [l for l in SURVIVORS.read_text().split("\n") if l and not l.startswith("#")]
-    return {l for l in lines if not l.startswith("    ")}
+    return [l for l in lines if not l.startswith("    ")]
 
 
-def describe(path, old, new):
-    return f"{path}: {old.strip()}  =>  {new.strip()}"
+def describe(tree, path, number, text):
+    return f"{path}: {lines_of(tree, path)[number].strip()}  =>  {text.strip()}"
+
+
+def stale_survivors():
+    """Lines of survivors.txt whose file or line is no more as it was."""
+    listed = listed_survivors()
+    paths = {l.split(": ")[0] for l in listed}
+    possible = {describe(TREE, p, *m)
+                for p in paths if (TREE / p).exists() for m in mutants_of(TREE, p)}
+    return [l for l in listed if l not in possible]
+
+
+def run(options, build):
+    paths = [u for u in build.units.tested() if u.startswith(options.only)]
+    chosen = spread(build.copy, paths, options.line, options.count, options.seed)
+    for path in sorted({m[0] for m in chosen}):
+        build.check_unchanged(path)
+    known, survivors = set(listed_survivors()), 0
+    counts = {"invalid": 0, "caught": 0, "survived": 0}
+    for path, number, text in chosen:
+        name = describe(build.copy, path, number, text)
+        verdict = build.try_mutant(path, number, text)
+        counts[verdict] += 1
+        if verdict == "survived" and name not in known:
+            survivors += 1
+            print(f"survivor: {name}  (line {number + 1})", flush=True)
+    valid = len(chosen) - counts["invalid"]
+    share = 100.0 * counts["caught"] / valid if valid else 0.0
+    print(f"mutants: {valid} compiled, {counts['caught']} caught ({share:.1f} %), "
+          f"{counts['survived'] - survivors} listed survivors, {survivors} unlisted; "
+          f"{counts['invalid']} did not compile; seed {options.seed}")
+    return 1 if survivors or share < 95.0 else 0
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--count", type=int, default=240)
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--only", default="", help="a unit, such as src/Decimal.cpp")
-    parser.add_argument("--build", default="", help="a new folder to keep the build in")
+    parser.add_argument("--only", default="",
+                        help="units whose path begins so, such as src/Decimal.cpp or emulator/")
+    parser.add_argument("--line", default="", help="only lines that contain this text")
+    parser.add_argument("--build", default="",
+                        help="a folder to keep the build in; with --list, one that is built")
+    parser.add_argument("--list", action="store_true",
+                        help="print the tests of every unit and change nothing")
     options = parser.parse_args()
-
-    work = pathlib.Path(options.build or tempfile.mkdtemp(prefix="voltis-mutants-"))
-    copy, folder = work / "tree", work / "build"
-    # A mutant that hangs is killed and cannot tidy up: what it leaves goes with the rest of the work.
-    scratch = work / "tmp"
-    scratch.mkdir(parents=True, exist_ok=True)
-    os.environ["TMPDIR"] = str(scratch)
-    shutil.copytree(TREE, copy, dirs_exist_ok=True, ignore=shutil.ignore_patterns("build", ".git"))
-    subprocess.run(["cmake", "-S", copy, "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug"],
-                   check=True, stdout=subprocess.DEVNULL)
-    chosen = [m for m in spread(options.count, options.seed) if m[0].startswith(options.only)]
-    tests = Tests(folder)
-    for path in sorted({m[0] for m in chosen}):
-        if not build(folder, UNITS[path]) or not tests.all_pass(UNITS[path]):
-            sys.exit(f"the tests of {path} do not pass without any mutant")
-
-    known, caught, invalid, excused, survivors = listed_survivors(), 0, 0, 0, []
-    for path, number, text in chosen:
-        original = (TREE / path).read_text()
-        lines = original.split("\n")
-        name = describe(path, lines[number], text)
-        lines[number] = text
-        (copy / path).write_text("\n".join(lines))
-        if not build(folder, UNITS[path]):
-            invalid += 1  # the compiler caught it
-        elif not tests.all_pass(UNITS[path]):
-            caught += 1
-        elif name in known:
-            excused += 1
-        else:
-            survivors.append(f"{name}  (line {number + 1})")
-            print("survivor:", survivors[-1], flush=True)
-        (copy / path).write_text(original)
-        # ninja goes by time stamps; the next build must see the original as newer.
-        (copy / path).touch()
-
-    valid = len(chosen) - invalid
-    share = 100.0 * caught / valid if valid else 0.0
-    print(f"mutants: {valid} compiled, {caught} caught ({share:.1f} %), {excused} listed survivors, "
-          f"{len(survivors)} unlisted; {invalid} did not compile; seed {options.seed}")
-    shutil.rmtree(scratch if options.build else work)
-    sys.exit(1 if survivors or share < 95.0 else 0)
+    if options.list:
+        print(Units(options.build).listing())
+        return
+    for line in stale_survivors():
+        print(f"survivors.txt: there is no such line any more: {line}")
+    work = pathlib.Path(options.build or tempfile.mkdtemp(prefix="voltis-mutants-")).resolve()
+    build = Build(work)
+    code = run(options, build)
+    shutil.rmtree(build.scratch if options.build else work)
+    sys.exit(code)
 
 
 if __name__ == "__main__":

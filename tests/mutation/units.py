@@ -1,0 +1,84 @@
+"""Which tests belong to a unit: those that have its object file linked in.
+
+Nothing is named by hand. Every test is linked with -Map (tests/CMakeLists.txt), and the map tells
+which members of which libraries the linker took. A test that replaces a unit, as the scripted wire
+does with CommChannel.cpp, does not have that unit's object and so is no test of it.
+"""
+
+import json
+import pathlib
+import re
+import subprocess
+
+TREE = re.compile(r"^CMAKE_HOME_DIRECTORY:\w+=(.*)$", re.MULTILINE)
+OUTPUT = re.compile(r" -o (\S+\.o) ")
+MEMBER = re.compile(r"^(\S+\.a)\((\S+\.o)\)", re.MULTILINE)
+OBJECT = re.compile(r"^LOAD (\S+\.o)$", re.MULTILINE)
+
+
+def linked_objects(map_text):
+    """What a linker's map names: object files, and (library, member) pairs."""
+    return set(OBJECT.findall(map_text)) | set(MEMBER.findall(map_text))
+
+
+class Sources:
+    """From object files and members of libraries back to sources, by what the build compiles."""
+
+    def __init__(self, build):
+        cache = (build / "CMakeCache.txt").read_text()
+        self.tree = pathlib.Path(TREE.search(cache).group(1))
+        self.of_object = {}
+        for entry in json.loads((build / "compile_commands.json").read_text()):
+            source = pathlib.Path(entry["file"]).relative_to(self.tree)
+            self.of_object[OUTPUT.search(entry["command"]).group(1)] = str(source)
+
+    def of(self, linked):
+        """The sources of an object, or of a member of a library; none for what is not ours."""
+        if isinstance(linked, str):
+            return [self.of_object[linked]] if linked in self.of_object else []
+        library, member = pathlib.PurePath(linked[0]), linked[1]
+        folder = library.parent / "CMakeFiles" / (library.stem.removeprefix("lib") + ".dir")
+        return [source for output, source in self.of_object.items()
+                if output.startswith(f"{folder}/") and pathlib.PurePath(output).name == member]
+
+
+def tests_of(build, label):
+    """Executable -> the commands of its tests that have the label, as ctest runs them."""
+    shown = subprocess.run(["ctest", "--test-dir", build, "--show-only=json-v1"],
+                           capture_output=True, text=True, check=True).stdout
+    tests = {}
+    for test in json.loads(shown)["tests"]:
+        labels = [l for p in test["properties"] if p["name"] == "LABELS" for l in p["value"]]
+        if label in labels and "command" in test:
+            tests.setdefault(pathlib.Path(test["command"][0]), []).append(test["command"])
+    return tests
+
+
+class Units:
+    """Every source outside tests/ that the build compiles, and the unit tests that link it."""
+
+    def __init__(self, build):
+        build = pathlib.Path(build).resolve()
+        sources = Sources(build)
+        self.commands = {e: c for e, c in tests_of(build, "unit").items()
+                         if e.with_name(e.name + ".map").exists()}
+        self.tests = {s: [] for s in sorted(set(sources.of_object.values()))
+                      if not s.startswith("tests/")}
+        self.breadth = {}
+        for executable in sorted(self.commands):
+            text = executable.with_name(executable.name + ".map").read_text(errors="replace")
+            linked = {s for name in linked_objects(text) for s in sources.of(name)}
+            units = linked & self.tests.keys()
+            self.breadth[executable] = len(units)
+            for unit in units:
+                self.tests[unit].append(executable)
+        # The test that links least besides the unit is the unit's own, as a rule.
+        for executables in self.tests.values():
+            executables.sort(key=lambda e: (self.breadth[e], e.name))
+
+    def tested(self):
+        return [unit for unit, executables in self.tests.items() if executables]
+
+    def listing(self):
+        return "\n".join(f"{unit}: {' '.join(e.name for e in executables) or '(none)'}"
+                         for unit, executables in self.tests.items())
