@@ -135,6 +135,19 @@ TEST_F(Server, PassesEveryByteUnchangedBothWays) {
     EXPECT_EQ(Ask([&] { return seen; }), all);
 }
 
+TEST_F(Server, LosesWhatNobodyReadsAndGoesOn) {
+    Start();
+    constexpr std::size_t large = 1 << 20;  // far beyond what the kernel keeps for a reader
+    Ask([&] { return line.OnSend([](Bytes& reply) { reply.assign(large, 0x55); }), 0; });
+    Port port(server->SlavePath());
+    port.Write(Hex("d9 01 d1 09 4c"));
+    ASSERT_TRUE(Eventually([this] { return line.Counters().requests == 1; }));
+    EXPECT_LT(port.Read(large, 100ms).size(), large);
+    Ask([&] { return line.OnSend({}), 0; });
+    port.Write(Hex("d9 01 d1 09 4c"));
+    EXPECT_EQ(port.Read(23).size(), 23U);
+}
+
 TEST_F(Server, EndsABurstAfterTheGap) {
     Start({.gap = 30ms, .bitsPerSecond = 0, .link = ""});
     Port port(server->SlavePath());

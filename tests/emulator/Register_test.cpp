@@ -610,6 +610,10 @@ TEST_F(Shop, AnXReportReadsAndAZReportClears) {
     EXPECT_TRUE(Do(Report, Hex("01 cc")));
     EXPECT_EQ(device.Totals(), day);
     EXPECT_TRUE(Printed("X REPORT"));
+    EXPECT_TRUE(Printed("DISCOUNTS                       1.00\n"));
+    EXPECT_TRUE(Printed("COUPONS                         0.50\n"));
+    EXPECT_TRUE(Printed("RETURNS                         2.00\n"));
+    EXPECT_FALSE(Printed("MARKUPS"));  // there were none
     EXPECT_TRUE(Do(Report, Hex("01 00")));
     EXPECT_EQ(device.Totals(), DayTotals{});
     EXPECT_EQ(device.ZReports(), 1);
@@ -723,6 +727,29 @@ TEST_F(Shop, PrintsNothingWithoutPaper) {
     device.SetPrinterFault(false);
     device.SetJournalPaper(true);
     EXPECT_TRUE(Do(PrintComment, text));
+}
+
+TEST_F(Shop, OnlyTheRemedyOfTheLastResultClearsIt) {
+    const auto mendAllBut = [&](std::uint8_t reason) {
+        if (reason != result::ReceiptPaperEnd) device.SetReceiptPaper(true);
+        if (reason != result::JournalPaperEnd) device.SetJournalPaper(true);
+        if (reason != result::PrinterError) device.SetPrinterFault(false);
+    };
+    for (std::uint8_t reason : {result::ReceiptPaperEnd, result::JournalPaperEnd,
+                                result::PrinterError, result::FiscalCommandError}) {
+        device.RefuseNext(reason);
+        EXPECT_FALSE(Do(OpenCashDrawer));
+        mendAllBut(reason);
+        EXPECT_EQ(device.LastResult(), reason);
+    }
+    device.RefuseNext(result::JournalPaperEnd);
+    EXPECT_FALSE(Do(OpenCashDrawer));
+    device.SetJournalPaper(true);
+    EXPECT_EQ(device.LastResult(), result::Ok);
+    device.RefuseNext(result::PrinterError);
+    EXPECT_FALSE(Do(OpenCashDrawer));
+    device.SetPrinterFault(false);
+    EXPECT_EQ(device.LastResult(), result::Ok);
 }
 
 TEST_F(Shop, WithoutPaperStillDoesWhatPrintsNothing) {

@@ -165,7 +165,8 @@ TEST(RenderSvg, DrawsEveryDotOfTheRasterAtItsPlaceAndHeight) {
 
 TEST(RenderSvg, DrawsABarThatFillsTheLine) {
     Slip slip;
-    slip.items = {{TapeItem::Kind::Barcode, "", std::vector<std::uint8_t>(30, 0xFF), 100}};
+    slip.items = {{TapeItem::Kind::Barcode, "", std::vector<std::uint8_t>(31, 0xFF), 100}};
+    slip.items[0].raster.resize(30);  // and it ends there, though the memory after it is dark, too
     const std::string svg = RenderSvg(slip, 20);
     EXPECT_EQ(Count(svg, "<rect x="), 1U);
     EXPECT_TRUE(Has(svg, "<rect x=\"24\" y=\"30\" width=\"240\" height=\"100\"/>"));
