@@ -35,15 +35,19 @@ void Fail(int errorCode, const std::string& message, Where at) {
 
 void FailCommand(const std::string& message, Where at) {
     cmdError = true;
-    Fail(CRC_RECIEPT_PAPER_END_ERROR, message, at);
+    Fail(ERR_COMMAND_FILE, message, at);
 }
 
 void FailSystem(const std::string& what, Where at) {
-    Fail(CRC_LAST_FISCAL_CMD_ERROR, GetSystemErrorMessage(what), at);
+    Fail(ERR_SYSTEM, GetSystemErrorMessage(what), at);
 }
 
 void FailInternal(Where at) {
-    throw new DriverException("Internal error", CRC_OTHER_ERROR, at.file, at.line, true);
+    throw new DriverException("Internal error", ERR_INTERNAL, at.file, at.line, true);
+}
+
+void FailEcrResult(int resultCode, Where at) {
+    Fail(ERR_ECR_RESULT + resultCode, GetEcrErrorMessage(resultCode), at);
 }
 
 std::string GetEcrErrorMessage(int code) {

@@ -1,11 +1,14 @@
 #include "ECR.h"
 
+#include <string>
+
 #include "AppController.h"
 #include "CommChannel.h"
 #include "DriverException.h"
 #include "EcrLink.h"
 #include "Globals.h"
 #include "IniFile.h"
+#include "ProtocolFormatting.h"
 
 int framesSend = 0;
 int framesReceived = 0;
@@ -64,7 +67,7 @@ CommChannelType ConfiguredChannel() {
 void SelectConfiguredFormatting(bool skipCrcCheck) {
     const int number = IniFile::GetNumber("ProtocolFormatting", defaultProtocolFormatting);
     if (number != ProtocolFormatting_Ocelot && number != ProtocolFormatting_Margay) {
-        Fail(CRC_PRINTER_ERROR,
+        Fail(ERR_CONFIGURATION,
              "INI-file contains unknown protocol formatting : '" + std::to_string(number) + "'");
     }
     SelectFormatting(static_cast<ProtocolFormatting>(number), skipCrcCheck);
@@ -98,7 +101,7 @@ void ConnectToEcr() {
     LoadSettings(commandTimeouts);
     SetCmdTimeout(CmdType_Default);
     AppController::LogMessage(DBG_LOG, "Checking for ECR", true);
-    if (!EcrExists()) Fail(100, "ECR is missing or in OFF state");
+    if (!EcrExists()) Fail(ERR_ECR_MISSING, "ECR is missing or in OFF state");
     AddJournalFlushTime(ECR_Settings().journalFlushTimeInMs);
     SetCmdTimeout(CmdType_Default);
 }
@@ -116,7 +119,7 @@ bool EcrExists() {
     try {
         ECR_Status();
     } catch (DriverException* failure) {
-        delete failure;  // whoever answers at all, with whatever, exists
+        delete failure;  // a register that answers at all, with whatever, exists
     }
     lostRespRetryCount = configuredRetryCount;
     return lostRespCount == lostBefore;

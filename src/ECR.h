@@ -3,9 +3,11 @@
 #pragma once
 
 #include "Buf.h"
+#include "Common.h"
 #include "Decimal.h"
 
-// Command codes of a request frame. C0h, C7h..D0h, D2h and D3h are unused.
+// Command codes of a request frame. C0h, C7h..D0h, D2h and D3h are unused. Deliberate: "RECIEVED"
+// is how the register's protocol spells it.
 inline constexpr BYTE CMD_ENTER_FISCAL_MODE = 0xB0;
 inline constexpr BYTE CMD_EXIT_FISCAL_MODE = 0xB1;
 inline constexpr BYTE CMD_PRINT_COMMENT = 0xB2;
@@ -61,7 +63,7 @@ inline constexpr BYTE RECEIPT_IN_PROGRESS = 1;
 inline constexpr BYTE CASHIER_SYSTEM_NOT_ACTIVE = 0;
 inline constexpr BYTE CASHIER_SYSTEM_ACTIVE = 1;
 
-/// Bytes of the status block, behind the sequence number of its data frame.
+/// Bytes of the status block, after the sequence number of its data frame.
 inline constexpr WORD ecrFiscalStatusLength = 15;
 
 struct FiscalProtocol {

@@ -21,7 +21,22 @@ void Log(const char* event) {
 }
 
 [[noreturn]] void FailLost(Where at = Here()) {
-    Fail(150, "ECR response lost", at);
+    Fail(ERR_RESPONSE_LOST, "ECR response lost", at);
+}
+
+void NoteLost() {
+    ++lostRespCount;
+    Log("ECR response lost");
+}
+
+void NoteNak() {
+    ++nakCount;
+    Log("NAK received");
+}
+
+void NoteGarbage(const char* event = "Garbage received") {
+    ++garbageCount;
+    Log(event);
 }
 
 /// Pauses go to Sleep as configured; its rule makes the defaults of 200 and 2500 return at once.
@@ -40,20 +55,17 @@ struct SendTroubles {
             case ACK:
                 break;
             case LOST_RESP:
-                ++lostRespCount;
                 ++lost;
-                Log("ECR response lost");
+                NoteLost();
                 break;
             case NAK:
-                ++nakCount;
                 ++naks;
-                Log("NAK received");
+                NoteNak();
                 PauseFor(nakSleepTime);
                 break;
             default:
-                ++garbageCount;
                 ++garbage;
-                Log("Garbage received");
+                NoteGarbage();
                 PauseFor(garbageSleepTime);
         }
     }
@@ -63,13 +75,39 @@ struct SendTroubles {
     }
 };
 
+/// Deliberate: returns for garbage as for ACK, the data phase decides; see the suite
+/// ECR_SendRequest.
+void JudgeAnswerToRequest(BYTE result) {
+    switch (result) {
+        case ACK:
+            return;
+        case BSY:
+            ++bsyCount;
+            Log("BSY received");
+            Fail(ERR_ECR_BUSY, "ECR is busy or has incorrect network ID");
+        case NAK:
+            NoteNak();
+            Fail(ERR_REQUEST_REFUSED, "ECR refused the request");
+        default:
+            NoteGarbage();
+    }
+}
+
 /// After an exchange that was not acknowledged: did the register get this very command and refuse
 /// it?
 void FailIfRefused() {
     const int code = ECR_Status().lastCommandResultCode;
     if (code == CRC_NO_ERROR || inFrameSeqNumber != outFrameSeqNumber) return;
     if (code == CRC_LAST_FISCAL_CMD_ERROR) cmdError = true;
-    Fail(200 + code, GetEcrErrorMessage(code));
+    FailEcrResult(code);
+}
+
+/// What parse says of the next frame, which has that size; LOST_RESP when none came.
+template <typename Parse>
+BYTE ReadAndParse(WORD frameSize, Parse parse) {
+    BUF frame;
+    const BYTE result = ReadFrame(frame, frameSize);
+    return result == ACK ? parse(frame) : result;
 }
 
 /// Repeats parse-and-answer until the incoming frame is good or has been bad too often.
@@ -81,7 +119,7 @@ void ReceiveFrame(ReadAndParse readAndParse) {
         result = readAndParse();
         ProcessResultAndSendResponse(result);
         if (result != ACK && ++failures > garbageRetryCount) {
-            Fail(152, "ECR is sending garbage all the time");
+            Fail(ERR_GARBAGE, "ECR is sending garbage all the time");
         }
     }
 }
@@ -111,9 +149,7 @@ BYTE ReadFrame(BUF& frame, WORD frameSize) {
 }
 
 BYTE ReadAndParseResponseFrame() {
-    BUF frame;
-    const BYTE result = ReadFrame(frame, GetResponseFrameSize());
-    return result == ACK ? ParseResponseFrame(frame) : result;
+    return ReadAndParse(GetResponseFrameSize(), ParseResponseFrame);
 }
 
 BYTE SendFrameAndReadResponse(const BUF& frame) {
@@ -123,29 +159,15 @@ BYTE SendFrameAndReadResponse(const BUF& frame) {
 
 void SendRequest(const BUF& requestFrame) {
     int lost = 0;
-    BYTE result = NAK;
-    while (result != ACK) {
-        result = SendFrameAndReadResponse(requestFrame);
-        switch (result) {
-            case ACK:
-                break;
-            case LOST_RESP:
-                ++lostRespCount;
-                ++lost;
-                Log("ECR response lost");
-                break;
-            case BSY:
-                ++bsyCount;
-                Log("BSY received");
-                Fail(101, "ECR is busy or has incorrect network ID");
-            case NAK:
-                ++nakCount;
-                Log("NAK received");
-                Fail(102, "ECR refused the request");
-            default:
-                ++garbageCount;
-                Log("Garbage received");
-                result = ACK;  // Deliberate: the data phase that follows decides
+    bool answered = false;
+    while (!answered) {
+        const BYTE result = SendFrameAndReadResponse(requestFrame);
+        answered = result != LOST_RESP;
+        if (answered) {
+            JudgeAnswerToRequest(result);
+        } else {
+            ++lost;
+            NoteLost();
         }
         if (lost > lostRespRetryCount) FailLost();
     }
@@ -174,7 +196,7 @@ void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand) {
         if (result == ACK) SendEof();
         if (result == ACK) break;
         FailIfRefused();
-        if (troubles.TooMany()) Fail(151, "Send error");
+        if (troubles.TooMany()) Fail(ERR_SEND, "Send error");
     }
     outFrameSeqNumber =
         outFrameSeqNumber == lastSeqNumber ? WORD{1} : static_cast<WORD>(outFrameSeqNumber + 1);
@@ -183,6 +205,7 @@ void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand) {
 void SendEof() {
     const BYTE result = SendFrameAndReadResponse(BuildEofFrame());
     if (result == LOST_RESP) FailLost();
+    // Deliberate: the spelling is that of the logs in shops; see the suite ECR_SendEof.
     if (result != ACK) Log("Comunication error");
 }
 
@@ -193,17 +216,17 @@ BYTE SendResponse(BYTE code) {
 void ProcessResultAndSendResponse(BYTE result) {
     if (result == LOST_RESP) FailLost();
     if (result == GARBAGE) {
-        ++garbageCount;
-        Log("Garbage recieved");
+        // Deliberate: the spelling is that of the logs in shops; see the suite
+        // ECR_ProcessResultAndSendResponse.
+        NoteGarbage("Garbage recieved");
         PauseFor(garbageSleepTime);
     }
     SendResponse(result == ACK ? ACK : NAK);
 }
 
 BYTE ReadAndParseDataFrame(BUF& data, WORD dataLength) {
-    BUF frame;
-    const BYTE result = ReadFrame(frame, GetDataFrameSize(dataLength));
-    return result == ACK ? ParseDataFrame(frame, data) : result;
+    return ReadAndParse(GetDataFrameSize(dataLength),
+                        [&](const BUF& frame) { return ParseDataFrame(frame, data); });
 }
 
 WORD ReadData(BUF& data, WORD dataLength) {
@@ -216,9 +239,7 @@ WORD ReadData(BUF& data, WORD dataLength) {
 }
 
 BYTE ReadAndParseEofFrame() {
-    BUF frame;
-    const BYTE result = ReadFrame(frame, GetEofFrameSize());
-    return result == ACK ? ParseEofFrame(frame) : result;
+    return ReadAndParse(GetEofFrameSize(), ParseEofFrame);
 }
 
 void ReadEof() {

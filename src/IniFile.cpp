@@ -34,14 +34,14 @@ std::string IniFile::section;
 
 void IniFile::SetFile(const std::string& name, bool performCheck) {
     if (performCheck && !FileExists(name)) {
-        Fail(CRC_PRINTER_ERROR, "INI-file '" + name + "' not found");
+        Fail(ERR_CONFIGURATION, "INI-file '" + name + "' not found");
     }
     iniFile = name;
 }
 
 void IniFile::SetSection(const std::string& name, bool performCheck) {
     if (performCheck && !OpenSection(iniFile, name)) {
-        Fail(CRC_PRINTER_ERROR, "INI-file section [" + name + "] not found");
+        Fail(ERR_CONFIGURATION, "INI-file section [" + name + "] not found");
     }
     section = name;
 }

@@ -15,11 +15,10 @@ class IniFile {
     static std::string GetSection();
 
     /// At most 255 bytes, trimmed. defValue when file, section or key is absent; an empty value is
-    /// returned as such. Lookups never raise a DriverException. std::bad_alloc
-    /// passes through: a default in the place of what is configured could send a sale to another
-    /// port.
+    /// returned as such. Lookups never raise a DriverException. std::bad_alloc passes through: a
+    /// default in the place of what is configured could send a sale to another port.
     static std::string GetString(const std::string& key, const std::string& defValue);
-    /// Reads like "%d": "12 baud" gives 12; a value that begins with no number gives defValue.
+    /// Reads like "%d": 12 for "12 baud"; defValue for a value that begins with no number.
     static int GetNumber(const std::string& key, int defValue);
     /// Present with a value that is not empty.
     static bool ContainsKey(const std::string& key);

@@ -1,4 +1,4 @@
-#include "ComPort.h"
+#include "Linux/ComPort.h"
 
 #include <fcntl.h>
 #include <termios.h>
@@ -27,7 +27,8 @@ int readIntervalTimeout = 0;  // ms to wait for each byte after the first
 std::string blockLogPrefix;
 
 constexpr int staleInputMax = 256;
-constexpr DWORD staleInputPause = 2500;  // Deliberate: by Sleep's rule no pause at all
+// Deliberate: by Sleep's rule no pause at all; see the suite ComPort_InBufferReadAndIgnore.
+constexpr DWORD staleInputPause = 2500;
 
 constexpr char badSetup[] = "Bad serial port setup parameters";
 
@@ -46,7 +47,7 @@ struct LineSettings {
     char parity = 'o';
 };
 
-/// What stands behind the first occurrence of the keyword, wherever it is; null when it is absent.
+/// What follows the first occurrence of the keyword, wherever it is; null when it is absent.
 const char* ValueOf(const std::string& settings, std::string_view keyword) {
     const size_t at = settings.find(keyword);
     return at == std::string::npos ? nullptr : settings.c_str() + at + keyword.size();
@@ -201,7 +202,7 @@ struct IgnoredBlocks {
 
 void ComPort_Open() {
     const int comNumber = IniFile::GetNumber("ComNumber", defaultComNumber);
-    if (comNumber == 0) Fail(CRC_PRINTER_ERROR, "Serial port number is missing");
+    if (comNumber == 0) Fail(ERR_CONFIGURATION, "Serial port number is missing");
     OpenDevice(comNumber);
     comRTTC = IniFile::GetNumber("ComRTTC", defaultComRTTC);
     comByteTimeMult = IniFile::GetNumber("ComByteTimeMult", defaultComByteTimeMult);
@@ -211,7 +212,7 @@ void ComPort_Open() {
     if (tcsetattr(handle, TCSAFLUSH, &currentSettings) != 0) {
         FailSystem("Cannot set new serial port settings");
     }
-    Sleep(200);  // Deliberate: returns at once, as Sleep's rule has it
+    Sleep(200);  // Deliberate: returns at once by Sleep's rule; see the suite Sleep
 }
 
 void ComPort_Close() {
@@ -219,7 +220,8 @@ void ComPort_Close() {
     AppController::LogMessage(DBG_LOG, "Closing serial port", true);
     tcdrain(handle);
     Sleep(10);
-    // Deliberate: a port that could not be closed stays open for us, and can be closed again.
+    // Deliberate: a port that could not be closed stays open for us, and can be closed again; see
+    // the suite ComPort_Close.
     if (close(handle) != 0) FailSystem("Failed to close serial port");
     handle = -1;
 }
@@ -287,7 +289,8 @@ void ComPort_InstallRTTC(DWORD timeoutInMs) {
     termios settings{};
     if (tcgetattr(handle, &settings) != 0) FailSystem("Cannot read serial port timeouts");
     settings.c_cc[VMIN] = 0;
-    settings.c_cc[VTIME] = static_cast<cc_t>(timeoutInMs / 100);  // Deliberate: wraps in 8 bits
+    // Deliberate: wraps in 8 bits; see the suite ComPort_InstallRTTC.
+    settings.c_cc[VTIME] = static_cast<cc_t>(timeoutInMs / 100);
     if (tcsetattr(handle, TCSANOW, &settings) != 0) {
         FailSystem("Cannot write serial port timeouts");
     }

@@ -1,4 +1,4 @@
-#include "ServerMode.h"
+#include "Linux/ServerMode.h"
 
 #include "AppController.h"
 #include "Globals.h"

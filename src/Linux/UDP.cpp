@@ -1,9 +1,9 @@
-#include "UDP.h"
+#include "Linux/UDP.h"
 
 #include "DriverException.h"
 
 void UDP_Open() {
-    Fail(CRC_LAST_FISCAL_CMD_ERROR, "Ethernet support not implemented");
+    Fail(ERR_SYSTEM, "Ethernet support not implemented");
 }
 void UDP_Close() {}
 void UDP_SetReceiveTimeout(int) {}
