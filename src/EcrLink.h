@@ -2,6 +2,8 @@
 // their tests only.
 #pragma once
 
+#include "Buf.h"
+#include "Common.h"
 #include "ECR.h"
 #include "ProtocolFormatting.h"
 
@@ -9,7 +11,7 @@
 inline constexpr WORD ioBufferSize = 256;
 
 // I/O statistics. Deliberate: a lost response counts twice in lostRespCount, once where the frame
-// was written or read and once in the caller that retries.
+// was written or read and once in the caller that retries; see the suite ECR_SendRequest.
 extern int framesSend;
 extern int framesReceived;
 extern int bsyCount;
@@ -18,7 +20,7 @@ extern int lostRespCount;
 extern int garbageCount;
 
 // Settings, loaded on connect. Deliberate: the two Bsy settings are loaded and never used, a BSY is
-// not retried.
+// not retried; the configurations of shops name them.
 extern int ecrNetworkId;
 extern int bsyRetryCount;
 extern int bsySleepTime;
@@ -48,12 +50,14 @@ BYTE ReadFrame(BUF& frame, WORD frameSize);
 BYTE ReadAndParseResponseFrame();
 BYTE SendFrameAndReadResponse(const BUF& frame);
 
-/// The request phase. Deliberate: a garbled reply passes for acceptance, the data phase decides.
+/// The request phase. Deliberate: a garbled reply passes for acceptance, the data phase decides;
+/// see the suite ECR_SendRequest.
 void SendRequest(const BUF& requestFrame);
 void SendDataSendRequest(BYTE cmd);
 void SendDataReadRequest(BYTE cmd);
 /// Deliberate: any answer completes the command, also one that is not ACK ("Comunication error" in
-/// the debug log); only silence raises 150.
+/// the debug log), because the register has acted on the data frame before; only silence raises
+/// 150.
 void SendEof();
 
 BYTE SendResponse(BYTE code);
@@ -65,8 +69,6 @@ WORD ReadData(BUF& data, WORD dataLength);
 BYTE ReadAndParseEofFrame();
 void ReadEof();
 
-/// Raises 103 "Unsupported ECR type".
-FiscalProtocol GetFiscalProtocol(BYTE ecrFiscalProtocol);
 /// Each decodes the block only while its record is not valid.
 void UpdateEcrSettings(const BUF& fiscalStatus);
 void UpdateEcrStatus(const BUF& fiscalStatus);

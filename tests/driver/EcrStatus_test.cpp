@@ -1,4 +1,5 @@
 #include "DriverException.h"
+#include "EcrModel.h"
 #include "tests/support/BothFamilies.h"
 #include "tests/support/LinkFixture.h"
 
