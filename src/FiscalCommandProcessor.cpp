@@ -1,9 +1,12 @@
 #include "FiscalCommandProcessor.h"
 
-#include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "Common.h"
 #include "DriverException.h"
+#include "ECR.h"
 #include "Globals.h"
 #include "IniFile.h"
 #include "ProcessorInternal.h"
@@ -80,40 +83,25 @@ constexpr bool CommandNamesDiffer() {
 }
 static_assert(CommandNamesDiffer());
 
-struct CodePageRow {
-    std::string_view name;
-    const BYTE* letters;
-};
-
-constexpr CodePageRow codePages[] = {
-    {"DOS", codePage_DOS}, {"RIM", codePage_BaltRim}, {"TILDE", codePage_BaltTilde}};
-
-void SelectCodePage(const std::string& name) {
-    for (const CodePageRow& row : codePages) {
-        if (row.name == name)
-            return InitTranslation(row.letters, codePage_ECR, codePageLetterCount);
-    }
-    Fail(CRC_PRINTER_ERROR, "INI-file contains unknown codepage : '" + name + "'");
-}
-
 /// What a register must be like before the first command of a file.
 void CheckStart() {
-    const int lastResult = ECR_Status().lastCommandResultCode;
-    if (lastResult != CRC_NO_ERROR) Fail(200 + lastResult, GetEcrErrorMessage(lastResult));
-    if (ECR_Status().keylockPosition != KEYLOCK_POSITION_REG) {
-        Fail(104, "Incorrect keylock position. Please set keylock in REG position");
-    }
+    FailOnLastResult();
+    FailOnKeylock();
     const bool receiptInProgress = ECR_Status().receiptInProgress;
     if (continueUnfinishedReceipt) {
-        if (!receiptInProgress) Fail(107, "Receipt not started");
+        if (!receiptInProgress) Fail(ERR_RECEIPT_NOT_STARTED, "Receipt not started");
         return;
     }
-    if (receiptInProgress) Fail(105, "Previous receipt not finished");
+    if (receiptInProgress) {
+        Fail(ERR_PREVIOUS_RECEIPT_NOT_FINISHED, "Previous receipt not finished");
+    }
     if (!ECR_Status().inFiscalMode) EnterFiscalMode();
 }
 
 void LeaveReceiptOpen() {
-    if (!ECR_Status().receiptInProgress) Fail(108, "Receipt already finished");
+    if (!ECR_Status().receiptInProgress) {
+        Fail(ERR_RECEIPT_ALREADY_FINISHED, "Receipt already finished");
+    }
     if (continueManually) ExitFiscalMode();
     receiptNotFinished = true;
 }
@@ -121,7 +109,9 @@ void LeaveReceiptOpen() {
 /// What it must be like after the last one.
 void CheckEnd() {
     if (leaveReceiptUnfinished) return LeaveReceiptOpen();
-    if (ECR_Status().receiptInProgress) Fail(106, "Current receipt not finished");
+    if (ECR_Status().receiptInProgress) {
+        Fail(ERR_RECEIPT_NOT_FINISHED, "Current receipt not finished");
+    }
     if (IniFile::GetNumber("KeepEcrBlocked", defaultKeepEcrBlocked) == 0) ExitFiscalMode();
 }
 
@@ -136,7 +126,7 @@ void LeaveFiscalModeAfterError() {
     }
 }
 
-/// Nothing is added for a failure before the first or behind the last command.
+/// Nothing is added for a failure before the first or after the last command.
 void AddLineNumber(const FiscalCommandFile& file, std::string& message) {
     if (commandNumber >= file.GetCommandCount()) return;
     message += Format(" (line: %d)", file.GetCommandLineNumber(commandNumber));
@@ -191,91 +181,8 @@ void ExitFiscalMode() {
     SendCommand(CMD_EXIT_FISCAL_MODE, BUF(), false);
 }
 
-Decimal ExtractDecimal(FiscalCommand& cmd, const std::string& name, std::uint64_t lBound,
-                       std::uint64_t uBound, std::uint16_t decCount) {
-    if (name.empty()) FailInternal();
-    const Decimal value(cmd.ExtractParameter(name));
-    if (!CheckDecimal(value, decCount, lBound, uBound)) FailCommand("Incorrect " + name + " value");
-    return value;
-}
-
-bool CheckDecimal(const Decimal& d, std::uint16_t decCount, std::uint64_t lBound,
-                  std::uint64_t uBound) {
-    return d.GetDecCount() <= decCount &&
-           d.CheckBounds(static_cast<long long>(lBound), static_cast<long long>(uBound));
-}
-
-int GetMaxDeptNameLength() {
-    return ECR_Settings().ecrType == EcrType_ValkorMargayT ? 20 : 18;
-}
-
-int GetMaxCommentLength() {
-    return ECR_Settings().printerLength - 1;
-}
-
-int GetMaxBarcodeLength() {
-    return ECR_Settings().printerLength;
-}
-
-int GetEcrBarcodeBitmapWidth() {
-    return ECR_Settings().printerLength * 12;
-}
-
-int GetEcrBarcodeBitmapHeight() {
-    return 100;
-}
-
-int GetDailyReportNumber() {
-    return 1;
-}
-
-int GetCashInDrawerReportNumber() {
-    return ECR_Settings().ecrType == EcrType_ValkorMargayT ? 2 : 13;
-}
-
-void FailOnReceipInProgress() {
-    if (!ECR_Status().receiptInProgress) return;
-    cmdError = true;
-    Fail(250, GetEcrErrorMessage(CRC_LAST_FISCAL_CMD_ERROR));
-}
-
 std::vector<std::string_view> KnownCommands() {
     std::vector<std::string_view> names;
     for (const CommandRow& row : commands) names.push_back(row.name);
     return names;
-}
-
-bool InCheckPass() {
-    return State == STATE_SYNCHECK;
-}
-
-void SendUnlessChecking(BYTE cmd, const BUF& payload) {
-    if (!InCheckPass()) SendCommand(cmd, payload, true);
-}
-
-void SendSlowUnlessChecking(CommandType type, BYTE cmd, const BUF& payload) {
-    if (InCheckPass()) return;
-    SetCmdTimeout(type);
-    SendCommand(cmd, payload, true);
-    SetCmdTimeout(CmdType_Default);  // Deliberate: not restored when the command failed
-}
-
-Decimal ExtractMoney(FiscalCommand& cmd, const std::string& name) {
-    return ExtractDecimal(cmd, name, 0, maxMoneyDigits, 2);
-}
-
-void AddMoney(BUF& payload, Decimal amount) {
-    amount.ShiftDecDotR(2);
-    payload.AddBUF(Dec2BCD(amount, 4));
-}
-
-void AddQuantity(BUF& payload, Decimal quantity) {
-    quantity.ShiftDecDotR(3);
-    payload.AddBUF(Dec2BCD(quantity, 3));
-}
-
-void AddText(BUF& payload, std::string text, int length) {
-    TranslateString(text);
-    text.resize(static_cast<std::size_t>(length), ' ');
-    payload.AddString(text);
 }

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
+#include "Common.h"
 #include "Decimal.h"
 #include "FiscalCommand.h"
 #include "FiscalCommandFile.h"
@@ -12,7 +14,7 @@
 /// Reads CashierNumber and CodePage. Raises 3 "INI-file contains unknown codepage : '<NAME>'".
 void FiscalCommandProcessor_Initialize();
 
-/// One pass over the file. Raises 1 for every fault of the file, with " (line: <n>)" behind the
+/// One pass over the file. Raises 1 for every fault of the file, with " (line: <n>)" after the
 /// message; 104 "Incorrect keylock position. Please set keylock in REG position", 105 "Previous
 /// receipt not finished", 106 "Current receipt not finished", 107 "Receipt not started", 108
 /// "Receipt already finished", 200 + the register's result code, 250 for a report inside a receipt,
@@ -43,10 +45,15 @@ int GetEcrBarcodeBitmapHeight();
 int GetDailyReportNumber();
 int GetCashInDrawerReportNumber();
 
-/// Raises 250 with the register's text of result 50, cmdError set.
+// What the register must be like: the first two before a file, and for GET_STATUS.
+/// Raises 200 + the register's last result code with its text, unless that is 0.
+void FailOnLastResult();
+/// Raises 104 "Incorrect keylock position. Please set keylock in REG position".
+void FailOnKeylock();
+/// Raises 250 with the register's text of result 50, cmdError set, while a receipt is open.
 void FailOnReceipInProgress();
 
-/// Makes xlat the map from one code page to another: every byte stands for itself but the cbtable
+/// Makes xlat the map from one code page to another: every byte maps to itself but the cbtable
 /// bytes of from. A null table raises 99.
 void InitTranslation(const BYTE* from, const BYTE* to, unsigned int cbtable);
 /// Maps every byte in place; the length stays.

@@ -13,7 +13,8 @@ Decimal ExtractPercents(FiscalCommand& cmd) {
     return ExtractDecimal(cmd, "PERCENTS", 0, maxPercentDigits, 2);
 }
 
-/// Deliberate: 100 passes the check on its digits, and of 100.00 only 00.00 fits the two bytes.
+/// Deliberate: 100 passes the check on its digits, and of 100.00 only 00.00 fits the two bytes; see
+/// the suite PercentAdjustment.
 void AddPercents(BUF& payload, Decimal percents) {
     percents.ShiftDecDotR(2);
     payload.AddBUF(Dec2BCD(percents, 2));
@@ -59,7 +60,7 @@ BYTE GetDiscountMarkupType(FiscalCommand& cmd) {
 
 void DiscountMarkup(FiscalCommand& cmd, bool discount) {
     const Adjustment adjustment = ExtractAdjustment(cmd, discount);
-    // The type is not sent: behind a subtotal, the register adjusts the whole sale.
+    // The type is not sent: after a subtotal, the register adjusts the whole sale.
     if (GetDiscountMarkupType(cmd) == adjustSale) Total();
     SendUnlessChecking(adjustment.code, adjustment.payload);
     if (adjustment.comment.empty() || InCheckPass()) return;

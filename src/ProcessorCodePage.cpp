@@ -1,5 +1,9 @@
 // Texts reach the register in its own code page: Windows-1257 for the Latvian letters.
 
+#include <string>
+#include <string_view>
+
+#include "Common.h"
 #include "DriverException.h"
 #include "ProcessorInternal.h"
 
@@ -22,7 +26,23 @@ namespace {
 
 BYTE xlat[256];
 
+struct CodePageRow {
+    std::string_view name;
+    const BYTE* letters;
+};
+
+constexpr CodePageRow codePages[] = {
+    {"DOS", codePage_DOS}, {"RIM", codePage_BaltRim}, {"TILDE", codePage_BaltTilde}};
+
 }  // namespace
+
+void SelectCodePage(const std::string& name) {
+    for (const CodePageRow& row : codePages) {
+        if (row.name == name)
+            return InitTranslation(row.letters, codePage_ECR, codePageLetterCount);
+    }
+    Fail(ERR_CONFIGURATION, "INI-file contains unknown codepage : '" + name + "'");
+}
 
 void InitTranslation(const BYTE* from, const BYTE* to, unsigned int cbtable) {
     if (from == nullptr || to == nullptr) FailInternal();

@@ -2,10 +2,16 @@
 // units and their tests only.
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "Buf.h"
+#include "Common.h"
+#include "Decimal.h"
 #include "ECR.h"
+#include "FiscalCommand.h"
 #include "FiscalCommandProcessor.h"
 
 // Set by the check pass, tested by the executing pass; never cleared.
@@ -17,11 +23,14 @@ extern int commandNumber;  ///< index of the command being processed
 extern int commandCount;
 
 inline constexpr unsigned int codePageLetterCount = 22;
-// The same letter stands at the same place in every table.
+// The same letter has the same place in every table.
 extern const BYTE codePage_DOS[codePageLetterCount];
 extern const BYTE codePage_BaltRim[codePageLetterCount];
 extern const BYTE codePage_BaltTilde[codePageLetterCount];
 extern const BYTE codePage_ECR[codePageLetterCount];
+
+/// From this code page to the register's. Raises 3 "INI-file contains unknown codepage : '<name>'".
+void SelectCodePage(const std::string& name);
 
 /// The largest money amount and quantity as digits: 999999.99 and 999.999.
 inline constexpr std::uint64_t maxMoneyDigits = 99999999;
@@ -30,12 +39,11 @@ inline constexpr std::uint64_t maxQuantityDigits = 999999;
 /// The names in the dispatcher's table, in its order.
 std::vector<std::string_view> KnownCommands();
 
+bool InCheckPass();
 /// The one "unless in the check pass": sends a receipt command in the executing pass only.
 void SendUnlessChecking(BYTE cmd, const BUF& payload);
 /// The same under the time-out of a slow command; the default is back afterwards, unless it failed.
 void SendSlowUnlessChecking(CommandType type, BYTE cmd, const BUF& payload);
-bool InCheckPass();
-
 /// A money amount with two decimals; in the payload, 4 bytes of hundredths.
 Decimal ExtractMoney(FiscalCommand& cmd, const std::string& name);
 void AddMoney(BUF& payload, Decimal amount);

@@ -20,7 +20,7 @@ bool IsMoney(const Decimal& d) {
 }
 
 /// Deliberate: compares the digits as held, not the values. 1.00 is held as 1, a product rounded to
-/// two decimals as 100, so these two differ.
+/// two decimals as 100, so these two differ; see the suite SaleByPriceAndAmount.
 bool SameDigits(const Decimal& a, const Decimal& b) {
     return static_cast<long long>(a) == static_cast<long long>(b);
 }
@@ -37,9 +37,7 @@ std::string ExtractOptionalName(FiscalCommand& cmd) {
 Item ItemFromAmount(FiscalCommand& cmd) {
     if (cmd.ParameterExists("QNTY")) FailCommand("PRICE is missing");
     if (!cmd.ParameterExists("AMOUNT")) FailCommand("AMOUNT or PRICE must be specified");
-    const Decimal amount(cmd.ExtractParameter("AMOUNT"));
-    if (!IsMoney(amount)) FailCommand("Incorrect AMOUNT value");
-    return {amount, 1};
+    return {ExtractMoney(cmd, "AMOUNT"), 1};
 }
 
 /// The item becomes one unit at the amount when the register's rounding would give another amount.

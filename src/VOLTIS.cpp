@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "AppController.h"
 #include "Common.h"
@@ -30,7 +31,7 @@ struct CommandLine {
 };
 
 [[noreturn]] void FailCommandLine(Where at = Here()) {
-    Fail(CRC_JOURNAL_PAPER_END_ERROR, "Wrong command line format (use /? for help)", at);
+    Fail(ERR_COMMAND_LINE, "Wrong command line format (use /? for help)", at);
 }
 
 /// "/x" is an option, "/pos/x" a path: no option contains a second "/".
@@ -84,7 +85,8 @@ void GuardSingleInstance() {
     markerFile = fopen(markerFileName, "w");
 }
 
-/// Only the name part of the configured value counts: the result stands beside the command file.
+/// Only the name part of the configured value counts: the result is written beside the command
+/// file.
 std::string ResultFileBeside(const std::string& cmdFile, const std::string& configured) {
     if (configured.empty()) return configured;
     return Path::Combine(Path::GetDirectoryName(cmdFile), Path::GetFileName(configured));
@@ -107,7 +109,7 @@ void Run(int argc, char* argv[]) {
     const CommandLine line = ParseCommandLine(argc, argv);
     const std::string resultFile = IniFile::GetString("ResultFileName", "");
     if (resultFile.empty() && line.mode != singleRun) {
-        Fail(CRC_JOURNAL_PAPER_END_ERROR, "Unable to start server mode. Result file not specified");
+        Fail(ERR_COMMAND_LINE, "Unable to start server mode. Result file not specified");
     }
     FiscalCommandProcessor_Initialize();
     Dispatch(line, ResultFileBeside(line.cmdFile, resultFile));
@@ -139,11 +141,8 @@ bool IsSingleCommand(const FiscalCommandFile& file, const std::string& name) {
 }
 
 void GetStatus() {
-    if (ECR_Status().keylockPosition != KEYLOCK_POSITION_REG) {
-        Fail(104, "Incorrect keylock position. Please set keylock in REG position");
-    }
-    const int lastResult = ECR_Status().lastCommandResultCode;
-    if (lastResult != CRC_NO_ERROR) Fail(200 + lastResult, GetEcrErrorMessage(lastResult));
+    FailOnKeylock();
+    FailOnLastResult();
     receiptNotFinished = ECR_Status().receiptInProgress;
 }
 
@@ -169,7 +168,9 @@ bool RunCommandFile(const std::string& cmdFile, bool oldFormat, std::string& tex
     FiscalCommandFile file(cmdFile);
     if (IsSingleCommand(file, "EXIT")) {
         exitServerMode = true;
-        return false;  // Deliberate: State stays, so a single run of an EXIT file ends with 1
+        // Deliberate: State stays, so a single run of an EXIT file ends with 1; see the suite
+        // ExitFile.
+        return false;
     }
     State = STATE_EXECUTE;
     ConnectToEcr();
@@ -181,8 +182,8 @@ bool RunCommandFile(const std::string& cmdFile, bool oldFormat, std::string& tex
     } else {
         FiscalCommandProcessor_Execute(file);
     }
-    // Whole before all is well: who ran out of memory afterwards would end with 2, which says that
-    // nothing was printed.
+    // Whole before all is well: a run that is out of memory afterwards would end with 2, which says
+    // that nothing was printed.
     text = WithResultLine(oldFormat, 0, SuccessText(oldFormat));
     DisconnectFromEcr();
     State = STATE_READY;
@@ -266,7 +267,8 @@ std::string GetCommandLine(int argc, char* argv[]) {
 }
 
 void ShowUsage() {
-    // The program's name and the spelling of the options' heading are what callers know.
+    // Deliberate: the program's name and the spelling of the options' heading are what callers
+    // know; see the suite Usage.
     AppController::ShowMessage(std::string(DriverName) + " version " + DriverVersion + DriverBuild +
                                " for " + DriverOS + "  (Compiled: " + __DATE__ + " " + __TIME__ +
                                ")\n" + "\n\nUsage:  " + DriverName +
