@@ -1,4 +1,4 @@
-#include "IniStore.h"
+#include "ini/IniStore.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -10,7 +10,7 @@ struct IniStore;
 
 enum IniStoreMode : int { IniStoreMode_Read = 0 };
 
-/// The bytes of a value that are looked at, counted from behind its "=".
+/// The bytes of a value that are looked at, counted from the one after its "=".
 inline constexpr std::size_t iniStoreMaxValue = 255;
 
 /// Null when the path is no regular file that can be read whole, or holds a NUL byte anywhere. A
@@ -18,7 +18,7 @@ inline constexpr std::size_t iniStoreMaxValue = 255;
 IniStore* IniStore_Open(const char* path, IniStoreMode mode);
 
 /// Selects the section for the keys to come; false, and nothing selected, when the file lacks it.
-/// The empty name stands for the keys in front of the first heading and for "[]".
+/// The empty name selects the keys before the first heading and those of "[]".
 bool IniStore_LocateHeading(IniStore* store, const char* heading);
 /// Selects the last occurrence of the key in all blocks of the section; false, and nothing
 /// selected, when there is none.

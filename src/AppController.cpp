@@ -1,6 +1,5 @@
 #include "AppController.h"
 
-#include <limits.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -15,7 +14,7 @@ namespace {
 
 constexpr std::size_t pathBufferSize = 4096;
 
-/// The rule that the debug log's level stands for; afterError: something went wrong.
+/// The meaning of the debug log's level; afterError: something went wrong.
 bool KeepsDebugText(int level, bool afterError) {
     return level != 0 && (level != 1 || afterError);
 }
@@ -101,7 +100,8 @@ void AppController::StartDebugFrame() {
 
 void AppController::EndDebugFrame() {
     if (!started || dbgFrameCount == 0) return;
-    // Deliberate: a frame looks at the state of the run, the run's own fragment at noErrors.
+    // Deliberate: a frame looks at the state of the run, the run's own fragment at noErrors; see
+    // the suite AppController_DebugFrame.
     dbgLog->EndFragment(KeepsDebugText(dbgLogLevel, State != STATE_READY));
     --dbgFrameCount;
 }

@@ -28,8 +28,8 @@ constexpr SymbologyRow symbologies[] = {
 };
 
 // ---- The guard around the library -------------------------------------------------------------
-// libbarcode 0.99 indexes outside its tables, writes behind its buffers or prints for some inputs.
-// Everything below up to EncodeGuarded stands between it and the data of a command file. Data that
+// libbarcode 0.99 indexes outside its tables, writes past its buffers or prints for some inputs.
+// Everything below up to EncodeGuarded keeps the data of a command file away from that. Data that
 // would break it is refused; valid data whose only fault is the library's short buffer is encoded.
 
 bool IsHigh(char c) {
@@ -46,7 +46,7 @@ bool IsHighButHarmless(char c) {
 }
 
 /// The longest text that the library has room for, as measured: one character more, of the last
-/// row a few, and it writes behind its buffers. No printer is wide enough for that many bars.
+/// row a few, and it writes past its buffers. No printer is wide enough for that many bars.
 std::size_t LongestText(const std::string& data, int code) {
     constexpr std::size_t longestCode128 = 157, longestCode39 = 201;
     switch (code) {
@@ -110,7 +110,7 @@ bool NeedsLeadingRoom(const std::string& data, int code) {
     return code == BARCODE_ANY && control && IsRawCode128(data);
 }
 
-/// A malloc'd copy with zero bytes behind the text, for CODE128 reads one byte past a single
+/// A malloc'd copy with zero bytes after the text, for CODE128 reads one byte past a single
 /// character; for 128RAW with blanks, which it skips, before the text.
 char* RoomyCopy(const std::string& data, int code) {
     const std::size_t lead = NeedsLeadingRoom(data, code) ? data.length() + 4 : 0;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Buf.h"
+#include "Common.h"
 
 struct Barcode_Item;  // the library's record of one barcode
 

@@ -18,8 +18,8 @@ class BUF {
     void operator=(const BUF& b);
     void operator=(const std::string& s);
 
-    /// An index above the size raises. Deliberate: the index that equals the size passes the test;
-    /// that position must not be used.
+    /// An index above the size raises. Deliberate: the index that equals the size passes the test
+    /// (suite BUF_Index); that position must not be used.
     BYTE& operator[](unsigned int i);
     BYTE operator[](unsigned int i) const;
 

@@ -69,7 +69,8 @@ std::string Format(const char* fmt, ...) {
     return buffer;
 }
 
-// Deliberate: excludeChars is one text to be found, not a set of characters.
+// Deliberate: excludeChars is one text to be found, not a set of characters; see the suite
+// SpanExcluding.
 std::string SpanExcluding(const std::string& str, const std::string& excludeChars) {
     return str.substr(0, str.find(excludeChars));
 }
@@ -125,7 +126,8 @@ void GetLocalTime(tagSYSTEMTIME* t) {
 
     t->wYear = static_cast<WORD>(local.tm_year + 1900);
     t->wMonth = static_cast<WORD>(local.tm_mon + 1);
-    t->wDayOfWeek = static_cast<WORD>(local.tm_wday + 1);  // Deliberate: counts from 1, not from 0
+    // Deliberate: counts from 1, not from 0; see the suite GetLocalTime.
+    t->wDayOfWeek = static_cast<WORD>(local.tm_wday + 1);
     t->wDay = static_cast<WORD>(local.tm_mday);
     t->wHour = static_cast<WORD>(local.tm_hour);
     t->wMinute = static_cast<WORD>(local.tm_min);
@@ -134,8 +136,8 @@ void GetLocalTime(tagSYSTEMTIME* t) {
 }
 
 // Deliberate: the unit is 10 ms, not 1 ms, the product wraps in 32 bits, and the system refuses a
-// second or more, so that nearly all values above 99 do not wait at all. The result is not looked
-// at.
+// second or more, so that nearly all values above 99 do not wait at all. The configured pauses of
+// shops are made for that; the suite Sleep pins it. The result is not looked at.
 void Sleep(unsigned int dwMilliseconds) {
     const std::uint32_t nanoseconds = dwMilliseconds * 10'000'000u;
     const timespec request{0, static_cast<long>(nanoseconds)};

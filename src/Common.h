@@ -32,7 +32,7 @@ bool MoveFile(const std::string& srcFilename, const std::string& dstFilename);
 bool DeleteFile(const std::string& path);
 
 /// One fgets of at most 1023 characters, the newline included; a longer line comes in pieces. A NUL
-/// byte of the file is a character like any other, so that nothing behind it gets lost.
+/// byte of the file is a character like any other, so that nothing after it gets lost.
 /// False at the end of the file and on a read error (ferror tells which); line is then unchanged.
 bool GetLine(FILE* file, std::string& line);
 
@@ -43,7 +43,7 @@ class Path {
     /// Up to and including the last separator, backslashes as written; empty when there is none.
     static std::string GetDirectoryName(const std::string& p);
     static std::string GetFileName(const std::string& p);
-    /// Both normalised and joined by one "/" unless path1 ends with one. An empty path1 gives path2
+    /// Both normalised and joined by one "/" unless path1 ends with one. With an empty path1: path2
     /// exactly as it is.
     static std::string Combine(const std::string& path1, const std::string& path2);
 };

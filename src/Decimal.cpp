@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "DriverException.h"
-#include "Globals.h"
 
 namespace {
 
@@ -62,7 +61,8 @@ void Decimal::operator=(const std::string& s) {
         if (s[i] >= '0' && s[i] <= '9') {
             parsed.num = Add(Multiply(parsed.num, 10), s[i] - '0');
         } else if (s[i] == '.') {
-            // Deliberate: a point after another one is accepted, and the last one counts.
+            // Deliberate: a point after another one is accepted, and the last one counts; see the
+            // suite Decimal_Parse.
             parsed.dec = static_cast<unsigned int>(s.size() - i - 1);
         } else {
             FailCommand("Wrong number format");
@@ -140,7 +140,7 @@ Decimal Round(const Decimal& decimal, unsigned short decCount, int roundingType)
     const long long kept = ScaleDown(decimal, places - decCount - 1);
     const long long truncated = kept / 10;
     // Deliberate: of a negative number every digit but 0 is above 4 as a byte, and adding one then
-    // goes towards zero.
+    // goes towards zero; see the suite Round.
     const auto droppedDigit = static_cast<BYTE>(kept % 10);
     const bool goesUp = roundingType != ROUNDING_HALF_DOWN && droppedDigit > 4;
     return Decimal(Add(truncated, goesUp ? 1 : 0), decCount);

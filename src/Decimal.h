@@ -5,9 +5,11 @@
 #include <string>
 
 #include "Buf.h"
+#include "Common.h"
 
 inline constexpr BYTE ROUNDING_HALF_UP = 0;
-inline constexpr BYTE ROUNDING_HALF_DOWN = 1;  ///< Deliberate: discards the dropped digits
+/// Deliberate: discards the dropped digits; see the suite Round.
+inline constexpr BYTE ROUNDING_HALF_DOWN = 1;
 
 /// The value is num / 10^dec. Trailing zeros may be held (1250/2 or 125/1 for 12.5); only parsing,
 /// multiplication and MakeConsistent drop them. Overflow is not detected: 64 bits wrap.
@@ -28,9 +30,9 @@ class Decimal {
     void operator+=(const Decimal& d);
     void operator-=(const Decimal& d);
 
-    /// The raw mantissa, not the value: 12.50 held as 1250/2 gives 1250.
+    /// The raw mantissa, not the value: 1250 for 12.50 held as 1250/2.
     operator long long() const;
-    /// The digits as held: 1250/2 gives "12.50".
+    /// The digits as held: "12.50" for 1250/2.
     operator std::string() const;
 
     unsigned int GetDecCount() const;
@@ -42,7 +44,7 @@ class Decimal {
     void ShiftDecDotR(int posCount);
     /// Divides the value by 10^n; the mantissa stays.
     void ShiftDecDotL(int n);
-    /// Drops trailing zeros behind the point.
+    /// Drops trailing zeros after the point.
     void MakeConsistent();
 
   private:
@@ -51,7 +53,8 @@ class Decimal {
 };
 
 /// roundingType ROUNDING_HALF_DOWN truncates; any other value rounds half up on the first dropped
-/// digit. Deliberate: a negative number with a dropped digit that is not 0 goes up by one instead.
+/// digit. Deliberate: a negative number with a dropped digit that is not 0 goes up by one instead;
+/// see the suite Round.
 Decimal Round(const Decimal& decimal, unsigned short decCount, int roundingType);
 Decimal operator*(const Decimal& a, const Decimal& b);
 /// 1, -1 or 0 by value.
@@ -59,10 +62,11 @@ short Compare(const Decimal& a, const Decimal& b);
 
 /// byteCount bytes of packed BCD of the raw mantissa, most significant pair first; digits that do
 /// not fit are dropped. Deliberate: a negative number's first high nibble is 1, whatever digit had
-/// its place there.
+/// its place there; see the suite Dec2BCD.
 BUF Dec2BCD(const Decimal& d, unsigned short byteCount);
-/// Deliberate: when isSigned, the first byte holds the sign only (not 0: negative) and no digits. A
-/// field that reaches past the end of buf raises 99; no bytes are 0 wherever they begin.
+/// Deliberate: when isSigned, the first byte holds the sign only (not 0: negative) and no digits,
+/// as the register sends it. A field that reaches past the end of buf raises 99; no bytes are 0
+/// wherever they begin.
 Decimal BCD2Dec(const BUF& buf, unsigned short offset, unsigned short byteCount, bool isSigned);
 /// b above 99 raises 99 "Internal error".
 unsigned char ByteToBCDByte(unsigned char b);

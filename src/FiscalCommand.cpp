@@ -87,7 +87,8 @@ FiscalCommand::FiscalCommand(const std::string& line) {
         if (name.empty()) FailCommand("Parameter name is missing");
         // GCOVR_EXCL_BR_STOP
         if (!TakeDelimiter(text, '=')) FailCommand("Missing '=' after parameter " + name);
-        // Deliberate: a delimiter is a value, too: "DEPT=;" gives DEPT the value ";".
+        // Deliberate: a delimiter is a value, too: after "DEPT=;" the value of DEPT is ";"; see the
+        // suite FiscalCommand.
         std::string value = TakeToken(text);
         if (value.empty()) FailCommand("Parameter value is missing");
         if (!text.empty() && !TakeDelimiter(text, ';')) {

@@ -1,5 +1,6 @@
 #include "FiscalCommandFile.h"
 
+#include <cstdio>
 #include <memory>
 
 #include "Common.h"
@@ -32,7 +33,7 @@ FiscalCommandFile::FiscalCommandFile(const std::string& fileName) : FileName(fil
     } catch (DriverException* failure) {
         // Deliberate: blanks before both colons, unlike in a failure's own place in the sources;
         // and the flag alone decides, so that a read error gets a line, too, when it is set
-        // already.
+        // already. See the suite FiscalCommandFile_Read.
         if (cmdError) {
             failure->Message +=
                 " (file : '" + fileName + "' line : " + std::to_string(lineNumber) + ")";

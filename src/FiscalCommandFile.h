@@ -17,7 +17,7 @@ class FiscalCommandFile {
     int GetCommandCount() const;
     /// A copy. An index out of range raises 99, here and below.
     FiscalCommand GetCommand(int index) const;
-    /// The physical line that the command stands on, from 1.
+    /// The physical line of the command, from 1.
     int GetCommandLineNumber(int index) const;
 
     const std::string FileName;

@@ -200,7 +200,8 @@ BUF ProtocolFormatter_Margay::BuildDataFrame(BUF data) {
     return frame;
 }
 
-// Deliberate: the end byte is not examined, and lower-case data letters count.
+// Deliberate: the end byte is not examined, and lower-case data letters count; see the suite
+// MargayParseData.
 BYTE ProtocolFormatter_Margay::ParseDataFrame(const BUF& frame, BUF& data) {
     const int letters = static_cast<int>(frame.GetSize()) - margayTrailerSize;
     if (letters % 2 != 0) return GARBAGE;
@@ -260,7 +261,8 @@ bool ProtocolFormatter_Margay::CheckCRC(BUF frame, WORD size) {
     BYTE high = 0;
     BYTE low = 0;
     CalcCRC(frame, static_cast<WORD>(size - margayTrailerSize), false, high, low);
-    // Deliberate: lower-case check letters do not count, unlike those of the data.
+    // Deliberate: lower-case check letters do not count, unlike those of the data; see the suite
+    // MargayParseData.
     return frame[size - 3u] == high && frame[size - 2u] == low;
 }
 

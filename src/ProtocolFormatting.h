@@ -2,9 +2,8 @@
 // bytes.
 #pragma once
 
-#include <string>
-
 #include "Buf.h"
+#include "Common.h"
 
 // What a frame-level operation ended with.
 inline constexpr BYTE GARBAGE = 1;    ///< malformed, bad check bytes or an unexpected code
@@ -95,7 +94,7 @@ class ProtocolFormatter_Margay : public IProtocolFormatter {
     BUF BuildRequestFrame(BYTE cmd);
     /// d above 15 raises 99.
     BYTE HexDigitToLetter(BYTE d);
-    /// Lower case counts too; any byte that is no hex digit gives 0.
+    /// Lower case counts too; 0 for a byte that is no hex digit.
     BYTE LetterToHexDigit(BYTE l);
 
   private:
