@@ -454,8 +454,7 @@ TEST_F(NumericParameter, WithoutANameIsAnInternalError) {
     const auto failure = FailureOf([&] { ExtractDecimal(command, "", 0, 9, 0); });
     ASSERT_NE(failure, nullptr);
     EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_EQ(failure->Message.rfind("Internal error (file: 'src/ProcessorPayload.cpp'", 0),
-              0u)
+    EXPECT_EQ(failure->Message.rfind("Internal error (file: 'src/ProcessorPayload.cpp'", 0), 0u)
         << failure->Message;
 }
 
