@@ -44,7 +44,7 @@ class Descriptor {
 
 /// The number of bytes in a regular file, -1 for anything else.
 std::int64_t RegularFileSize(int fd) {
-    struct stat status {};
+    struct stat status = {};
     if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return -1;
     return status.st_size;
 }

@@ -117,7 +117,7 @@ char* RoomyCopy(const std::string& data, int code) {
     char* copy = static_cast<char*>(calloc(lead + data.length() + 16, 1));
     if (copy == nullptr) FailSystem("Memory allocation error");
     memset(copy, ' ', lead);
-    memcpy(copy + lead, data.data(), data.length());
+    std::copy(data.begin(), data.end(), copy + lead);
     return copy;
 }
 

@@ -76,7 +76,7 @@ std::string SpanExcluding(const std::string& str, const std::string& excludeChar
 }
 
 bool FileExists(const std::string& path) {
-    struct stat status {};
+    struct stat status = {};
     return stat(path.c_str(), &status) == 0;
 }
 

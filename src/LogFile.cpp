@@ -30,15 +30,15 @@ FILE* OpenFile(const std::string& filename, const char* mode) {
 
 /// False for a file that is not there.
 bool IsSpecialFile(const std::string& filename) {
-    struct stat status {};
+    struct stat status = {};
     return stat(filename.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 /// No limit, unless the log is to be copied into itself: that must end where the log ends now.
 off_t CopyLimit(FILE* source, FILE* log) {
     constexpr off_t none = std::numeric_limits<off_t>::max();
-    struct stat from {};
-    struct stat to {};
+    struct stat from = {};
+    struct stat to = {};
     // GCOVR_EXCL_BR_START: the state of an open file can always be told.
     if (fstat(fileno(source), &from) != 0 || fstat(fileno(log), &to) != 0) return none;
     // GCOVR_EXCL_BR_STOP

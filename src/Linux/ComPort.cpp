@@ -130,7 +130,8 @@ int IntervalTimeout(const LineSettings& line) {
     const double byteTime = bits * 1000.0 / line.baud;
     constexpr double longest = std::numeric_limits<int>::max();
     // Rounds without lround, for whose sake alone every start would load the mathematics library.
-    return static_cast<int>(std::clamp(byteTime * comByteTimeMult, 100.0, longest) + 0.5);
+    const double time = std::clamp(byteTime * comByteTimeMult, 100.0, longest);  // positive
+    return static_cast<int>(time + 0.5);  // NOLINT(bugprone-incorrect-roundings)
 }
 
 /// errno stays as it was.
