@@ -3,12 +3,19 @@ include(GoogleTest)
 
 add_custom_target(voltis_unit_tests)
 
-# A program of tests/: includes name the path from src/ or from the tree's root.
+# A program of <name>.cpp, when there is such a file, and the sources. Includes name the path from src/
+# or from the tree's root.
 function(voltis_test_program name)
     cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
-    add_executable(${name} ${name}.cpp ${arg_SOURCES})
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp)
+        list(APPEND arg_SOURCES ${name}.cpp)
+    endif()
+    add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE ${arg_LIBS})
+    if(VOLTIS_TESTS_PCH)
+        target_precompile_headers(${name} REUSE_FROM ${VOLTIS_TESTS_PCH})
+    endif()
 endfunction()
 
 # Every test of an executable runs in a process of its own, so that flags which the driver never

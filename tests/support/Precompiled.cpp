@@ -1,0 +1,2 @@
+// Only carries the headers that all tests have compiled once.
+int main() {}
