@@ -9,6 +9,7 @@
 #include "FiscalCommandProcessor.h"
 #include "Globals.h"
 #include "IniFile.h"
+#include "companion/workbench/Defaults.h"
 #include "emulator/Line.h"
 
 namespace {
@@ -17,13 +18,7 @@ using emulator::WireFamily;
 
 struct Channel {
     explicit Channel(WireFamily family)
-        : device([family] {
-              emulator::RegisterConfig config;
-              config.model =
-                  emulator::FindModel(family == WireFamily::Margay ? "margay" : "ocelot", 2);
-              return config;
-          }()),
-          line(family, device) {}
+        : device(workbench::RegisterFor(family)), line(family, device) {}
 
     emulator::Register device;
     emulator::Line line;

@@ -1,8 +1,11 @@
 #include "bench/Rig.h"
 
+#include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <thread>
+
+#include "companion/workbench/Defaults.h"
+#include "companion/workbench/Serving.h"
 
 namespace {
 
@@ -16,10 +19,11 @@ void Write(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-emulator::RegisterConfig RegisterFor(WireFamily family) {
-    emulator::RegisterConfig config;
-    config.model = emulator::FindModel(family == WireFamily::Margay ? "margay" : "ocelot", 2);
-    return config;
+/// As little as a shop needs, and the debug log.
+std::string SettingsFor(WireFamily family) {
+    runner::DriverSettings settings = workbench::SettingsFor(family);
+    settings.Remove("StandardLog");
+    return settings.Text();
 }
 
 double NowMs() {
@@ -41,33 +45,22 @@ double ServedRun::LineMs() const {
 }
 
 Rig::Rig(WireFamily family) : family_(family) {
-    Write("/etc/voltis/voltis.ini",
-          std::string("[VOLTIS]\nComNumber=1\nResultFileName=result.txt\nDbgErrorLog=2\n") +
-              "ProtocolFormatting=" + (family == WireFamily::Margay ? "1\n" : "0\n"));
+    Write("/etc/voltis/voltis.ini", SettingsFor(family));
 }
 
 template <typename Action>
 ServedRun Rig::Serve(const std::string& commands, Action action) const {
     Write(commandFile, commands);
-    emulator::Register device(RegisterFor(family_));
-    emulator::Line line(family_, device);
-    ServedRun run;
-    if (noteFrames_) Watch(line, run.frames);
     emulator::PtyOptions options;
     options.link = "/dev/ttyS0";
     options.bitsPerSecond = paced_ ? 19200 : 0;
-    emulator::PtyServer server(line, options);
-    std::thread service([&server] { server.Run(); });
-    try {
-        action(run);
-    } catch (...) {
-        server.Stop();
-        service.join();
-        throw;
-    }
-    server.Stop();
-    service.join();
-    run.counters = line.Counters();
+    workbench::Station station(workbench::RegisterFor(family_), family_, options);
+    ServedRun run;
+    if (noteFrames_) Watch(station.line, run.frames);
+    workbench::Serving serving(station.server);
+    action(run);
+    serving.Finish();
+    run.counters = station.line.Counters();
     return run;
 }
 

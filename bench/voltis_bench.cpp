@@ -16,8 +16,8 @@
 #include "bench/Report.h"
 #include "bench/Spawn.h"
 #include "bench/WholeRuns.h"
-#include "tests/support/Sandbox.h"
-#include "tests/support/TempDir.h"
+#include "companion/runner/Sandbox.h"
+#include "companion/runner/TempDir.h"
 
 namespace {
 
@@ -61,14 +61,15 @@ CommandLine WordsFor(const Options& options) {
 }
 
 int RunInside(const Options& options) {
-    const TempDir folder;
-    SandboxOptions sandbox;
+    const runner::TempDir folder;
     for (const char* part : {"config", "logs", "work"}) fs::create_directory(folder.File(part));
-    sandbox.configDir = folder.File("config");
-    sandbox.logDir = folder.File("logs");
-    sandbox.workDir = folder.File("work");
-    sandbox.bwrapArguments = {"--setenv", insideMark, "1"};
-    return ExitCodeOf(SandboxCommandLine(WordsFor(options), sandbox));
+    runner::SandboxPlan plan;
+    plan.root = runner::Root::Machine;
+    plan.config = folder.File("config");
+    plan.logs = folder.File("logs");
+    plan.workDir = folder.File("work");
+    plan.bwrapArguments = {"--setenv", insideMark, "1"};
+    return ExitCodeOf(runner::SandboxCommandLine(plan, WordsFor(options)));
 }
 
 void AddParts(Report& report, const PartTimes& parts, const Effort& effort) {

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "emulator/Line.h"
+#include "companion/workbench/Serving.h"
 #include "emulator/PtyServer.h"
 #include "emulator/Register.h"
 #include "tools/Console.h"
@@ -69,11 +69,11 @@ class Keyboard {
 
 int Emulate(const EmulateOptions& options) {
     Interrupts interrupts;
-    Register device(ConfigFor(options.device));
-    emulator::Line line(FramesFor(options.device), device);
     emulator::PtyOptions pty;
     pty.link = options.link;
-    PtyServer server(line, pty);
+    workbench::Station station(ConfigFor(options.device), FramesFor(options.device), pty);
+    Register& device = station.device;
+    PtyServer& server = station.server;
     const std::unique_ptr<PictureFolder> pictures =
         options.svgFolder.empty()
             ? nullptr

@@ -1,8 +1,10 @@
 #include "tools/RegisterOptions.h"
 
 #include <set>
-#include <stdexcept>
+#include <string>
 #include <vector>
+
+#include "companion/workbench/Defaults.h"
 
 namespace {
 
@@ -33,13 +35,7 @@ void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
 }
 
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
-    emulator::RegisterConfig config;
-    config.model = emulator::FindModel(options.model, static_cast<std::uint8_t>(options.protocol));
-    if (config.model == nullptr) {
-        throw std::runtime_error("there is no " + options.model + " with protocol version " +
-                                 std::to_string(options.protocol));
-    }
-    return config;
+    return workbench::RegisterOf(options.model, options.protocol);
 }
 
 emulator::WireFamily FramesFor(const RegisterOptions& options) {

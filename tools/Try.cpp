@@ -8,23 +8,22 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <future>
 #include <iostream>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "emulator/Line.h"
-#include "emulator/PtyServer.h"
-#include "emulator/Register.h"
+#include "companion/runner/Files.h"
+#include "companion/runner/Sandbox.h"
+#include "companion/workbench/Defaults.h"
+#include "companion/workbench/DriverRun.h"
+#include "companion/workbench/Serving.h"
+#include "companion/workbench/WorkFolder.h"
 #include "tools/Interrupts.h"
 #include "tools/Pictures.h"
 #include "tools/RegisterOptions.h"
-#include "tools/Sandbox.h"
-#include "tools/TryFolder.h"
 
 namespace fs = std::filesystem;
 
@@ -67,54 +66,20 @@ constexpr int pollStepMs = 100;
 
 using Clock = std::chrono::steady_clock;
 
-// The register with its line, alive through all the files.
-struct Desk {
-    explicit Desk(const RegisterOptions& options)
-        : device(ConfigFor(options)), line(FramesFor(options), device), server(line) {}
-
-    emulator::Register device;
-    emulator::Line line;
-    emulator::PtyServer server;
-};
-
-// Serves the line in the background; the register may be looked at only before and after.
-class Serving {
-  public:
-    explicit Serving(emulator::PtyServer& server)
-        : server_(server), running_(std::async(std::launch::async, [&server] { server.Run(); })) {}
-    ~Serving() {  // the future waits; a stop of what has ended would stop the next one
-        if (running_.valid()) server_.Stop();
-    }
-    Serving(const Serving&) = delete;
-    Serving& operator=(const Serving&) = delete;
-
-    // After the driver has ended the line is served a little longer, so that the hang-up is seen
-    // and the line made ready before the next file's driver opens it.
-    void Finish() {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        server_.Stop();
-        running_.get();
-    }
-
-  private:
-    emulator::PtyServer& server_;
-    std::future<void> running_;
-};
-
 struct Outcome {
     int exitCode = 0;
     int interrupt = 0;  // the signal that is to end everything, 0 for none
     std::string output;
 };
 
-void WaitForNews(const SandboxedRun& run, const Interrupts& interrupts) {
+void WaitForNews(const runner::SandboxedRun& run, const Interrupts& interrupts) {
     pollfd news[] = {
         {run.OutputFd(), POLLIN, 0}, {run.EndFd(), POLLIN, 0}, {interrupts.Fd(), POLLIN, 0}};
     poll(news, std::size(news), pollStepMs);
 }
 
 // Waits for the end of the run, and brings it about when it takes too long or at an interrupt.
-Outcome Await(SandboxedRun& run, Interrupts& interrupts, double timeoutSeconds) {
+Outcome Await(runner::SandboxedRun& run, Interrupts& interrupts, double timeoutSeconds) {
     const auto start = Clock::now();
     const std::chrono::duration<double> allowed(timeoutSeconds);
     Outcome outcome;
@@ -158,16 +123,11 @@ void SortOutWords(TryOptions& options) {
     options.settings.insert(options.settings.end(), settings, options.files.end());
     options.files.erase(settings, options.files.end());
     if (options.files.empty()) throw std::runtime_error("no command file is named");
-    for (const std::string& file : options.files) ReadFile(file);  // all or none
+    for (const std::string& file : options.files) runner::ReadFile(file);  // all or none
 }
 
-DriverSettings SettingsFor(const TryOptions& options) {
-    DriverSettings settings;
-    settings.Set("ComNumber", "1");
-    settings.Set("ResultFileName", "result.txt");
-    settings.Set("StandardLog", "1");
-    settings.Set("DbgErrorLog", "2");
-    settings.Set("ProtocolFormatting", options.device.frames == "margay" ? "1" : "0");
+runner::DriverSettings SettingsFor(const TryOptions& options) {
+    runner::DriverSettings settings = workbench::SettingsFor(FramesFor(options.device));
     for (const std::string& setting : options.settings) settings.Set(setting);
     return settings;
 }
@@ -185,10 +145,9 @@ std::string ExitText(int code) {
     return text;
 }
 
-// The text lines that the tape has grown by.
-std::string LinesFrom(const emulator::Tape& tape, size_t first) {
+std::string Joined(const std::vector<std::string>& lines) {
     std::string text;
-    for (size_t i = first; i < tape.Lines().size(); ++i) text += tape.Lines()[i] + "\n";
+    for (const std::string& line : lines) text += line + "\n";
     return text;
 }
 
@@ -198,7 +157,7 @@ class Trial {
     explicit Trial(const TryOptions& options)
         : options_(options),
           driver_(DriverPath(options)),
-          desk_(options.device),
+          station_(ConfigFor(options.device), FramesFor(options.device)),
           folder_(SettingsFor(options)) {}
 
     int Run() {
@@ -208,44 +167,40 @@ class Trial {
             if (outcome.exitCode != 0) exitCode = outcome.exitCode;
             if (outcome.interrupt != 0) break;
         }
-        if (!options_.svgFile.empty()) DrawTape(desk_.device.Paper(), options_.svgFile);
+        if (!options_.svgFile.empty()) DrawTape(station_.device.Paper(), options_.svgFile);
         return exitCode;
     }
 
   private:
     Outcome RunFile(const std::string& file) {
         const std::string name = folder_.Take(file);
-        const size_t printedBefore = desk_.device.Paper().Lines().size();
+        const workbench::Since since(station_.device);
         const Outcome outcome = RunDriver(name);
         std::cout << "=== " << file << "\n";
-        PrintSection("tape", LinesFrom(desk_.device.Paper(), printedBefore),
-                     "(nothing was printed)");
-        PrintSection("result file", folder_.Result(), "(none)");
+        PrintSection("tape", Joined(since.Lines()), "(nothing was printed)");
+        PrintSection("result file", folder_.Result().value_or(""), "(none)");
         if (!outcome.output.empty()) PrintSection("the driver said", outcome.output, "");
-        if (options_.showLog) PrintSection("debug log", folder_.NewLog(), "(none)");
+        if (options_.showLog) PrintSection("debug log", folder_.NewDebugLog(), "(none)");
         std::cout << "--- " << ExitText(outcome.exitCode) << "\n" << std::endl;
         return outcome;
     }
 
     Outcome RunDriver(const std::string& name) {
-        SandboxPlan plan;
+        runner::SandboxPlan plan = folder_.Prepare(station_.server.SlavePath());
         plan.driver = driver_;
-        plan.folder = folder_.Files();
-        plan.ini = folder_.Ini();
-        plan.logs = folder_.Logs();
-        plan.device = desk_.server.SlavePath();
-        Serving serving(desk_.server);
-        SandboxedRun run(plan, {std::string(sandboxFolder) + "/" + name});
-        const Outcome outcome = Await(run, interrupts_, options_.timeoutSeconds);
-        serving.Finish();
+        plan.files = folder_.Files().Path();
+        workbench::DriverRun run(
+            station_, plan, {runner::insideDriver, std::string(runner::insideFolder) + "/" + name});
+        const Outcome outcome = Await(run.Process(), interrupts_, options_.timeoutSeconds);
+        run.Finish();
         return outcome;
     }
 
     const TryOptions& options_;
     Interrupts interrupts_;  // before the thread that serves, which is to block the same signals
     std::string driver_;
-    Desk desk_;
-    TryFolder folder_;
+    workbench::Station station_;
+    workbench::WorkFolder folder_;
 };
 
 int Try(TryOptions options) {

@@ -22,7 +22,7 @@ emulator::Register& RegisterAfterABreak(std::uint8_t firstCommand, const emulato
 }
 
 Told RunCommands(const std::string& commands) {
-    return RunDriver(Shop(WireFamily::Ocelot, commands).Files());
+    return RunDriver(RunFolder(WireFamily::Ocelot, commands).Files());
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,36 +12,25 @@
 #include "Globals.h"
 #include "IniFile.h"
 #include "VOLTIS.h"
+#include "companion/workbench/Defaults.h"
 
 namespace faults {
 
 using emulator::Register;
 using emulator::WireFamily;
 
-namespace {
-
-constexpr std::uint32_t receiptsBefore = 41;
-
-}  // namespace
-
-std::string IniText(WireFamily family) {
-    return std::string("[VOLTIS]\nProtocolFormatting=") +
-           (family == WireFamily::Margay ? "1\n" : "0\n");
-}
-
-Shop::Shop(WireFamily family, const std::string& commands) {
+RunFolder::RunFolder(WireFamily family, const std::string& commands) {
     folder_.Write("cmd.txt", commands);
-    folder_.Write("voltis.ini", IniText(family));
+    folder_.Write("voltis.ini", workbench::FrameSettings(family).Text());
 }
 
-RunFiles Shop::Files() const {
+RunFiles RunFolder::Files() const {
     return {folder_.File("cmd.txt"), folder_.File("voltis.ini"),
             folder_.File("result" + std::to_string(getpid()) + ".txt")};
 }
 
 emulator::RegisterConfig DefaultRegister(WireFamily family) {
-    emulator::RegisterConfig config;
-    config.model = emulator::FindModel(family == WireFamily::Margay ? "margay" : "ocelot", 2);
+    emulator::RegisterConfig config = workbench::RegisterFor(family);
     config.lastReceipt = receiptsBefore;
     return config;
 }
@@ -61,23 +49,6 @@ Told RunDriver(const RunFiles& files) {
     told.result = ReadWholeFile(files.resultFile);
     unlink(files.resultFile.c_str());
     return told;
-}
-
-std::string ResultValue(const std::string& result, const std::string& name) {
-    const std::size_t begin = result.find("\n" + name + "=");
-    if (begin == std::string::npos) return "";
-    const std::size_t value = begin + name.size() + 2;
-    return result.substr(value, result.find('\n', value) - value);
-}
-
-Actions ActionsOf(const Register& device) {
-    Actions actions;
-    for (const emulator::Acted& acted : device.Journal()) {
-        const bool mode =
-            acted.command == emulator::EnterFiscalMode || acted.command == emulator::ExitFiscalMode;
-        if (acted.accepted && !mode) actions.push_back({acted.command, acted.payload});
-    }
-    return actions;
 }
 
 namespace {
@@ -100,7 +71,7 @@ void NoteHealthy(const Told& told, FaultyLine& line, HealthyNotes& notes) {
     told.result.copy(notes.message, sizeof notes.message - 1);
     notes.bytesToRegister = line.Plan().Sent(Direction::ToRegister);
     notes.bytesToDriver = line.Plan().Sent(Direction::ToDriver);
-    for (const Action& action : ActionsOf(device)) {
+    for (const Action& action : ActionsSince(device, 0)) {
         if (notes.journalSize + 2 + action.payload.size() > sizeof notes.journal) abort();
         notes.journal[notes.journalSize++] = action.command;
         notes.journal[notes.journalSize++] = static_cast<std::uint8_t>(action.payload.size());
@@ -121,7 +92,7 @@ HealthyRun Unfold(const HealthyNotes& notes) {
 
 }  // namespace
 
-HealthyRun RunHealthy(const Shop& shop, WireFamily family) {
+HealthyRun RunHealthy(const RunFolder& folder, WireFamily family) {
     void* shared = mmap(nullptr, sizeof(HealthyNotes), PROT_READ | PROT_WRITE,
                         MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) {
@@ -132,7 +103,7 @@ HealthyRun RunHealthy(const Shop& shop, WireFamily family) {
     const pid_t child = fork();
     if (child == 0) {
         TheLine() = std::make_unique<FaultyLine>(family, DefaultRegister(family), FaultPlan());
-        NoteHealthy(RunDriver(shop.Files()), *TheLine(), *notes);
+        NoteHealthy(RunDriver(folder.Files()), *TheLine(), *notes);
         _exit(0);
     }
     waitpid(child, nullptr, 0);
@@ -145,21 +116,9 @@ HealthyRun RunHealthy(const Shop& shop, WireFamily family) {
     return run;
 }
 
-int MostFrames(std::size_t commands) {
-    constexpr int retries = 3;                               // of each kind
-    constexpr int request = retries + 1;                     // repeated while nothing comes back
-    constexpr int statusRead = request + 2 * (retries + 1);  // an answer to each frame that came
-    constexpr int attempts = 3 * retries + 1;                // garbage, NAK and loss count apart
-    constexpr int command = attempts * (request + 1 + statusRead) + 1;
-    constexpr int statusReads =
-        8;  // connecting, checking start and end, in reports, after a failure
-    constexpr int modeChanges = 3;  // entering, leaving, leaving again after a failure
-    return (static_cast<int>(commands) + modeChanges) * command + statusReads * statusRead;
-}
-
 std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
                                          const Actions& expected) {
-    const Actions actions = ActionsOf(line.Device());
+    const Actions actions = ActionsSince(line.Device(), 0);
     if (told.escaped) return "an exception that is none of the driver's";
     if (line.FramesFromDriver() > MostFrames(expected.size())) return "more frames than allowed";
     if (ResultValue(told.result, "ResultCode") != std::to_string(told.exitCode))
@@ -170,8 +129,7 @@ std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
         if (ResultValue(told.result, "LastReceiptNo") != number) return "OK with a wrong number";
         return std::nullopt;
     }
-    if (actions.size() > expected.size() ||
-        !std::equal(actions.begin(), actions.end(), expected.begin()))
+    if (!IsBeginning(actions, expected))
         return "failed, but what was done is no beginning of the file";
     if (told.exitCode == 101)
         return line.FiscalDataFrames() > 0 ? std::nullopt
@@ -189,13 +147,12 @@ std::optional<std::string> Excuse(const Forgeries& forged) {
     return std::nullopt;
 }
 
-Outcome RunWithFaults(const Shop& shop, WireFamily family, const Actions& expected,
-                      const std::vector<Fault>& faults) {
-    TheLine() = std::make_unique<FaultyLine>(family, DefaultRegister(family), FaultPlan(faults));
-    const Told told = RunDriver(shop.Files());
+Outcome MeasuredSale::RunWith(const std::vector<Fault>& faults) const {
+    TheLine() = std::make_unique<FaultyLine>(family_, DefaultRegister(family_), FaultPlan(faults));
+    const Told told = RunDriver(folder_.Files());
     FaultyLine& line = *TheLine();
     const int frames = line.FramesFromDriver();
-    const auto broken = BrokenPromise(told, line, expected);
+    const auto broken = BrokenPromise(told, line, healthy_.actions);
     if (!broken)
         return Judged(told.exitCode == 0 ? Verdict::Ok : Verdict::Failed, told.exitCode, frames);
     if (const auto excuse = Excuse(line.Forged()))

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "companion/workbench/ResultFile.h"
+#include "tests/faults/Actions.h"
 #include "tests/faults/Campaign.h"
 #include "tests/faults/FaultyChannel.h"
 #include "tests/support/TempDir.h"
@@ -16,9 +18,9 @@ struct RunFiles {
 };
 
 /// The commands and the configuration of a campaign, for all of its runs.
-class Shop {
+class RunFolder {
   public:
-    Shop(emulator::WireFamily family, const std::string& commands);
+    RunFolder(emulator::WireFamily family, const std::string& commands);
 
     /// The result file has this process's ID in its name, so that runs at one time have their own.
     RunFiles Files() const;
@@ -26,9 +28,6 @@ class Shop {
   private:
     TempDir folder_;
 };
-
-/// The configuration of a shop whose register speaks that family's frames.
-std::string IniText(emulator::WireFamily family);
 
 /// The register of a campaign: the family's own model, with receipts behind it.
 emulator::RegisterConfig DefaultRegister(emulator::WireFamily family);
@@ -44,19 +43,7 @@ struct Told {
 /// so once.
 Told RunDriver(const RunFiles& files);
 
-/// The value behind "name=" in a result file; empty when there is none.
-std::string ResultValue(const std::string& result, const std::string& name);
-
-/// Command and parameters, as the register acted on them.
-struct Action {
-    std::uint8_t command;
-    emulator::Bytes payload;
-    bool operator==(const Action&) const = default;
-};
-using Actions = std::vector<Action>;
-
-/// What the register has done but for entering and leaving fiscal mode.
-Actions ActionsOf(const emulator::Register& device);
+using workbench::ResultValue;
 
 /// What a run without faults does: what every other run is measured by.
 struct HealthyRun {
@@ -64,11 +51,7 @@ struct HealthyRun {
     std::size_t bytesToRegister = 0, bytesToDriver = 0;
 };
 /// Ends the process with a message when that run is not perfect. It takes place in a child.
-HealthyRun RunHealthy(const Shop& shop, emulator::WireFamily family);
-
-/// The most frames that the driver may write in a run with so many commands on the wire, as its
-/// numbers of retries (3 of each kind by default) allow.
-int MostFrames(std::size_t commands);
+HealthyRun RunHealthy(const RunFolder& folder, emulator::WireFamily family);
 
 /// The promise that is broken, in words; nothing when all is well.
 std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
@@ -76,8 +59,20 @@ std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
 /// Why a broken promise is excused, from what both ends saw; nothing when it is not.
 std::optional<std::string> Excuse(const Forgeries& forged);
 
-/// A whole run with these faults.
-Outcome RunWithFaults(const Shop& shop, emulator::WireFamily family, const Actions& expected,
-                      const std::vector<Fault>& faults);
+/// A command file in a family of frames, with its run without faults.
+class MeasuredSale {
+  public:
+    MeasuredSale(emulator::WireFamily family, const std::string& commands)
+        : family_(family), folder_(family, commands), healthy_(RunHealthy(folder_, family)) {}
+
+    const HealthyRun& Healthy() const { return healthy_; }
+    /// A whole run with these faults.
+    Outcome RunWith(const std::vector<Fault>& faults) const;
+
+  private:
+    emulator::WireFamily family_;
+    RunFolder folder_;
+    HealthyRun healthy_;
+};
 
 }  // namespace faults

@@ -57,13 +57,11 @@ void AppendCases(std::vector<Case>& cases, WireFamily family, const HealthyRun& 
 
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
-    const Shop ocelotShop(WireFamily::Ocelot, saleCommands);
-    const Shop margayShop(WireFamily::Margay, saleCommands);
-    const HealthyRun ocelot = RunHealthy(ocelotShop, WireFamily::Ocelot);
-    const HealthyRun margay = RunHealthy(margayShop, WireFamily::Margay);
+    const MeasuredSale ocelot(WireFamily::Ocelot, saleCommands);
+    const MeasuredSale margay(WireFamily::Margay, saleCommands);
     std::vector<Case> cases;
-    AppendCases(cases, WireFamily::Ocelot, ocelot);
-    AppendCases(cases, WireFamily::Margay, margay);
+    AppendCases(cases, WireFamily::Ocelot, ocelot.Healthy());
+    AppendCases(cases, WireFamily::Margay, margay.Healthy());
     const std::size_t all = cases.size();
     if (!options.full) {
         std::mt19937_64 random(options.seed);
@@ -74,8 +72,7 @@ int main(int argc, char* argv[]) {
     const CampaignLimits limits{10, options.full ? 3000u : 280u};
     const Tally tally = RunCampaign(cases.size(), limits, [&](std::size_t i) {
         const bool isOcelot = cases[i].family == WireFamily::Ocelot;
-        return RunWithFaults(isOcelot ? ocelotShop : margayShop, cases[i].family,
-                             (isOcelot ? ocelot : margay).actions, {cases[i].fault});
+        return (isOcelot ? ocelot : margay).RunWith({cases[i].fault});
     });
     return Report("fault_bytes, seed " + std::to_string(options.seed) + ", of " +
                       std::to_string(all) + " faults",

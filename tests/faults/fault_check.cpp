@@ -9,6 +9,7 @@
 #include <set>
 
 #include "ProcessorInternal.h"
+#include "companion/workbench/Defaults.h"
 #include "tests/faults/CommandGenerator.h"
 #include "tests/faults/DriverRun.h"
 
@@ -77,9 +78,10 @@ Outcome RunCase(const Case& c, const TempDir& folder) {
     config.model = c.model;
     TheLine() = std::make_unique<FaultyLine>(c.model->family, config, FaultPlan());
     const std::string own = std::to_string(getpid());
-    const RunFiles files = {folder.Write("cmd" + own, c.file.text),
-                            folder.Write("ini" + own, IniText(c.model->family)),
-                            folder.File("result" + own)};
+    const RunFiles files = {
+        folder.Write("cmd" + own, c.file.text),
+        folder.Write("ini" + own, workbench::FrameSettings(c.model->family).Text()),
+        folder.File("result" + own)};
     const Told told = RunDriver(files);
     unlink(files.commandFile.c_str());
     unlink(files.iniFile.c_str());

@@ -14,9 +14,10 @@
 #include <new>
 #include <random>
 
+#include "companion/workbench/Defaults.h"
 #include "tests/faults/DriverRun.h"
 #include "tests/faults/SaleFaults.h"
-#include "tests/support/Sandbox.h"
+#include "tests/support/InsideSandbox.h"
 
 // The entry's main, which its library gives this name.
 int VoltisMain(int argc, char* argv[]);
@@ -164,9 +165,7 @@ __attribute__((constructor(101))) void RegisterConcludeAtExit() {
 // --- the campaign --------------------------------------------------------------------------------
 
 void WriteConfiguration(WireFamily family) {
-    std::ofstream(configurationFile)
-        << "[VOLTIS]\nStandardLog=1\nDbgErrorLog=2\nResultFileName=result.txt\n"
-        << "ProtocolFormatting=" << (family == WireFamily::Margay ? 1 : 0) << "\n";
+    std::ofstream(configurationFile) << workbench::SettingsFor(family).Text();
 }
 
 std::vector<Case> CasesOf(std::size_t allocations, const Options& options) {
@@ -183,8 +182,8 @@ std::vector<Case> CasesOf(std::size_t allocations, const Options& options) {
 }
 
 int TestFamily(WireFamily family, const char* name, const Options& options) {
-    const Shop shop(family, saleCommands);
-    const HealthyRun healthy = RunHealthy(shop, family);
+    const RunFolder commands(family, saleCommands);
+    const HealthyRun healthy = RunHealthy(commands, family);
     const TempDir folder;
     folder.Write("cmd.txt", saleCommands);
     std::filesystem::current_path(folder.Path());
@@ -207,28 +206,11 @@ int TestFamily(WireFamily family, const char* name, const Options& options) {
                   tally);
 }
 
-/// Comes back only inside, or when there is no bubblewrap.
-void EnterSandbox(int argc, char* argv[]) {
-    static constexpr char insideMark[] = "VOLTIS_TEST_SANDBOX";
-    if (getenv(insideMark) != nullptr) return;
-    std::vector<std::string> command = {std::filesystem::read_symlink("/proc/self/exe")};
-    command.insert(command.end(), argv + 1, argv + argc);
-    SandboxOptions options;
-    options.bwrapArguments = {"--setenv", insideMark, "1"};
-    std::vector<std::string> words = SandboxCommandLine(command, options);
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    execvp(arguments[0], arguments.data());
-    perror("bwrap (Debian package bubblewrap)");
-    exit(EXIT_FAILURE);
-}
-
 }  // namespace
 
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
-    EnterSandbox(argc, argv);
+    GoInsideSandbox(argc, argv);
     const int ocelot = TestFamily(WireFamily::Ocelot, "Ocelot frames", options);
     const int margay = TestFamily(WireFamily::Margay, "Margay frames", options);
     return ocelot + margay == 0 ? 0 : 1;

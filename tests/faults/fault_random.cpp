@@ -60,21 +60,16 @@ std::vector<Fault> AnyFaults(Random& random, const HealthyRun& healthy, std::siz
 
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
-    const Shop ocelotShop(WireFamily::Ocelot, saleCommands);
-    const Shop margayShop(WireFamily::Margay, saleCommands);
-    const HealthyRun ocelot = RunHealthy(ocelotShop, WireFamily::Ocelot);
-    const HealthyRun margay = RunHealthy(margayShop, WireFamily::Margay);
+    const MeasuredSale ocelot(WireFamily::Ocelot, saleCommands);
+    const MeasuredSale margay(WireFamily::Margay, saleCommands);
     const std::size_t wanted = options.full ? fullSize : sampleSize;
     const std::size_t count = options.runs != 0 ? options.runs : wanted;
 
     const CampaignLimits limits{10, options.full ? 3000u : 280u};
     const Tally tally = RunCampaign(count, limits, [&](std::size_t i) {
         Random random(options.seed * 1'000'003 + i);
-        const bool isOcelot = i % 2 == 0;
-        const HealthyRun& healthy = isOcelot ? ocelot : margay;
-        return RunWithFaults(isOcelot ? ocelotShop : margayShop,
-                             isOcelot ? WireFamily::Ocelot : WireFamily::Margay, healthy.actions,
-                             AnyFaults(random, healthy, faultCounts[i / 2 % 3]));
+        const MeasuredSale& sale = i % 2 == 0 ? ocelot : margay;
+        return sale.RunWith(AnyFaults(random, sale.Healthy(), faultCounts[i / 2 % 3]));
     });
     return Report("fault_random, seed " + std::to_string(options.seed), tally);
 }

@@ -9,7 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "companion/workbench/Defaults.h"
+#include "tests/outside/Expectations.h"
 #include "tests/support/Shop.h"
+#include "tests/support/TempDir.h"
 
 using emulator::Keylock;
 using emulator::KeyResult;
@@ -24,18 +27,6 @@ using testing::Optional;
 using testing::StartsWith;
 
 namespace {
-
-std::string LeftOpen(int receipt, const std::string& subtotal) {
-    return "[VOLTIS]\nResultCode=0\nMessage=Receipt not finished\nCurrentReceiptNo=" +
-           std::to_string(receipt) + "\nSubtotal=" + subtotal;
-}
-std::string Closed(int receipt) {
-    return "[VOLTIS]\nResultCode=0\nMessage=OK\nLastReceiptNo=" + std::to_string(receipt);
-}
-std::string Failed(int resultCode, const std::string& message, int errorCode) {
-    return "[VOLTIS]\nResultCode=" + std::to_string(resultCode) + "\nMessage=" + message +
-           "\nErrorCode=" + std::to_string(errorCode);
-}
 
 const std::string firstPart = "SALE: DEPTNR=1; NAME=Soup; AMOUNT=3.50\nCONTINUE\n";
 const std::string middlePart = "CONTINUE\nSALE: DEPTNR=1; NAME=Fish; AMOUNT=9.80\nCONTINUE\n";
@@ -54,7 +45,7 @@ std::vector<std::string> FiveModels() {
 /// Every model in both frame families.
 class EveryShop : public testing::TestWithParam<std::tuple<std::string, WireFamily>> {
   protected:
-    Shop shop{RegisterOf(std::get<0>(GetParam())), std::get<1>(GetParam())};
+    Shop shop{workbench::RegisterOf(std::get<0>(GetParam())), std::get<1>(GetParam())};
 };
 
 std::string ShopName(const testing::TestParamInfo<EveryShop::ParamType>& info) {
@@ -70,12 +61,12 @@ INSTANTIATE_TEST_SUITE_P(Models, EveryShop,
 // --- one receipt from several files --------------------------------------------------------------
 
 TEST_P(EveryShop, BuildsOneReceiptFromThreeFiles) {
-    EXPECT_THAT(shop.Execute(firstPart).result, Optional(LeftOpen(1, "3.50")));
+    EXPECT_THAT(shop.Execute(firstPart).result, Optional(OpenResult(1, "3.50")));
     EXPECT_TRUE(shop.Device().InFiscalMode()) << "the keyboard stays blocked between the files";
-    EXPECT_THAT(shop.Execute(middlePart).result, Optional(LeftOpen(1, "13.30")));
+    EXPECT_THAT(shop.Execute(middlePart).result, Optional(OpenResult(1, "13.30")));
     const RunOutcome last = shop.Execute(lastPart);
     EXPECT_EQ(last.exitCode, 0);
-    EXPECT_THAT(last.result, Optional(Closed(1)));
+    EXPECT_THAT(last.result, Optional(ClosedResult(1)));
     EXPECT_THAT(last.tape, Contains(AllOf(StartsWith("TOTAL"), EndsWith("15.50"))));
     EXPECT_FALSE(shop.Device().InFiscalMode());
     EXPECT_EQ(shop.Device().Totals().sales, 1550);
@@ -84,17 +75,18 @@ TEST_P(EveryShop, BuildsOneReceiptFromThreeFiles) {
 TEST_P(EveryShop, LeavesAReceiptForTheOperatorToFinish) {
     const RunOutcome run = shop.Execute(byHand);
     EXPECT_EQ(run.exitCode, 0);
-    EXPECT_THAT(run.result, Optional(LeftOpen(1, "3.50")));
+    EXPECT_THAT(run.result, Optional(OpenResult(1, "3.50")));
     EXPECT_FALSE(shop.Device().InFiscalMode()) << "the keyboard is free";
     EXPECT_EQ(shop.Device().FinishReceipt(), KeyResult::Done);
-    EXPECT_THAT(shop.Execute("SALE: DEPTNR=1; AMOUNT=1\nTENDER\n").result, Optional(Closed(2)));
+    EXPECT_THAT(shop.Execute("SALE: DEPTNR=1; AMOUNT=1\nTENDER\n").result,
+                Optional(ClosedResult(2)));
 }
 
 TEST(SplitReceipt, CanEndWithTheOperatorAfterSeveralFiles) {
     Shop shop;
     shop.Execute(firstPart);
     EXPECT_THAT(shop.Execute("CONTINUE\nSALE: DEPTNR=1; AMOUNT=1\nCONTINUE_MANUALLY\n").result,
-                Optional(LeftOpen(1, "4.50")));
+                Optional(OpenResult(1, "4.50")));
     EXPECT_EQ(shop.Device().FinishReceipt(), KeyResult::Done);
     EXPECT_EQ(shop.Device().Totals().sales, 450);
 }
@@ -109,7 +101,7 @@ TEST(SplitReceipt, IsLeftAloneByAFileOfContinueOnly) {
     Shop shop;
     shop.Execute(firstPart);
     const RunOutcome run = shop.Execute("CONTINUE\n");
-    EXPECT_THAT(run.result, Optional(LeftOpen(1, "3.50")));
+    EXPECT_THAT(run.result, Optional(OpenResult(1, "3.50")));
     EXPECT_THAT(run.journal, IsEmpty());
 }
 
@@ -125,14 +117,14 @@ TEST(SplitReceipt, IsRefusedByAFileThatDoesNotContinueIt) {
     shop.Execute(firstPart);
     const RunOutcome run = shop.Execute("SALE: DEPTNR=1; AMOUNT=1\nTENDER\n");
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_THAT(run.result, Optional(Failed(2, "Previous receipt not finished", 105)));
+    EXPECT_THAT(run.result, Optional(FailedResult(2, "Previous receipt not finished", 105)));
     EXPECT_THAT(run.tape, IsEmpty());
 }
 
 TEST(SplitReceipt, MustBeStartedBeforeItIsContinued) {
     Shop shop;
     const RunOutcome run = shop.Execute(lastPart);
-    EXPECT_THAT(run.result, Optional(Failed(2, "Receipt not started", 107)));
+    EXPECT_THAT(run.result, Optional(FailedResult(2, "Receipt not started", 107)));
     EXPECT_THAT(run.journal, IsEmpty());
 }
 
@@ -140,22 +132,22 @@ TEST(SplitReceipt, MustBeFinishedByItsLastFile) {
     Shop shop;
     const RunOutcome run = shop.Execute("SALE: DEPTNR=1; AMOUNT=1\n");
     EXPECT_EQ(run.exitCode, 101);
-    EXPECT_THAT(run.result, Optional(Failed(101, "Current receipt not finished", 106)));
+    EXPECT_THAT(run.result, Optional(FailedResult(101, "Current receipt not finished", 106)));
 }
 
 TEST(SplitReceipt, MustNotBeFinishedWhenItIsToStayOpen) {
     Shop shop;
     const RunOutcome run = shop.Execute("SALE: DEPTNR=1; AMOUNT=1\nTENDER\nCONTINUE\n");
     EXPECT_EQ(run.exitCode, 101);
-    EXPECT_THAT(run.result, Optional(Failed(101, "Receipt already finished", 108)));
+    EXPECT_THAT(run.result, Optional(FailedResult(101, "Receipt already finished", 108)));
 }
 
 TEST(SplitReceipt, RefusesContinueInTheMiddleBeforeAnythingIsSent) {
     Shop shop;
     const RunOutcome run = shop.Execute("SALE: DEPTNR=1; AMOUNT=1\nCONTINUE\nTENDER\n");
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_THAT(run.result,
-                Optional(Failed(1,
+    EXPECT_THAT(run.result, Optional(FailedResult(
+                                1,
                                 "CONTINUE is allowed only as first or last fiscal file command "
                                 "(line: 2)",
                                 1)));
@@ -182,7 +174,8 @@ TEST(Adjustment, WithNothingToAdjustIsRefusedByTheRegister) {
     Shop shop;
     const RunOutcome run = shop.Execute("DISCOUNT: AMOUNT=1; TYPE=ITEM\n");
     EXPECT_EQ(run.exitCode, 101);
-    EXPECT_THAT(run.result, Optional(Failed(101, "Fiscal command execution error (line: 1)", 250)));
+    EXPECT_THAT(run.result,
+                Optional(FailedResult(101, "Fiscal command execution error (line: 1)", 250)));
     EXPECT_THAT(run.tape, IsEmpty());
 }
 
@@ -237,7 +230,7 @@ TEST(BarcodeFile, WithDataThatBreaksTheEncoderIsRefusedAndNothingIsSent) {
                          (type == "\"\"" ? "" : "; TYPE=" + type) + "\nTENDER\n");
         EXPECT_EQ(run.exitCode, 1);
         EXPECT_THAT(run.result,
-                    Optional(Failed(1, "Bad barcode format: " + data + " (line: 2)", 1)));
+                    Optional(FailedResult(1, "Bad barcode format: " + data + " (line: 2)", 1)));
         EXPECT_THAT(run.journal, IsEmpty());
     }
 }

@@ -1,17 +1,19 @@
-// A shop: a register (the emulated one) on the first serial line, the shop's configuration, a
-// folder with command files, and runs of the shipped driver, unmodified, in a sandbox that gives it
-// its real paths.
+// A shop: the workbench with a register on the first serial line, and runs of the shipped driver,
+// unmodified, in a sandbox that gives it its real paths.
 #pragma once
 
-#include <map>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "companion/runner/TempDir.h"
+#include "companion/workbench/Defaults.h"
+#include "companion/workbench/Serving.h"
+#include "companion/workbench/WorkFolder.h"
 #include "emulator/Line.h"
-#include "emulator/PtyServer.h"
-#include "tests/support/TempDir.h"
+#include "emulator/Register.h"
 
 /// What one run left behind.
 struct RunOutcome {
@@ -30,8 +32,7 @@ class Shop {
     explicit Shop(emulator::RegisterConfig config);
     Shop(emulator::RegisterConfig config, emulator::WireFamily family);
 
-    /// The configuration of the next runs. To begin with: the serial line and the frames that fit
-    /// the register, ResultFileName=result.txt, both logs always kept, everything else by default.
+    /// The configuration of the next runs. To begin with: workbench::SettingsFor the family.
     Shop& Ini(const std::string& key, const std::string& value);
     Shop& WithoutIni(const std::string& key);
     Shop& WithoutIniFile();
@@ -49,29 +50,18 @@ class Shop {
     /// Writes the commands to "cmd.txt" in the shop's folder and runs the driver with it there.
     RunOutcome Execute(const std::string& commands);
 
-    const TempDir& Folder() const { return folder_; }
-    const TempDir& Logs() const { return logs_; }
+    const runner::Folder& Folder() const { return folder_.Files(); }
+    const runner::Folder& Logs() const { return folder_.Logs(); }
 
     /// The register, to be looked at, or spoilt, between two runs.
-    emulator::Register& Device() { return device_; }
+    emulator::Register& Device() { return station_.device; }
     /// What goes over the line; filters are called in the course of a run, from another thread.
-    emulator::Line& Line() { return line_; }
+    emulator::Line& Line() { return station_.line; }
 
   private:
-    void WriteIni() const;
-    RunOutcome RunServed(const std::vector<std::string>& command);
-
-    TempDir folder_;
-    TempDir logs_;
-    TempDir config_;
-    std::optional<std::map<std::string, std::string>> ini_;
+    workbench::WorkFolder folder_;
     std::string workDir_;
     std::vector<std::string> bwrapArguments_;
-    std::string startScript_ = "exec \"$@\"";
-    emulator::Register device_;
-    emulator::Line line_;
-    emulator::PtyServer server_;
+    std::string startScript_;  // empty: none
+    workbench::Station station_;
 };
-
-/// A register with everything by default.
-emulator::RegisterConfig RegisterOf(std::string_view model, std::uint8_t version = 2);

@@ -12,6 +12,9 @@
 #include <cerrno>
 #include <system_error>
 
+#include "companion/workbench/Defaults.h"
+#include "tests/faults/Actions.h"
+
 namespace faults {
 
 namespace {
@@ -21,7 +24,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds gap{20};             // quiet time after which a burst counts as ended
 constexpr std::size_t statusSize = 2 + 15;  // sequence number and block
-constexpr std::uint32_t receiptsBefore = 41;
 
 int Check(int result, const char* what) {
     if (result < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -29,9 +31,8 @@ int Check(int result, const char* what) {
 }
 
 emulator::RegisterConfig ConfigOf() {
-    emulator::RegisterConfig config;
     // No time for the journal is added to this model's time-outs, so a lost answer costs little.
-    config.model = emulator::FindModel("lynx", 2);
+    emulator::RegisterConfig config = workbench::RegisterOf("lynx");
     config.lastReceipt = receiptsBefore;
     return config;
 }

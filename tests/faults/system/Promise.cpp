@@ -1,26 +1,12 @@
 #include "tests/faults/system/Promise.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace faults {
 
 namespace {
 
-/// The most frames that the driver may write in a run with so many commands on the wire, as its
-/// numbers of retries (3 of each kind by default) allow.
-int MostFrames(std::size_t commands) {
-    constexpr int retries = 3;                               // of each kind
-    constexpr int request = retries + 1;                     // repeated while nothing comes back
-    constexpr int statusRead = request + 2 * (retries + 1);  // an answer to each frame that came
-    constexpr int attempts = 3 * retries + 1;                // garbage, NAK and loss count apart
-    constexpr int command = attempts * (request + 1 + statusRead) + 1;
-    constexpr int statusReads = 8;  // connecting, checking start and end, after a failure
-    constexpr int modeChanges = 3;  // entering, leaving, leaving again after a failure
-    return (static_cast<int>(commands) + modeChanges) * command + statusReads * statusRead;
-}
-
-std::optional<std::string> BrokenResult(const Told& told, const Device& device, bool mayLack) {
+std::optional<std::string> BrokenResult(const TillRun& told, const Device& device, bool mayLack) {
     if (!told.result || told.result->empty())
         return mayLack ? std::nullopt : std::optional("no result file");
     if (ResultValue(*told.result, "ResultCode") != std::to_string(told.exitCode))
@@ -36,8 +22,7 @@ std::optional<std::string> BrokenActions(int exitCode, const Actions& actions,
                                          const Actions& expected) {
     if (exitCode == 0 && actions != expected)
         return "OK, but not every command exactly once in order";
-    if (actions.size() > expected.size() ||
-        !std::equal(actions.begin(), actions.end(), expected.begin()))
+    if (!IsBeginning(actions, expected))
         return "failed, but what was done is no beginning of the file";
     return std::nullopt;
 }
@@ -61,22 +46,11 @@ std::optional<std::string> BrokenCode(int exitCode, const Spoken& spoken, bool w
 
 }  // namespace
 
-Actions ActionsSince(const emulator::Register& device, std::size_t journalSize) {
-    Actions actions;
-    for (std::size_t i = journalSize; i < device.Journal().size(); ++i) {
-        const emulator::Acted& acted = device.Journal()[i];
-        const bool mode =
-            acted.command == emulator::EnterFiscalMode || acted.command == emulator::ExitFiscalMode;
-        if (acted.accepted && !mode) actions.push_back({acted.command, acted.payload});
-    }
-    return actions;
-}
-
-HealthyRun RunHealthy(Till& till, emulator::WireFamily family) {
+HealthySale RunHealthy(Till& till, emulator::WireFamily family) {
     Device device(family);
     FaultyPort port(device);
-    const Told told = till.Run(port);
-    const HealthyRun run{ActionsSince(device.device, 0), port.FromDriver(), port.FromRegister()};
+    const TillRun told = till.Run(port);
+    const HealthySale run{ActionsSince(device.device, 0), port.FromDriver(), port.FromRegister()};
     const auto broken = BrokenPromise(told, device, 0, port, run.actions);
     if (broken || told.exitCode != 0 || run.actions.empty() || port.RegisterMisled())
         throw std::runtime_error("The run without faults is not perfect: " + broken.value_or("") +
@@ -84,7 +58,7 @@ HealthyRun RunHealthy(Till& till, emulator::WireFamily family) {
     return run;
 }
 
-std::optional<std::string> BrokenPromise(const Told& told, const Device& device,
+std::optional<std::string> BrokenPromise(const TillRun& told, const Device& device,
                                          std::size_t journalBefore, const FaultyPort& port,
                                          const Actions& expected, Allowance allowance) {
     if (!told.inTime) return "did not end in time";
@@ -100,7 +74,7 @@ std::optional<std::string> BrokenPromise(const Told& told, const Device& device,
     return BrokenResult(told, device, allowance.resultFileMayLack);
 }
 
-Outcome WellDone(const Told& told, const Spoken& spoken) {
+Outcome WellDone(const TillRun& told, const Spoken& spoken) {
     return Judged(told.exitCode == 0 ? Verdict::Ok : Verdict::Failed, told.exitCode, spoken.frames);
 }
 

@@ -3,33 +3,24 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "companion/workbench/ResultFile.h"
+#include "tests/faults/Actions.h"
 #include "tests/faults/Campaign.h"
 #include "tests/faults/system/DriverWatch.h"
 #include "tests/faults/system/Till.h"
 
 namespace faults {
 
-/// Command and parameters, as the register acted on them.
-struct Action {
-    std::uint8_t command;
-    emulator::Bytes payload;
-    bool operator==(const Action&) const = default;
-};
-using Actions = std::vector<Action>;
-
-/// What the register has done since its journal had that size, but for entering and leaving fiscal
-/// mode.
-Actions ActionsSince(const emulator::Register& device, std::size_t journalSize);
+using workbench::ResultValue;
 
 /// What a run without faults does: what every other run is measured by.
-struct HealthyRun {
+struct HealthySale {
     Actions actions;
     emulator::Bytes fromDriver, fromRegister;
 };
 /// Throws std::runtime_error when that run is not perfect.
-HealthyRun RunHealthy(Till& till, emulator::WireFamily family);
+HealthySale RunHealthy(Till& till, emulator::WireFamily family);
 
 /// How strictly a run is judged where the system below fails.
 struct Allowance {
@@ -38,11 +29,11 @@ struct Allowance {
 };
 
 /// The promise that is broken, in words; nothing when all is well.
-std::optional<std::string> BrokenPromise(const Told& told, const Device& device,
+std::optional<std::string> BrokenPromise(const TillRun& told, const Device& device,
                                          std::size_t journalBefore, const FaultyPort& port,
                                          const Actions& expected, Allowance allowance = {});
 
 /// The verdict on a run without a broken promise.
-Outcome WellDone(const Told& told, const Spoken& spoken);
+Outcome WellDone(const TillRun& told, const Spoken& spoken);
 
 }  // namespace faults

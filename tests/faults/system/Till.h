@@ -1,20 +1,20 @@
-// A till: folders with the configuration, a command file and logs of its own, and runs of the
+// A till: a work folder with a command file of its own, and runs of the
 // shipped driver there, unmodified, in a sandbox that gives it its real paths.
 #pragma once
 
 #include <chrono>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "companion/workbench/WorkFolder.h"
+#include "emulator/Model.h"
 #include "tests/faults/system/FaultyPort.h"
-#include "tests/support/TempDir.h"
 
 namespace faults {
 
 /// What the driver left behind.
-struct Told {
+struct TillRun {
     int exitCode = -1;                  // 128 + n when signal n ended it
     bool inTime = false;                // else it was killed
     std::string complaint;              // on standard error
@@ -39,21 +39,17 @@ class Till {
 
     /// Runs the driver with the command file, with the register behind the port at work. A result
     /// file of an earlier run is removed first; the logs grow.
-    Told Run(FaultyPort& port);
+    TillRun Run(FaultyPort& port);
 
-    std::string Work(const std::string& name) const { return folder_.File("work/" + name); }
-    std::string Log(const std::string& name) const { return folder_.File("log/" + name); }
-    const std::string& Folder() const { return folder_.Path(); }
+    std::string Work(const std::string& name) const { return folder_.Files().File(name); }
+    std::string Log(const std::string& name) const { return folder_.Logs().File(name); }
+    std::string Beside(const std::string& name) const { return folder_.Beside(name); }
 
   private:
-    TempDir folder_;
-    std::map<std::string, std::string> ini_;
+    workbench::WorkFolder folder_;
 };
 
 /// No run of these tests takes longer than this.
 inline constexpr std::chrono::milliseconds longestRun{30000};
-
-/// The value behind "name=" in a result file; empty when there is none.
-std::string ResultValue(const std::string& result, const std::string& name);
 
 }  // namespace faults

@@ -22,7 +22,7 @@ constexpr auto family = emulator::WireFamily::Ocelot;
 constexpr std::size_t sampleSize = 200;
 constexpr unsigned lanes = 12;
 constexpr char portDevice[] = "/dev/ttyS0";
-constexpr char traceFile[] = "/trace";
+constexpr char traceFile[] = "trace";
 
 struct Error {
     const char* name;
@@ -56,7 +56,7 @@ struct Case {
 };
 
 struct Plan {
-    HealthyRun healthy;
+    HealthySale healthy;
     std::vector<SystemCall> records[2];
     std::size_t firstStatusRead = 0;  // of the run with its logs kept: the calls up to its end
     std::vector<Case> cases;
@@ -97,10 +97,10 @@ void MarkLibraryChecks(std::vector<SystemCall>& calls) {
 void RecordRun(Plan& plan, Logs logs) {
     Till till(family);
     Configure(till, logs);
-    till.wrapper = RecordingCalls(till.Folder() + traceFile);
+    till.wrapper = RecordingCalls(till.Beside(traceFile));
     plan.healthy = RunHealthy(till, family);
     plan.records[static_cast<std::size_t>(logs)] =
-        RecordedCalls(till.Folder() + traceFile, "/voltis.ini");
+        RecordedCalls(till.Beside(traceFile), "/voltis.ini");
     MarkLibraryChecks(plan.records[static_cast<std::size_t>(logs)]);
 }
 
@@ -266,7 +266,7 @@ bool MaySucceed(const Plan& plan, const Case& c) {
     return !c.injection.forEver && c.call < plan.firstStatusRead;
 }
 
-std::optional<std::string> UnexpectedEnd(const Plan& plan, const Case& c, const Told& told,
+std::optional<std::string> UnexpectedEnd(const Plan& plan, const Case& c, const TillRun& told,
                                          const FaultyPort& port) {
     const std::vector<SystemCall> affected = Affected(plan, c);
     const std::string message = ResultValue(told.result.value_or(""), "Message");
@@ -307,7 +307,7 @@ std::string Describe(const SystemCall& call, const Case& c) {
            c.injection.what + (c.injection.forEver ? " for ever" : "");
 }
 
-std::optional<std::string> Judge(const Plan& plan, const Case& c, const Told& told,
+std::optional<std::string> Judge(const Plan& plan, const Case& c, const TillRun& told,
                                  const Device& device, const FaultyPort& port) {
     const auto broken =
         BrokenPromise(told, device, 0, port, plan.healthy.actions, AllowanceFor(Affected(plan, c)));
@@ -322,13 +322,13 @@ Outcome RunCase(const Plan& plan, const Case& c) {
     const SystemCall& call = plan.CallOf(c);
     Till till(family);
     Configure(till, c.logs);
-    till.wrapper = Injecting(call, c.injection, till.Folder() + traceFile);
+    till.wrapper = Injecting(call, c.injection, till.Beside(traceFile));
     Device device(family);
     FaultyPort port(device);
-    const Told told = till.Run(port);
+    const TillRun told = till.Run(port);
     const Spoken spoken = Listen(family, device.device.GetModel(), port.FromDriver());
 
-    const auto injected = InjectedCalls(till.Folder() + traceFile);
+    const auto injected = InjectedCalls(till.Beside(traceFile));
     auto broken = Judge(plan, c, told, device, port);
     if (injected.empty() || FileName(injected.front()) != FileName(call))
         broken = "the call did not fail as planned";

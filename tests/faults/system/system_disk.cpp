@@ -24,7 +24,7 @@ constexpr std::size_t writesInSample = 12;  // of those that fail from there on
 constexpr unsigned lanes = 12;
 constexpr int sectorSize = 512;  // the unit of ulimit -f
 constexpr char logPlace[] = "/var/log/voltis";
-constexpr char traceFile[] = "/trace";
+constexpr char traceFile[] = "trace";
 
 enum class ResultFile { Right, MayLack };
 
@@ -87,13 +87,13 @@ void AddFailingWrites(Cases& cases, const std::vector<SystemCall>& calls) {
             cases.push_back({file + " from write no. " + number + " on " + error,
                              [file, inject](Till& till, FaultyPort&) {
                                  till.wrapper = Strace(
-                                     {"-o", till.Folder() + traceFile, "-P", file, "-e", inject});
+                                     {"-o", till.Beside(traceFile), "-P", file, "-e", inject});
                              }});
         }
     }
 }
 
-void AddLostLogs(Cases& cases, const HealthyRun& healthy) {
+void AddLostLogs(Cases& cases, const HealthySale& healthy) {
     for (std::size_t i = 0; i < healthy.fromRegister.size(); i += 16) {
         cases.push_back(
             {"log folder gone at byte " + std::to_string(i), [i](Till& till, FaultyPort& port) {
@@ -125,7 +125,7 @@ void LeaveLogsUnkept(Till& till, const std::string& call, const std::string& err
     // A log is opened with the first of these.
     const std::string when = call == "lseek" ? "5+" : "1+";
     till.Ini("StandardLog", "0").Ini("DbgErrorLog", "1");
-    till.wrapper = Strace({"-o", till.Folder() + traceFile, "-e", "trace=" + call, "-e",
+    till.wrapper = Strace({"-o", till.Beside(traceFile), "-e", "trace=" + call, "-e",
                            "inject=" + call + ":error=" + error + ":when=" + when});
 }
 
@@ -157,7 +157,7 @@ void AddResultFiles(Cases& cases) {
     for (int taken : {0, 1, 2}) {
         add("a disk with " + std::to_string(2 - taken) + " pages left for the result file",
             [taken](Till& till, FaultyPort&) {
-                const std::string copy = till.Folder() + "/cmd.txt";
+                const std::string copy = till.Beside("cmd.txt");
                 fs::copy_file(till.Work("cmd.txt"), copy);
                 SmallDisk(till, till.Work(""), 8192, taken * 4096);
                 till.sandbox.insert(till.sandbox.end(), {"--symlink", copy, till.Work("cmd.txt")});
@@ -167,8 +167,8 @@ void AddResultFiles(Cases& cases) {
 
 // --- the runs --------------------------------------------------------------------------------
 
-std::optional<std::string> Broken(const Case& c, const Told& told, const FaultyPort& port,
-                                  const Device& device, const HealthyRun& healthy) {
+std::optional<std::string> Broken(const Case& c, const TillRun& told, const FaultyPort& port,
+                                  const Device& device, const HealthySale& healthy) {
     Allowance allowance;
     allowance.resultFileMayLack = c.resultFile == ResultFile::MayLack;
     if (const auto broken = BrokenPromise(told, device, 0, port, healthy.actions, allowance))
@@ -183,15 +183,15 @@ std::optional<std::string> Broken(const Case& c, const Told& told, const FaultyP
     return std::nullopt;
 }
 
-Outcome RunCase(const Case& c, const HealthyRun& healthy) {
+Outcome RunCase(const Case& c, const HealthySale& healthy) {
     Till till(family);
     Device device(family);
     FaultyPort port(device);
     c.prepare(till, port);
-    const Told told = till.Run(port);
+    const TillRun told = till.Run(port);
     const Spoken spoken = Listen(family, device.device.GetModel(), port.FromDriver());
     auto broken = Broken(c, told, port, device, healthy);
-    const std::string trace = till.Folder() + traceFile;
+    const std::string trace = till.Beside(traceFile);
     if (fs::exists(trace) && InjectedCalls(trace).empty()) broken = "nothing failed";
     if (fs::exists(till.Log(""))) fs::permissions(till.Log(""), fs::perms(0755));
     if (broken)
@@ -204,9 +204,9 @@ Outcome RunCase(const Case& c, const HealthyRun& healthy) {
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
     Till till(family);
-    till.wrapper = RecordingCalls(till.Folder() + traceFile);
-    const HealthyRun healthy = RunHealthy(till, family);
-    const auto calls = RecordedCalls(till.Folder() + traceFile, "/voltis.ini");
+    till.wrapper = RecordingCalls(till.Beside(traceFile));
+    const HealthySale healthy = RunHealthy(till, family);
+    const auto calls = RecordedCalls(till.Beside(traceFile), "/voltis.ini");
 
     Cases writes, others;
     AddFailingWrites(writes, calls);

@@ -20,7 +20,7 @@ using emulator::WireFamily;
 constexpr std::size_t sampleSize = sanitized ? 30 : 120;
 constexpr unsigned lanes = 12;
 constexpr int killed = 128 + SIGKILL;
-constexpr char traceFile[] = "/trace";
+constexpr char traceFile[] = "trace";
 
 /// Where a run is killed: at a byte of the line or, when there is one, at a system call.
 struct Case {
@@ -32,42 +32,40 @@ struct Case {
 
 /// Notes the driver's process in the till's folder and becomes the driver.
 std::vector<std::string> NotingProcess(const Till& till) {
-    return {"sh", "-c", "echo $$ > " + till.Folder() + "/pid; exec \"$@\"", "sh"};
+    return {"sh", "-c", "echo $$ > " + till.Beside("pid") + "; exec \"$@\"", "sh"};
 }
 
 void KillDriver(const Till& till) {
     pid_t pid = 0;
-    std::ifstream(till.Folder() + "/pid") >> pid;
+    std::ifstream(till.Beside("pid")) >> pid;
     if (pid <= 1 || kill(pid, SIGKILL) != 0) throw std::runtime_error("cannot kill the driver");
 }
 
-Told RunToDeath(Till& till, FaultyPort& port, const Case& c) {
+TillRun RunToDeath(Till& till, FaultyPort& port, const Case& c) {
     if (c.call) {
-        till.wrapper = Injecting(*c.call, {"signal=KILL", false}, till.Folder() + traceFile);
+        till.wrapper = Injecting(*c.call, {"signal=KILL", false}, till.Beside(traceFile));
     } else {
         till.wrapper = NotingProcess(till);
         port.At(c.direction, c.index, [&till] { KillDriver(till); });
     }
-    const Told told = till.Run(port);
+    const TillRun told = till.Run(port);
     till.wrapper.clear();
     return told;
 }
 
-std::optional<std::string> BrokenDeath(const Told& told, const Actions& actions,
+std::optional<std::string> BrokenDeath(const TillRun& told, const Actions& actions,
                                        const Actions& expected) {
     if (!told.inTime) return "was not killed";
     if (told.exitCode != killed) return "ended by itself";
     const std::string line = BrokenLogLine(told.stdLog) + BrokenLogLine(told.dbgLog);
     if (!line.empty()) return "a broken log: " + line;
-    if (actions.size() > expected.size() ||
-        !std::equal(actions.begin(), actions.end(), expected.begin()))
-        return "what was done is no beginning of the file";
+    if (!IsBeginning(actions, expected)) return "what was done is no beginning of the file";
     return std::nullopt;
 }
 
 /// The next run after a receipt was left open does nothing and says so; after anything else it is
 /// as if nothing had been.
-std::optional<std::string> BrokenNextRun(const Told& told, const Device& device,
+std::optional<std::string> BrokenNextRun(const TillRun& told, const Device& device,
                                          std::size_t journalBefore, bool wasOpen,
                                          const FaultyPort& port, const Actions& expected) {
     if (const auto broken = BrokenPromise(told, device, journalBefore, port, expected))
@@ -91,7 +89,7 @@ std::string Describe(const Case& c) {
 Outcome RunCase(const Case& c, const Actions& expected) {
     Till till(c.family);
     Device device(c.family);
-    Told told;
+    TillRun told;
     {
         FaultyPort port(device);
         told = RunToDeath(till, port, c);
@@ -111,7 +109,7 @@ Outcome RunCase(const Case& c, const Actions& expected) {
 
 // --- the points ------------------------------------------------------------------------------
 
-void AddBytes(std::vector<Case>& cases, WireFamily family, const HealthyRun& healthy) {
+void AddBytes(std::vector<Case>& cases, WireFamily family, const HealthySale& healthy) {
     for (std::size_t i = 0; i < healthy.fromRegister.size(); ++i)
         cases.push_back({family, Direction::ToDriver, i, {}});
     // The driver hands over whole frames: a few bytes of them are enough.
@@ -121,9 +119,9 @@ void AddBytes(std::vector<Case>& cases, WireFamily family, const HealthyRun& hea
 
 void AddCalls(std::vector<Case>& cases, WireFamily family) {
     Till till(family);
-    till.wrapper = RecordingCalls(till.Folder() + traceFile);
+    till.wrapper = RecordingCalls(till.Beside(traceFile));
     RunHealthy(till, family);
-    for (const SystemCall& call : RecordedCalls(till.Folder() + traceFile, "/voltis.ini")) {
+    for (const SystemCall& call : RecordedCalls(till.Beside(traceFile), "/voltis.ini")) {
         if (call.name != "exit_group") cases.push_back({family, Direction::ToRegister, 0, call});
     }
 }
@@ -133,10 +131,10 @@ void AddCalls(std::vector<Case>& cases, WireFamily family) {
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
     std::vector<Case> cases;
-    HealthyRun healthy[2];
+    HealthySale healthy[2];
     for (WireFamily family : {WireFamily::Ocelot, WireFamily::Margay}) {
         Till till(family);
-        HealthyRun& run = healthy[static_cast<std::size_t>(family)];
+        HealthySale& run = healthy[static_cast<std::size_t>(family)];
         run = RunHealthy(till, family);
         AddBytes(cases, family, run);
     }

@@ -56,7 +56,7 @@ void Prepare(FaultyPort& port, const Case& c) {
 }
 
 /// Why a broken promise is excused, from what both ends saw.
-std::optional<std::string> Excuse(const Case& c, const FaultyPort& port, const Told& told) {
+std::optional<std::string> Excuse(const Case& c, const FaultyPort& port, const TillRun& told) {
     if (port.RegisterMisled()) return "the register took a spoilt frame";
     if (DriverMisled(c.family, BlocksRead(told.dbgLog), port.FramesOfRegister()))
         return "the driver took a spoilt frame";
@@ -76,7 +76,7 @@ Outcome RunCase(const Case& c, const Actions& expected) {
     Device device(c.family);
     FaultyPort port(device);
     Prepare(port, c);
-    const Told told = till.Run(port);
+    const TillRun told = till.Run(port);
     const Spoken spoken = Listen(c.family, device.device.GetModel(), port.FromDriver());
     auto broken = BrokenPromise(told, device, 0, port, expected);
     if (!broken && told.markerLeft) broken = "the marker was left behind";
@@ -103,10 +103,10 @@ int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
     std::mt19937_64 random(options.seed);
     std::vector<Case> cases;
-    HealthyRun healthy[2];
+    HealthySale healthy[2];
     for (WireFamily family : {WireFamily::Ocelot, WireFamily::Margay}) {
         Till till(family, saleCommands);
-        HealthyRun& run = healthy[static_cast<std::size_t>(family)];
+        HealthySale& run = healthy[static_cast<std::size_t>(family)];
         run = RunHealthy(till, family);
         AddCases(cases, family, Direction::ToRegister, run.fromDriver, random);
         AddCases(cases, family, Direction::ToDriver, run.fromRegister, random);

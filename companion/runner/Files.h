@@ -1,0 +1,16 @@
+// Whole files as text; whatever cannot be done is a std::runtime_error that names the file.
+#pragma once
+
+#include <string>
+
+namespace runner {
+
+/// All bytes of a file.
+std::string ReadFile(const std::string& path);
+/// Writes the bytes as they are, over what was there.
+void WriteFile(const std::string& path, const std::string& bytes);
+
+/// All bytes of a regular file; nothing when there is none.
+std::string ReadFileIfAny(const std::string& path);
+
+}  // namespace runner

@@ -1,0 +1,11 @@
+// Reading the driver's result file.
+#pragma once
+
+#include <string>
+
+namespace workbench {
+
+/// The value after "name=" in a result file of the new format; empty when there is none.
+std::string ResultValue(const std::string& result, const std::string& name);
+
+}  // namespace workbench

@@ -1,0 +1,153 @@
+#include "tests/companion/Tool.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+Tool::Tool(const Words& arguments, const Words& environment) {
+    std::array<int, 2> in{};
+    std::array<int, 2> out{};
+    if (pipe2(in.data(), O_CLOEXEC) != 0 || pipe2(out.data(), O_CLOEXEC) != 0) abort();
+    in_ = in[1];
+    out_ = out[0];
+    Spawn(arguments, environment, in[0], out[1]);
+    close(in[0]);
+    close(out[1]);
+}
+
+Tool::~Tool() {
+    CloseInput();
+    if (pid_ != -1) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    close(out_);
+}
+
+void Tool::Type(const std::string& line) {
+    const std::string typed = line + "\n";
+    ASSERT_EQ(write(in_, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+}
+
+void Tool::CloseInput() {
+    if (in_ != -1) close(in_);
+    in_ = -1;
+}
+
+void Tool::Signal(int number) const {
+    kill(pid_, number);
+}
+
+std::string Tool::SaidUpTo(const std::string& text) {
+    while (said_.find(text) == std::string::npos && ReadMore()) {
+    }
+    const size_t place = said_.find(text);
+    if (place == std::string::npos) {
+        ADD_FAILURE() << "voltisctl never said " << text << " but: " << said_;
+        return said_;
+    }
+    const std::string part = said_.substr(0, place + text.size());
+    said_.erase(0, part.size());
+    return part;
+}
+
+int Tool::Wait() {
+    while (ReadMore()) {
+    }
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void Tool::Spawn(const Words& arguments, const Words& environment, int in, int out) {
+    Words words = {"env"};
+    words.insert(words.end(), environment.begin(), environment.end());
+    words.push_back(VOLTISCTL_PATH);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDERR_FILENO);
+    ASSERT_EQ(posix_spawn(&pid_, "/usr/bin/env", &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+}
+
+// False at the end, and after 20 s of silence.
+bool Tool::ReadMore() {
+    pollfd news = {out_, POLLIN, 0};
+    if (poll(&news, 1, 20000) <= 0) return false;
+    std::array<char, 4096> block{};
+    const ssize_t count = read(out_, block.data(), block.size());
+    if (count > 0) said_.append(block.data(), static_cast<size_t>(count));
+    return count > 0;
+}
+
+testing::AssertionResult Holds(const std::string& text, const Words& parts) {
+    for (const std::string& part : parts) {
+        if (text.find(part) == std::string::npos) {
+            return testing::AssertionFailure() << "no '" << part << "' in: " << text;
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+Answer RunTool(const Words& arguments, const Words& environment) {
+    Tool tool(arguments, environment);
+    tool.CloseInput();
+    const int exitCode = tool.Wait();
+    return {exitCode, tool.Said()};
+}
+
+Answer Try(Words arguments, const Words& environment) {
+    const TempDir temporary;
+    Words all = {"TMPDIR=" + temporary.Path()};
+    all.insert(all.end(), environment.begin(), environment.end());
+    arguments.insert(arguments.begin(), "try");
+    const Answer answer = RunTool(arguments, all);
+    EXPECT_TRUE(fs::is_empty(temporary.Path()));
+    return answer;
+}
+
+std::string Section(const std::string& text, const std::string& title, size_t from) {
+    const std::string head = "--- " + title + "\n";
+    const size_t start = text.find(head, from);
+    if (start == std::string::npos) return "no section " + title + " in: " + text;
+    const size_t body = start + head.size();
+    return text.substr(body, text.find("\n--- ", body - 1) + 1 - body);
+}
+
+std::string Script(const TempDir& folder, const std::string& name, const std::string& text) {
+    const std::string path = folder.Write(name, "#!/bin/sh\n" + text + "\n");
+    chmod(path.c_str(), 0755);
+    return path;
+}
+
+int EntriesIn(const std::string& folder) {
+    return static_cast<int>(
+        std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+bool Eventually(const std::function<bool()>& condition) {
+    for (int i = 0; i < 500 && !condition(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return condition();
+}

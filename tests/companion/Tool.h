@@ -1,0 +1,67 @@
+// voltisctl from outside: run, typed at, and listened to.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/TempDir.h"
+
+using Words = std::vector<std::string>;
+
+inline const std::string examples = EXAMPLES_DIR;
+
+/// voltisctl at work: its output (both streams) comes through one pipe, its input through another.
+class Tool {
+  public:
+    explicit Tool(const Words& arguments, const Words& environment = {});
+    ~Tool();
+    Tool(const Tool&) = delete;
+    Tool& operator=(const Tool&) = delete;
+
+    void Type(const std::string& line);
+    void CloseInput();
+    void Signal(int number) const;
+
+    /// Everything said up to and including text; fails the test when it does not come.
+    std::string SaidUpTo(const std::string& text);
+
+    /// The exit code, 128 + n for signal n; what was said since is in Said().
+    int Wait();
+    const std::string& Said() const { return said_; }
+
+  private:
+    void Spawn(const Words& arguments, const Words& environment, int in, int out);
+    bool ReadMore();
+
+    pid_t pid_ = -1;
+    int in_ = -1;
+    int out_ = -1;
+    std::string said_;
+};
+
+struct Answer {
+    int exitCode;
+    std::string text;
+};
+
+/// voltisctl with these arguments and nothing to read, to its end.
+Answer RunTool(const Words& arguments, const Words& environment = {});
+/// `voltisctl try` with the arguments; a private folder that is left behind fails the test.
+Answer Try(Words arguments, const Words& environment = {});
+/// What stands in the section of this title of such an answer, up to the next one.
+std::string Section(const std::string& text, const std::string& title, std::size_t from = 0);
+
+testing::AssertionResult Holds(const std::string& text, const Words& parts);
+
+/// A shell script that `voltisctl try` runs in the place of the driver or of bubblewrap.
+std::string Script(const TempDir& folder, const std::string& name, const std::string& text);
+
+int EntriesIn(const std::string& folder);
+
+/// Waits until the condition holds, for 10 s at most.
+bool Eventually(const std::function<bool()>& condition);

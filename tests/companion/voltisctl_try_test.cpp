@@ -1,0 +1,177 @@
+// `voltisctl try` from outside.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <ostream>
+#include <string>
+
+#include "tests/companion/Tool.h"
+#include "tests/support/TempDir.h"
+
+namespace fs = std::filesystem;
+
+TEST(voltisctlTry, ShowsTapeResultFileAndExitCode) {
+    const Answer answer = Try({examples + "/first-receipt.txt"});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_EQ(answer.text.find("=== " + examples + "/first-receipt.txt\n"), 0U) << answer.text;
+    EXPECT_TRUE(Holds(Section(answer.text, "tape"),
+                      {"Apple tart", "CHANGE                         11.83\n"}));
+    EXPECT_EQ(Section(answer.text, "result file"),
+              "[VOLTIS]\nResultCode=0\nMessage=OK\nLastReceiptNo=1\n");
+    EXPECT_TRUE(Holds(answer.text, {"--- exit code 0"}));
+}
+
+TEST(voltisctlTry, LeavesTheTapeEmptyForAMistakeInTheLastCommand) {
+    const Answer answer = Try({examples + "/syntax-error.txt"});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_EQ(Section(answer.text, "tape"), "(nothing was printed)\n");
+    EXPECT_EQ(Section(answer.text, "result file"),
+              "[VOLTIS]\nResultCode=1\nMessage=Missing '=' after parameter AMOUNT (file : "
+              "'/try/syntax-error.txt' line : 7)\nErrorCode=1\n");
+}
+
+TEST(voltisctlTry, ShowsHowFarARefusedFileCame) {
+    const Answer answer = Try({examples + "/refused-command.txt"});
+    EXPECT_EQ(answer.exitCode, 101);
+    EXPECT_TRUE(Holds(Section(answer.text, "tape"), {"Apple tart"}));
+    EXPECT_FALSE(Holds(Section(answer.text, "tape"), {"CHANGE"}));
+    EXPECT_TRUE(Holds(Section(answer.text, "result file"), {"ResultCode=101\n"}));
+}
+
+TEST(voltisctlTry, RunsAllFilesAgainstOneRegister) {
+    const std::string file = examples + "/first-receipt.txt";
+    const Answer answer = Try({file, file, file});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_TRUE(
+        Holds(answer.text, {"LastReceiptNo=1\n", "LastReceiptNo=2\n", "LastReceiptNo=3\n"}));
+}
+
+TEST(voltisctlTry, EndsWithTheExitCodeOfTheLastRunThatFailed) {
+    const std::string good = examples + "/first-receipt.txt";
+    const std::string bad = examples + "/syntax-error.txt";
+    EXPECT_EQ(Try({bad, good}).exitCode, 1);
+    EXPECT_EQ(Try({bad, examples + "/refused-command.txt"}).exitCode, 101);
+}
+
+TEST(voltisctlTry, TakesFileNamesWithBlanksBackslashesAndForeignLetters) {
+    const TempDir shop;
+    for (const char* name :
+         {"a sale.txt", "kvīts Ж.txt", "a\\sale.txt", "-S", "it's \"one\".txt"}) {
+        const std::string file = shop.Write(name, "SALE: DEPTNR=1; AMOUNT=1.00\nTENDER");
+        EXPECT_EQ(Try({file}).exitCode, 0) << name;
+    }
+}
+
+TEST(voltisctlTry, LeavesTheFolderOfTheFileAsItWas) {
+    const TempDir shop;
+    const std::string file = shop.Write("sale.txt", "SALE: DEPTNR=1; AMOUNT=1.00\nTENDER");
+    EXPECT_EQ(Try({file}).exitCode, 0);
+    EXPECT_EQ(EntriesIn(shop.Path()), 1);
+}
+
+TEST(voltisctlTry, PassesSettingsToTheDriver) {
+    const std::string file = examples + "/first-receipt.txt";
+    const Answer old = Try({"--ini", "OldResultFileFormat=1", "resultfilename=o.txt", file});
+    EXPECT_EQ(Section(old.text, "result file"), "0\nOK\nReceiptNo: 1\n");
+    const Answer none = Try({file, "--ini", "ResultFileName="});
+    EXPECT_EQ(Section(none.text, "result file"), "(none)\n");
+}
+
+TEST(voltisctlTry, PrintsTheDebugLogOfEachRun) {
+    const std::string file = examples + "/first-receipt.txt";
+    const std::string text = Try({"--log", file, file}).text;
+    const std::string second = Section(text, "debug log", text.rfind("=== "));
+    EXPECT_TRUE(Holds(second, {"PC->ECR"}));
+    EXPECT_EQ(second.find("started. Command line"), second.rfind("started. Command line"));
+    EXPECT_FALSE(Holds(Try({file}).text, {"PC->ECR"}));
+}
+
+TEST(voltisctlTry, DrawsTheTape) {
+    const TempDir folder;
+    const std::string picture = folder.File("tape.svg");
+    EXPECT_EQ(Try({examples + "/first-receipt.txt", "--svg", picture}).exitCode, 0);
+    EXPECT_TRUE(Holds(ReadWholeFile(picture), {"<svg", "Apple"}));
+}
+
+TEST(voltisctlTry, TellsThatAPictureCannotBeWritten) {
+    const Answer answer = Try({examples + "/syntax-error.txt", "--svg", "/no/such/tape.svg"});
+    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_TRUE(Holds(answer.text, {"cannot write '/no/such/tape.svg'"}));
+}
+
+TEST(voltisctlTry, EndsARunThatTakesTooLong) {
+    const TempDir folder;
+    const std::string driver = Script(folder, "slow", "echo waiting; exec sleep 60");
+    const Answer answer =
+        Try({examples + "/first-receipt.txt", "--driver", driver, "--timeout", "2"});
+    EXPECT_EQ(answer.exitCode, 124);
+    EXPECT_EQ(Section(answer.text, "the driver said"), "waiting\n");
+    EXPECT_TRUE(Holds(answer.text, {"--- exit code 124: took too long"}));
+}
+
+TEST(voltisctlTry, AnInterruptEndsTheDriverAndRemovesThePrivateFolder) {
+    const TempDir temporary;
+    const TempDir folder;
+    const std::string driver = Script(folder, "slow", "touch begun; exec sleep 60");
+    Tool tool({"try", examples + "/first-receipt.txt", "--driver", driver},
+              {"TMPDIR=" + temporary.Path()});
+    ASSERT_TRUE(Eventually([&] {
+        for (const auto& entry : fs::recursive_directory_iterator(temporary.Path())) {
+            if (entry.path().filename() == "begun") return true;
+        }
+        return false;
+    }));
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.Wait(), 128 + SIGINT);
+    EXPECT_TRUE(fs::is_empty(temporary.Path()));
+}
+
+struct Desk {
+    const char* model;
+    const char* protocol;
+    const char* frames;
+
+    friend void PrintTo(const Desk& desk, std::ostream* out) {
+        *out << desk.model << desk.protocol << " in " << desk.frames << " frames";
+    }
+};
+
+class voltisctlTryOn : public testing::TestWithParam<Desk> {};
+
+TEST_P(voltisctlTryOn, SellsTheFirstReceipt) {
+    const Desk& desk = GetParam();
+    const Answer answer = Try({examples + "/first-receipt.txt", "--model", desk.model, "--protocol",
+                               desk.protocol, "--frames", desk.frames});
+    EXPECT_EQ(answer.exitCode, 0) << answer.text;
+    EXPECT_TRUE(Holds(Section(answer.text, "tape"), {"CHANGE"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryModel, voltisctlTryOn,
+    testing::Values(Desk{"ocelot", "1", "ocelot"}, Desk{"ocelot", "2", "margay"},
+                    Desk{"serval", "1", "margay"}, Desk{"serval", "2", "ocelot"},
+                    Desk{"lynx", "1", "ocelot"}, Desk{"lynx", "2", "margay"},
+                    Desk{"puma", "1", "margay"}, Desk{"puma", "2", "ocelot"},
+                    Desk{"margay", "2", "ocelot"}, Desk{"margay", "2", "margay"}),
+    [](const auto& row) {
+        return std::string(row.param.model) + row.param.protocol + row.param.frames;
+    });
+
+// --- without a sandbox -----------------------------------------------------------------------
+
+TEST(voltisctlTry, TellsHowToGetAMissingBubblewrap) {
+    const Answer answer =
+        Try({examples + "/first-receipt.txt", "--driver", "/bin/true"}, {"PATH=/no/such/folder"});
+    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_TRUE(Holds(answer.text, {"bwrap: not found", "apt install bubblewrap"}));
+}
+
+TEST(voltisctlTry, TellsHowToAllowForbiddenNamespaces) {
+    const TempDir folder;
+    Script(folder, "bwrap", "echo 'bwrap: No permissions to create new namespace' >&2; exit 1");
+    const Answer answer =
+        Try({examples + "/first-receipt.txt", "--driver", "/bin/true"}, {"PATH=" + folder.Path()});
+    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_TRUE(Holds(answer.text, {"kernel.unprivileged_userns_clone=1"}));
+}

@@ -1,0 +1,35 @@
+#include "tests/outside/Expectations.h"
+
+#include <regex>
+
+std::string ClosedResult(int receipt) {
+    return "[VOLTIS]\nResultCode=0\nMessage=OK\nLastReceiptNo=" + std::to_string(receipt);
+}
+
+std::string OpenResult(int receipt, const std::string& subtotal) {
+    return "[VOLTIS]\nResultCode=0\nMessage=Receipt not finished\nCurrentReceiptNo=" +
+           std::to_string(receipt) + "\nSubtotal=" + subtotal;
+}
+
+std::string FailedResult(int resultCode, const std::string& message, int errorCode) {
+    return "[VOLTIS]\nResultCode=" + std::to_string(resultCode) + "\nMessage=" + message +
+           "\nErrorCode=" + std::to_string(errorCode);
+}
+
+std::string Literally(const std::string& text) {
+    return std::regex_replace(text, std::regex(R"([.+*?^$(){}|\[\]\\])"), R"(\$&)");
+}
+
+std::string StartPattern(const std::string& arguments) {
+    return "\n" + timeStamp + R"(VOLTIS v2\.5\.0 started\. Command line : ")" +
+           Literally(VOLTIS_PATH) + "\"" + Literally(arguments) + "\n";
+}
+
+bool Matches(const std::string& text, const std::string& pattern) {
+    return std::regex_match(text, std::regex(pattern));
+}
+
+void LeaveResultCode(Shop& shop, std::uint8_t code) {
+    shop.Device().RefuseNext(code);
+    shop.Device().Execute(emulator::Total, 77, {});
+}
