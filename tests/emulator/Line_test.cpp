@@ -14,7 +14,7 @@ RegisterConfig ConfigFor(const char* model, std::uint8_t version = 2) {
     return config;
 }
 
-const Bytes sale = Hex("01") + Bytes(18, ' ') + Hex("00 10 00 00 00 02 50");  // 2.50
+const Bytes sale = FromHex("01") + Bytes(18, ' ') + FromHex("00 10 00 00 00 02 50");  // 2.50
 const Bytes comment = Ascii("GOOD DAY") + Bytes(27, ' ');
 
 // One register behind one line, spoken to in either family.
@@ -82,9 +82,9 @@ TEST_P(EachFamily, TakesAFrameThatArrivesByteByByte) {
 }
 
 TEST_P(EachFamily, AnswersARefusedCommandByNakAndNamesItInTheStatus) {
-    EXPECT_FALSE(peer.Send(Tender, 0x1234, Hex("01 00 00 00 00")));
+    EXPECT_FALSE(peer.Send(Tender, 0x1234, FromHex("01 00 00 00 00")));
     const Bytes status = peer.ReadStatus();
-    EXPECT_EQ(Dump({status.begin(), status.begin() + 5}), "34 12 04 00 ff");
+    EXPECT_EQ(ToHex({status.begin(), status.begin() + 5}), "34 12 04 00 ff");
     EXPECT_FALSE(device.Journal().back().accepted);
     EXPECT_EQ(device.Journal().back().result, 50);
 }
@@ -92,7 +92,7 @@ TEST_P(EachFamily, AnswersARefusedCommandByNakAndNamesItInTheStatus) {
 TEST_P(EachFamily, NamesTheLastDataFrameInTheStatusWhenItWasAccepted) {
     peer.Send(PrintComment, 0xFFFE, comment);
     const Bytes status = peer.ReadStatus();
-    EXPECT_EQ(Dump({status.begin(), status.begin() + 5}), "fe ff 04 00 00");
+    EXPECT_EQ(ToHex({status.begin(), status.begin() + 5}), "fe ff 04 00 00");
 }
 
 // --- the same frame again ------------------------------------------------------------------------
@@ -155,13 +155,13 @@ TEST_P(EachFamily, AnotherNumberIsANewCommand) {
 
 TEST_P(EachFamily, TheSameFrameAfterARefusedCommandIsANewCommand) {
     EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    EXPECT_FALSE(peer.Send(ReceivedOnAccount, 3, Hex("01 00 00 01 00")));
+    EXPECT_FALSE(peer.Send(ReceivedOnAccount, 3, FromHex("01 00 00 01 00")));
     EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
     EXPECT_EQ(device.Subtotal(), 500);
 }
 
 TEST_P(EachFamily, ARepeatedRefusalIsRefusedAgain) {
-    const Bytes tender = Hex("01 00 00 00 00");
+    const Bytes tender = FromHex("01 00 00 00 00");
     EXPECT_FALSE(peer.Send(Tender, 2, tender));
     EXPECT_FALSE(peer.Send(Tender, 2, tender));
     EXPECT_EQ(device.Journal().size(), 3U);
@@ -169,7 +169,7 @@ TEST_P(EachFamily, ARepeatedRefusalIsRefusedAgain) {
 }
 
 TEST_P(EachFamily, LeavingFiscalModeMayReuseTheNumberOfARefusedCommand) {
-    EXPECT_FALSE(peer.Send(Tender, 2, Hex("01 00 00 00 00")));
+    EXPECT_FALSE(peer.Send(Tender, 2, FromHex("01 00 00 00 00")));
     EXPECT_TRUE(peer.Send(ExitFiscalMode, 2, {}));
     EXPECT_FALSE(device.InFiscalMode());
     EXPECT_EQ(device.LastResult(), 0);
@@ -202,9 +202,9 @@ TEST_P(EachFamily, RepeatsItsEndOfFileFrameOnNak) {
 
 TEST_P(EachFamily, TakesAnUnreadableAnswerForAnAcknowledgement) {
     line.Feed(peer.RequestFrame(ReadFiscalStatus));
-    const Bytes eof = peer.Say(Hex("77"));
+    const Bytes eof = peer.Say(FromHex("77"));
     EXPECT_EQ(eof.size(), GetParam() == WireFamily::Margay ? 3U : 4U);
-    EXPECT_TRUE(peer.Say(Hex("77")).empty());
+    EXPECT_TRUE(peer.Say(FromHex("77")).empty());
     EXPECT_TRUE(peer.Do(PrintComment, comment));
 }
 
@@ -218,7 +218,7 @@ TEST_P(EachFamily, TheLastAnswerOfAStatusReadAndTheNextRequestMayComeTogether) {
 TEST_P(EachFamily, AnUnreadableLastAnswerDoesNotHideTheNextRequest) {
     line.Feed(peer.RequestFrame(ReadFiscalStatus));
     line.Feed(peer.Ack());
-    EXPECT_EQ(line.Feed(Hex("77 77 77") + peer.RequestFrame(PrintComment)), peer.Ack());
+    EXPECT_EQ(line.Feed(FromHex("77 77 77") + peer.RequestFrame(PrintComment)), peer.Ack());
 }
 
 // --- frames that can not be read -----------------------------------------------------------------
@@ -276,8 +276,8 @@ TEST_P(EachFamily, AnswersATruncatedDataFrameByNak) {
 
 TEST_P(EachFamily, AnswersADataFrameOfAnotherSizeByNak) {
     peer.Say(peer.RequestFrame(AmountDiscount));
-    EXPECT_EQ(peer.Say(peer.DataFrame(2, Hex("00 00 00 01 00"))), peer.Nak());
-    EXPECT_EQ(peer.Say(peer.DataFrame(2, Hex("00 01 00"))), peer.Nak());
+    EXPECT_EQ(peer.Say(peer.DataFrame(2, FromHex("00 00 00 01 00"))), peer.Nak());
+    EXPECT_EQ(peer.Say(peer.DataFrame(2, FromHex("00 01 00"))), peer.Nak());
     EXPECT_EQ(device.LastSequence(), 1);
 }
 
@@ -292,7 +292,7 @@ TEST_P(EachFamily, AnswersAnUnreadableEndOfFileByNakAndKeepsTheCommandOpen) {
 
 TEST_P(EachFamily, TakesAGoodEndOfFileAfterAnUnreadableOne) {
     EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    EXPECT_EQ(peer.Say(Hex("77")), peer.Nak());
+    EXPECT_EQ(peer.Say(FromHex("77")), peer.Nak());
     peer.Close();
     EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
     EXPECT_EQ(device.Subtotal(), 500);
@@ -309,24 +309,24 @@ TEST_P(EachFamily, MeetsAnEndOfFileFrameOutsideItsPlaceWithSilence) {
 }
 
 TEST_P(EachFamily, DropsWhatFollowsAFrameThatItAnswersInTheSameCall) {
-    EXPECT_EQ(line.Feed(peer.RequestFrame(PrintComment) + Hex("77 78")), peer.Ack());
+    EXPECT_EQ(line.Feed(peer.RequestFrame(PrintComment) + FromHex("77 78")), peer.Ack());
     EXPECT_FALSE(line.Pending());
     EXPECT_EQ(line.Feed(peer.DataFrame(2, comment)), peer.Ack());
 }
 
 TEST_P(EachFamily, NoiseInFrontOfARequestDoesNotHideIt) {
-    EXPECT_EQ(line.Feed(Hex("00 77") + peer.RequestFrame(PrintComment)), peer.Ack());
+    EXPECT_EQ(line.Feed(FromHex("00 77") + peer.RequestFrame(PrintComment)), peer.Ack());
 }
 
 TEST_P(EachFamily, NoiseInFrontOfADataFrameSpoilsIt) {
     peer.Say(peer.RequestFrame(PrintComment));
-    EXPECT_EQ(peer.Say(Hex("77") + peer.DataFrame(2, comment)), peer.Nak());
+    EXPECT_EQ(peer.Say(FromHex("77") + peer.DataFrame(2, comment)), peer.Nak());
     EXPECT_EQ(Printed(), 0U);
 }
 
 TEST_F(OcelotLine, NoiseInFrontOfARequestHidesItWhileADataFrameIsAwaited) {
     peer.Say(peer.RequestFrame(PrintComment));
-    EXPECT_EQ(peer.Say(Hex("77") + peer.RequestFrame(ReadFiscalStatus)), peer.Nak());
+    EXPECT_EQ(peer.Say(FromHex("77") + peer.RequestFrame(ReadFiscalStatus)), peer.Nak());
 }
 
 TEST_P(EachFamily, SurvivesAnEndlessBurst) {
@@ -392,7 +392,7 @@ TEST_P(EachFamily, IsDeafAndSilentWhileSwitchedOff) {
 TEST_P(EachFamily, ForgetsTheLineButNotTheReceiptWhenPowerFails) {
     EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
     peer.Say(peer.RequestFrame(PrintComment));
-    line.Feed(Hex("77"));
+    line.Feed(FromHex("77"));
     device.PowerOff();
     device.PowerOn();
     EXPECT_TRUE(peer.Say(peer.DataFrame(3, comment)).empty());  // no request came before it
@@ -405,7 +405,7 @@ TEST_P(EachFamily, ForgetsTheLineButNotTheReceiptWhenPowerFails) {
 TEST_P(EachFamily, CountsWhatCameAndWhatWasAnswered) {
     peer.Do(PrintComment, comment);
     peer.Say(peer.RequestFrame(DeptSale));
-    peer.Say(Hex("77"));
+    peer.Say(FromHex("77"));
     peer.ReadStatus();
     const LineCounters& counters = line.Counters();
     EXPECT_EQ(counters.requests, 4);
@@ -435,14 +435,14 @@ TEST_P(EachFamily, FiltersSeeAndMayChangeTheTraffic) {
 // --- Ocelot only ---------------------------------------------------------------------------------
 
 TEST_F(OcelotLine, SpeaksTheWorkedBytes) {
-    EXPECT_EQ(Dump(line.Feed(Hex("d0 01 b0 61 1e"))), "d9 06 df 42");
-    EXPECT_EQ(Dump(line.Feed(Hex("01 00 01 00 fe"))), "d9 06 df 42");
-    EXPECT_EQ(Dump(line.Feed(Hex("ff ff 00 02"))), "d9 06 df 42");
+    EXPECT_EQ(ToHex(line.Feed(FromHex("d0 01 b0 61 1e"))), "d9 06 df 42");
+    EXPECT_EQ(ToHex(line.Feed(FromHex("01 00 01 00 fe"))), "d9 06 df 42");
+    EXPECT_EQ(ToHex(line.Feed(FromHex("ff ff 00 02"))), "d9 06 df 42");
     // Sequence number 1, code 4, result 0, flags 30h (REG, fiscal mode), no receipt yet.
-    EXPECT_EQ(Dump(line.Feed(Hex("d9 01 d1 09 4c"))),
+    EXPECT_EQ(ToHex(line.Feed(FromHex("d9 01 d1 09 4c"))),
               "d9 06 df 42 01 00 04 00 00 30 00 00 00 00 00 00 00 00 00 00 00 35 96");
-    EXPECT_EQ(Dump(line.Feed(Hex("d9 06 df 42"))), "ff ff 00 02");
-    EXPECT_TRUE(line.Feed(Hex("d9 06 df 42")).empty());
+    EXPECT_EQ(ToHex(line.Feed(FromHex("d9 06 df 42"))), "ff ff 00 02");
+    EXPECT_TRUE(line.Feed(FromHex("d9 06 df 42")).empty());
 }
 
 TEST_F(OcelotLine, AnswersARequestForAnotherNetworkIdByBusy) {
@@ -455,8 +455,8 @@ TEST_F(OcelotLine, AnswersARequestForAnotherNetworkIdByBusy) {
 }
 
 TEST_F(OcelotLine, AnswersARequestInTheWrongDirectionByNak) {
-    EXPECT_EQ(peer.Say(MakeWire(WireFamily::Ocelot)->BuildData(Hex("d9 01 b3"))), peer.Nak());
-    EXPECT_EQ(peer.Say(MakeWire(WireFamily::Ocelot)->BuildData(Hex("d0 01 d1"))), peer.Nak());
+    EXPECT_EQ(peer.Say(MakeWire(WireFamily::Ocelot)->BuildData(FromHex("d9 01 b3"))), peer.Nak());
+    EXPECT_EQ(peer.Say(MakeWire(WireFamily::Ocelot)->BuildData(FromHex("d0 01 d1"))), peer.Nak());
 }
 
 TEST_F(OcelotLine, TakesARequestInPlaceOfALongerDataFrameOnlyAfterTheGap) {
@@ -510,17 +510,17 @@ TEST_F(OcelotLine, TakesNoDataFrameUnderANumberThatIsNeverUsed) {
 // --- Margay only ---------------------------------------------------------------------------------
 
 TEST_F(MargayLine, SpeaksTheWorkedBytes) {
-    EXPECT_EQ(Dump(line.Feed(Hex("02 b0 34 45 03"))), "06");
+    EXPECT_EQ(ToHex(line.Feed(FromHex("02 b0 34 45 03"))), "06");
     // 0100 01: the letters sum up to 122h, 200 - 122 = de
-    EXPECT_EQ(Dump(line.Feed(Ascii("010001DE\r"))), "06");
-    EXPECT_EQ(Dump(line.Feed(Ascii("DE\x1a"))), "06");
-    const Bytes status = line.Feed(Hex("02 d1 32 44 03"));
+    EXPECT_EQ(ToHex(line.Feed(Ascii("010001DE\r"))), "06");
+    EXPECT_EQ(ToHex(line.Feed(Ascii("DE\x1a"))), "06");
+    const Bytes status = line.Feed(FromHex("02 d1 32 44 03"));
     EXPECT_EQ(std::string(status.begin(), status.end()),
               "\x06"
               "0100080000300000000000000000000000"
               "94\r");
-    EXPECT_EQ(line.Feed(Hex("06")), Ascii("94\x1a"));
-    EXPECT_TRUE(line.Feed(Hex("06")).empty());
+    EXPECT_EQ(line.Feed(FromHex("06")), Ascii("94\x1a"));
+    EXPECT_TRUE(line.Feed(FromHex("06")).empty());
 }
 
 TEST_F(MargayLine, AnswersAnEndOfFileFrameWithAWrongTotalByNak) {

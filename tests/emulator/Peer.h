@@ -10,7 +10,7 @@
 #include "emulator/Line.h"
 
 /// Bytes from hex text: "d0 01 b3".
-inline emulator::Bytes Hex(const std::string& text) {
+inline emulator::Bytes FromHex(const std::string& text) {
     emulator::Bytes bytes;
     unsigned value = 0;
     int used = 0;
@@ -19,7 +19,7 @@ inline emulator::Bytes Hex(const std::string& text) {
     return bytes;
 }
 
-inline std::string Dump(const emulator::Bytes& bytes) {
+inline std::string ToHex(const emulator::Bytes& bytes) {
     std::string text;
     for (std::uint8_t byte : bytes) {
         char hex[4];
@@ -70,16 +70,16 @@ class Peer {
 
     /// Closes the data frame that was built last.
     emulator::Bytes EofFrame() const {
-        if (!margay_) return Hex("ff ff 00 02");
+        if (!margay_) return FromHex("ff ff 00 02");
         emulator::Bytes frame;
         Letters(frame, total_);
         frame.push_back(0x1A);
         return frame;
     }
 
-    emulator::Bytes Ack() const { return margay_ ? Hex("06") : Hex("d9 06 df 42"); }
-    emulator::Bytes Nak() const { return margay_ ? Hex("15") : Hex("d9 15 cc 46"); }
-    emulator::Bytes Busy() const { return margay_ ? Hex("1b") : Hex("d9 0b d2 4a"); }
+    emulator::Bytes Ack() const { return margay_ ? FromHex("06") : FromHex("d9 06 df 42"); }
+    emulator::Bytes Nak() const { return margay_ ? FromHex("15") : FromHex("d9 15 cc 46"); }
+    emulator::Bytes Busy() const { return margay_ ? FromHex("1b") : FromHex("d9 0b d2 4a"); }
 
     /// Feeds a frame and then leaves the line quiet; all that came back.
     emulator::Bytes Say(const emulator::Bytes& frame) {
@@ -89,13 +89,13 @@ class Peer {
 
     /// Request and data frame; true for ACK, false for NAK. Anything else fails the test.
     bool Send(std::uint8_t command, std::uint16_t sequence, const emulator::Bytes& payload) {
-        EXPECT_EQ(Dump(Say(RequestFrame(command))), Dump(Ack()));
+        EXPECT_EQ(ToHex(Say(RequestFrame(command))), ToHex(Ack()));
         const emulator::Bytes reply = Say(DataFrame(sequence, payload));
-        EXPECT_TRUE(reply == Ack() || reply == Nak()) << Dump(reply);
+        EXPECT_TRUE(reply == Ack() || reply == Nak()) << ToHex(reply);
         return reply == Ack();
     }
 
-    void Close() { EXPECT_EQ(Dump(Say(EofFrame())), Dump(Ack())); }
+    void Close() { EXPECT_EQ(ToHex(Say(EofFrame())), ToHex(Ack())); }
 
     /// A whole command under the next sequence number.
     bool Do(std::uint8_t command, const emulator::Bytes& payload = {}) {

@@ -109,12 +109,12 @@ class Server : public testing::Test {
 TEST_F(Server, AnswersAStatusRead) {
     Start();
     Port port(server->SlavePath());
-    port.Write(Hex("d9 01 d1 09 4c"));
+    port.Write(FromHex("d9 01 d1 09 4c"));
     const Bytes reply = port.Read(23);
-    EXPECT_EQ(Dump({reply.begin(), reply.begin() + 4}), "d9 06 df 42");
+    EXPECT_EQ(ToHex({reply.begin(), reply.begin() + 4}), "d9 06 df 42");
     EXPECT_EQ(reply.size(), 23U);
     port.Write(peer.Ack());
-    EXPECT_EQ(Dump(port.Read(4)), "ff ff 00 02");
+    EXPECT_EQ(ToHex(port.Read(4)), "ff ff 00 02");
     port.Write(peer.Ack());
     EXPECT_TRUE(Eventually([this] { return line.Counters().answers == 2; }));
 }
@@ -125,7 +125,8 @@ TEST_F(Server, PassesEveryByteUnchangedBothWays) {
     Bytes all(256);
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::uint8_t>(i);
     Ask([&] {
-        line.OnReceive([&](Bytes& chunk) { seen = seen + chunk, chunk = Hex("d0 01 b0 61 1e"); });
+        line.OnReceive(
+            [&](Bytes& chunk) { seen = seen + chunk, chunk = FromHex("d0 01 b0 61 1e"); });
         line.OnSend([&](Bytes& reply) { reply = all; });
         return 0;
     });
@@ -140,11 +141,11 @@ TEST_F(Server, LosesWhatNobodyReadsAndGoesOn) {
     constexpr std::size_t large = 1 << 20;  // far beyond what the kernel keeps for a reader
     Ask([&] { return line.OnSend([](Bytes& reply) { reply.assign(large, 0x55); }), 0; });
     Port port(server->SlavePath());
-    port.Write(Hex("d9 01 d1 09 4c"));
+    port.Write(FromHex("d9 01 d1 09 4c"));
     ASSERT_TRUE(Eventually([this] { return line.Counters().requests == 1; }));
     EXPECT_LT(port.Read(large, 100ms).size(), large);
     Ask([&] { return line.OnSend({}), 0; });
-    port.Write(Hex("d9 01 d1 09 4c"));
+    port.Write(FromHex("d9 01 d1 09 4c"));
     EXPECT_EQ(port.Read(23).size(), 23U);
 }
 
@@ -154,7 +155,7 @@ TEST_F(Server, EndsABurstAfterTheGap) {
     port.Write(peer.RequestFrame(EnterFiscalMode));
     EXPECT_EQ(port.Read(4), peer.Ack());
     const auto begin = Clock::now();
-    port.Write(Hex("77"));
+    port.Write(FromHex("77"));
     EXPECT_EQ(port.Read(4), peer.Nak());
     EXPECT_GE(Clock::now() - begin, 30ms);
 }
@@ -175,7 +176,7 @@ TEST_F(Server, CanBeSetUpAnewAfterEachClosing) {
         {
             Port port(server->SlavePath());
             ASSERT_TRUE(port.SetUp()) << run;
-            port.Write(Hex("d9 01 d1 09 4c"));
+            port.Write(FromHex("d9 01 d1 09 4c"));
             EXPECT_EQ(port.Read(23).size(), 23U);
         }
         ASSERT_TRUE(Eventually([&] { return server->Closings() == run; })) << run;
@@ -233,8 +234,8 @@ TEST_F(Server, HoldsThePaceOfTheLineBothWays) {
     Start({.gap = 20ms, .bitsPerSecond = 4400, .link = ""});
     Port port(server->SlavePath());
     const auto begin = Clock::now();
-    port.Write(Hex("d9 01 d1 09 4c"));     // 5 bytes: 12.5 ms
-    EXPECT_EQ(port.Read(23).size(), 23U);  // 57.5 ms
+    port.Write(FromHex("d9 01 d1 09 4c"));  // 5 bytes: 12.5 ms
+    EXPECT_EQ(port.Read(23).size(), 23U);   // 57.5 ms
     const auto taken = Clock::now() - begin;
     EXPECT_GE(taken, 70ms);
     EXPECT_LT(taken, 2s);
@@ -301,9 +302,9 @@ TEST_F(Server, IsSilentWhileTheRegisterIsOff) {
     Start();
     Port port(server->SlavePath());
     Ask([this] { return device.PowerOff(), 0; });
-    port.Write(Hex("d9 01 d1 09 4c"));
+    port.Write(FromHex("d9 01 d1 09 4c"));
     EXPECT_TRUE(port.Read(1, 100ms).empty());
     Ask([this] { return device.PowerOn(), 0; });
-    port.Write(Hex("d9 01 d1 09 4c"));
+    port.Write(FromHex("d9 01 d1 09 4c"));
     EXPECT_EQ(port.Read(23).size(), 23U);
 }

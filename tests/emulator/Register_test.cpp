@@ -136,9 +136,9 @@ TEST(CashierSystem, WantsACashierFromOneToNinetyNine) {
     config.model = FindModel("ocelot", 2);
     config.cashierSystem = true;
     Register device(config);
-    EXPECT_FALSE(device.Execute(EnterFiscalMode, 1, Hex("00")));
-    EXPECT_FALSE(device.Execute(EnterFiscalMode, 2, Hex("64")));
-    EXPECT_TRUE(device.Execute(EnterFiscalMode, 3, Hex("63")));
+    EXPECT_FALSE(device.Execute(EnterFiscalMode, 1, FromHex("00")));
+    EXPECT_FALSE(device.Execute(EnterFiscalMode, 2, FromHex("64")));
+    EXPECT_TRUE(device.Execute(EnterFiscalMode, 3, FromHex("63")));
     EXPECT_EQ(device.Cashier(), 99);
     EXPECT_EQ(device.StatusBlock()[3], 0x31);
 }
@@ -173,22 +173,22 @@ TEST(StatusBlock, OfAFreshRegister) {
         config.model = &model;
         config.language = 3;
         config.lastReceipt = 41;
-        Bytes expected = Hex("00 03 00 10 00 00 00 41 00 00 00 00 00 00 00");
+        Bytes expected = FromHex("00 03 00 10 00 00 00 41 00 00 00 00 00 00 00");
         expected[0] = model.code;
-        EXPECT_EQ(Dump(Register(config).StatusBlock()), Dump(expected));
+        EXPECT_EQ(ToHex(Register(config).StatusBlock()), ToHex(expected));
     }
 }
 
 TEST_F(Shop, TheStatusBlockShowsTheOpenReceipt) {
     Do(DeptSale, Dept(7, "CAR", 999000, 99999999));  // 998,999,990.01
     // Code 4, result 0, REG + fiscal mode + receipt, receipt 1, plus sign, twelve digits
-    EXPECT_EQ(Dump(device.StatusBlock()), "04 00 00 70 00 00 00 01 00 09 98 99 99 90 01");
+    EXPECT_EQ(ToHex(device.StatusBlock()), "04 00 00 70 00 00 00 01 00 09 98 99 99 90 01");
 }
 
 TEST_F(Shop, ANegativeSubtotalHasASignByteOfItsOwn) {
     Do(DeptReturn, Dept(1, "CUP", 1000, 1234));
     EXPECT_EQ(device.Subtotal(), -1234);
-    EXPECT_EQ(Dump(device.StatusBlock()), "04 00 00 70 00 00 00 01 10 00 00 00 00 12 34");
+    EXPECT_EQ(ToHex(device.StatusBlock()), "04 00 00 70 00 00 00 01 10 00 00 00 00 12 34");
 }
 
 TEST_F(Shop, TheFlagsFollowTheKey) {
@@ -225,8 +225,8 @@ TEST(ReceiptNumber, BeginsAgainAfterEightDigits) {
     config.model = FindModel("ocelot", 2);
     config.lastReceipt = 99999999;
     Register device(config);
-    device.Execute(EnterFiscalMode, 1, Hex("01"));
-    device.Execute(ReceivedOnAccount, 2, Hex("01 00 00 01 00"));
+    device.Execute(EnterFiscalMode, 1, FromHex("01"));
+    device.Execute(ReceivedOnAccount, 2, FromHex("01 00 00 01 00"));
     EXPECT_EQ(device.ReceiptNumber(), 1U);
 }
 
@@ -236,8 +236,8 @@ TEST_F(Shop, OnlyReceiptsAndCashSlipsTakeANumber) {
     Do(ReceivedOnAccount, Media(1, 100));
     EXPECT_EQ(device.ReceiptNumber(), 2U);
     Do(Total);
-    Do(Report, Hex("01 cc"));
-    Do(Report, Hex("01 00"));
+    Do(Report, FromHex("01 cc"));
+    Do(Report, FromHex("01 00"));
     Do(PrintComment, Padded("X", 35));
     EXPECT_EQ(device.ReceiptNumber(), 2U);
 }
@@ -279,11 +279,11 @@ TEST_F(Shop, RefusesDigitsThatAreNone) {
     EXPECT_TRUE(Refuses(DeptSale, sale));
     sale.back() = 0xA1;
     EXPECT_TRUE(Refuses(DeptSale, sale));
-    EXPECT_TRUE(Refuses(PluSale, Hex("00 00 00 00 00 00 0f 00 10 00 00 00 00 00")));
+    EXPECT_TRUE(Refuses(PluSale, FromHex("00 00 00 00 00 00 0f 00 10 00 00 00 00 00")));
     Sell(100);
-    EXPECT_TRUE(Refuses(Tender, Hex("01 00 00 0f 00")));
-    EXPECT_TRUE(Refuses(PercentDiscount, Hex("f0 00")));
-    EXPECT_TRUE(Refuses(Ticket, Hex("00 00 00 0f")));
+    EXPECT_TRUE(Refuses(Tender, FromHex("01 00 00 0f 00")));
+    EXPECT_TRUE(Refuses(PercentDiscount, FromHex("f0 00")));
+    EXPECT_TRUE(Refuses(Ticket, FromHex("00 00 00 0f")));
 }
 
 TEST_F(Shop, RefusesASaleThatTheSubtotalCannotHold) {
@@ -291,7 +291,7 @@ TEST_F(Shop, RefusesASaleThatTheSubtotalCannotHold) {
     EXPECT_EQ(device.Subtotal(), 999998990000);
     EXPECT_TRUE(Refuses(DeptSale, Dept(1, "A", 999999, 99999999)));
     EXPECT_TRUE(Refuses(AmountMarkup, Bcd(99999999, 4)));
-    EXPECT_EQ(Dump(device.StatusBlock()), "04 00 ff 70 00 00 00 01 00 99 99 98 99 00 00");
+    EXPECT_EQ(ToHex(device.StatusBlock()), "04 00 ff 70 00 00 00 01 00 99 99 98 99 00 00");
 }
 
 TEST_F(Shop, SellsAPluAtItsProgrammedPrice) {
@@ -334,19 +334,19 @@ TEST_F(Margay, HasTwentyCharactersOfName) {
 
 TEST_F(Shop, AnAdjustmentNeedsAReceipt) {
     for (std::uint8_t command : {PercentDiscount, PercentMarkup})
-        EXPECT_TRUE(Refuses(command, Hex("10 00")));
+        EXPECT_TRUE(Refuses(command, FromHex("10 00")));
     for (std::uint8_t command : {AmountDiscount, AmountMarkup})
-        EXPECT_TRUE(Refuses(command, Hex("00 00 01 00")));
+        EXPECT_TRUE(Refuses(command, FromHex("00 00 01 00")));
 }
 
 TEST_F(Shop, AdjustsTheLastItem) {
     Sell(1000);
     Sell(200);
-    EXPECT_TRUE(Do(PercentDiscount, Hex("10 00")));
+    EXPECT_TRUE(Do(PercentDiscount, FromHex("10 00")));
     EXPECT_EQ(device.Subtotal(), 1180);
     EXPECT_TRUE(Do(AmountDiscount, Bcd(30, 4)));
     EXPECT_EQ(device.Subtotal(), 1150);
-    EXPECT_TRUE(Do(PercentMarkup, Hex("10 00")));  // of what the item costs by now: 1.50
+    EXPECT_TRUE(Do(PercentMarkup, FromHex("10 00")));  // of what the item costs by now: 1.50
     EXPECT_EQ(device.Subtotal(), 1165);
     EXPECT_TRUE(Do(AmountMarkup, Bcd(35, 4)));
     EXPECT_EQ(device.Subtotal(), 1200);
@@ -358,7 +358,7 @@ TEST_F(Shop, AfterATotalAdjustsTheSale) {
     Sell(1000);
     Sell(200);
     EXPECT_TRUE(Do(Total));
-    EXPECT_TRUE(Do(PercentDiscount, Hex("10 00")));
+    EXPECT_TRUE(Do(PercentDiscount, FromHex("10 00")));
     EXPECT_EQ(device.Subtotal(), 1080);
     EXPECT_TRUE(Do(AmountMarkup, Bcd(20, 4)));
     EXPECT_EQ(device.Subtotal(), 1100);
@@ -368,7 +368,7 @@ TEST_F(Shop, ASaleAfterATotalBringsTheAdjustmentBackToTheItem) {
     Sell(1000);
     Do(Total);
     Sell(200);
-    Do(PercentDiscount, Hex("50 00"));
+    Do(PercentDiscount, FromHex("50 00"));
     EXPECT_EQ(device.Subtotal(), 1100);
 }
 
@@ -385,7 +385,7 @@ TEST_F(Shop, RefusesADiscountOfMoreThanThereIs) {
 
 TEST_F(Shop, ADiscountShrinksAReturnToo) {
     Do(DeptReturn, Dept(1, "A", 1000, 1000));
-    Do(PercentDiscount, Hex("10 00"));
+    Do(PercentDiscount, FromHex("10 00"));
     EXPECT_EQ(device.Subtotal(), -900);
     Do(AmountMarkup, Bcd(50, 4));
     EXPECT_EQ(device.Subtotal(), -950);
@@ -393,9 +393,9 @@ TEST_F(Shop, ADiscountShrinksAReturnToo) {
 
 TEST_F(Shop, RoundsAPercentageHalfUpAndTakesNone) {
     Sell(5);
-    EXPECT_TRUE(Do(PercentDiscount, Hex("10 00")));  // 0.005
+    EXPECT_TRUE(Do(PercentDiscount, FromHex("10 00")));  // 0.005
     EXPECT_EQ(device.Subtotal(), 4);
-    EXPECT_TRUE(Do(PercentDiscount, Hex("00 00")));
+    EXPECT_TRUE(Do(PercentDiscount, FromHex("00 00")));
     EXPECT_EQ(device.Subtotal(), 4);
 }
 
@@ -473,7 +473,7 @@ TEST_F(Shop, NothingIsSoldOrAdjustedOncePaymentBegan) {
     Do(Tender, Media(1, 100));
     EXPECT_TRUE(Refuses(DeptSale, Dept(1, "A", 1000, 100)));
     EXPECT_TRUE(Refuses(PluReturn, PluData(1, 1000)));
-    EXPECT_TRUE(Refuses(PercentDiscount, Hex("10 00")));
+    EXPECT_TRUE(Refuses(PercentDiscount, FromHex("10 00")));
     EXPECT_TRUE(Refuses(Coupon, Bcd(1, 4)));
     EXPECT_TRUE(Do(Total));
     EXPECT_TRUE(Do(PrintComment, Padded("THANKS", 35)));
@@ -584,8 +584,8 @@ TEST_F(Shop, RefusesACashMovementOrAReportInsideAReceipt) {
     EXPECT_TRUE(Refuses(ReceivedForeign, Foreign(1, 1, 100)));
     EXPECT_TRUE(Refuses(PaidOut, Media(1, 100)));
     EXPECT_TRUE(Refuses(PaidOutForeign, Foreign(1, 1, 100)));
-    EXPECT_TRUE(Refuses(Report, Hex("01 cc")));
-    EXPECT_TRUE(Refuses(Report, Hex("01 00")));
+    EXPECT_TRUE(Refuses(Report, FromHex("01 cc")));
+    EXPECT_TRUE(Refuses(Report, FromHex("01 00")));
 }
 
 // --- reports -------------------------------------------------------------------------------------
@@ -607,14 +607,14 @@ TEST_F(Shop, AnXReportReadsAndAZReportClears) {
     EXPECT_EQ(day.departments.at(1), 900);
     EXPECT_EQ(day.departments.at(2), -200);
 
-    EXPECT_TRUE(Do(Report, Hex("01 cc")));
+    EXPECT_TRUE(Do(Report, FromHex("01 cc")));
     EXPECT_EQ(device.Totals(), day);
     EXPECT_TRUE(Printed("X REPORT"));
     EXPECT_TRUE(Printed("DISCOUNTS                       1.00\n"));
     EXPECT_TRUE(Printed("COUPONS                         0.50\n"));
     EXPECT_TRUE(Printed("RETURNS                         2.00\n"));
     EXPECT_FALSE(Printed("MARKUPS"));  // there were none
-    EXPECT_TRUE(Do(Report, Hex("01 00")));
+    EXPECT_TRUE(Do(Report, FromHex("01 00")));
     EXPECT_EQ(device.Totals(), DayTotals{});
     EXPECT_EQ(device.ZReports(), 1);
     EXPECT_TRUE(Printed("Z REPORT 0001"));
@@ -629,36 +629,36 @@ TEST_F(Shop, AnOpenReceiptIsNotYetInTheDay) {
 
 TEST_F(Shop, ReadsTheCashInTheDrawer) {
     Do(ReceivedForeign, Foreign(2, 1, 550));
-    EXPECT_TRUE(Do(Report, Hex("13 cc")));
+    EXPECT_TRUE(Do(Report, FromHex("13 cc")));
     EXPECT_TRUE(Printed("CASH IN DRAWER"));
     EXPECT_TRUE(Printed("CASH                          100.00\n"));
     EXPECT_TRUE(Printed("CURRENCY 2 CASH                 5.50\n"));
 }
 
 TEST_F(Shop, RefusesAReportThatThereIsNot) {
-    EXPECT_TRUE(Refuses(Report, Hex("13 00")));
-    EXPECT_TRUE(Refuses(Report, Hex("02 cc")));
-    EXPECT_TRUE(Refuses(Report, Hex("01 01")));
-    EXPECT_TRUE(Refuses(Report, Hex("0f cc")));
+    EXPECT_TRUE(Refuses(Report, FromHex("13 00")));
+    EXPECT_TRUE(Refuses(Report, FromHex("02 cc")));
+    EXPECT_TRUE(Refuses(Report, FromHex("01 01")));
+    EXPECT_TRUE(Refuses(Report, FromHex("0f cc")));
 }
 
 TEST_F(Margay, NumbersItsDrawerReportTwo) {
-    EXPECT_TRUE(Do(Report, Hex("02 cc")));
-    EXPECT_TRUE(Refuses(Report, Hex("13 cc")));
+    EXPECT_TRUE(Do(Report, FromHex("02 cc")));
+    EXPECT_TRUE(Refuses(Report, FromHex("13 cc")));
 }
 
 // --- display, drawer, comments, barcodes ---------------------------------------------------------
 
 TEST_F(Shop, TheDisplayIsSwitchedByItsWord) {
-    EXPECT_TRUE(Do(ShowInfo, Hex("ff ff")));
+    EXPECT_TRUE(Do(ShowInfo, FromHex("ff ff")));
     EXPECT_TRUE(device.DisplayOn());
     Sell(100);
     Do(Total);
     EXPECT_EQ(device.Display(), "SUBTOTAL 1.00");
-    EXPECT_TRUE(Do(ShowInfo, Hex("00 00")));
+    EXPECT_TRUE(Do(ShowInfo, FromHex("00 00")));
     EXPECT_FALSE(device.DisplayOn());
     EXPECT_EQ(device.Display(), "");
-    EXPECT_TRUE(Refuses(ShowInfo, Hex("01 00")));
+    EXPECT_TRUE(Refuses(ShowInfo, FromHex("01 00")));
 }
 
 TEST_F(Shop, CountsDrawerOpenings) {
@@ -682,7 +682,8 @@ TEST_F(Shop, PrintsACommentInsideAndOutsideOfAReceipt) {
 
 TEST_F(Shop, PrintsLatvianLetters) {
     Bytes text(35, ' ');
-    const Bytes letters = Hex("c2 c8 c7 cc ce cd cf d2 d0 db de e2 e8 e7 ec ee ed ef f2 f0 fb fe");
+    const Bytes letters =
+        FromHex("c2 c8 c7 cc ce cd cf d2 d0 db de e2 e8 e7 ec ee ed ef f2 f0 fb fe");
     std::copy(letters.begin(), letters.end(), text.begin());
     Do(PrintComment, text);
     EXPECT_EQ(device.Paper().Lines().back(), "ĀČĒĢĪĶĻŅŠŪŽāčēģīķļņšūž");
@@ -691,7 +692,7 @@ TEST_F(Shop, PrintsLatvianLetters) {
 TEST_F(Shop, PrintsABarcode) {
     Bytes raster(54);
     raster[3] = 0x0F;
-    EXPECT_TRUE(Do(Barcode, raster + Hex("64 00") + Padded("  12345", 36)));
+    EXPECT_TRUE(Do(Barcode, raster + FromHex("64 00") + Padded("  12345", 36)));
     const TapeItem& item = device.Paper().Pending().back();
     EXPECT_EQ(item.kind, TapeItem::Kind::Barcode);
     EXPECT_EQ(item.raster, raster);
@@ -701,9 +702,9 @@ TEST_F(Shop, PrintsABarcode) {
 }
 
 TEST_F(Shop, RefusesABarcodeOfNoHeightOrTooTall) {
-    EXPECT_TRUE(Refuses(Barcode, Bytes(54) + Hex("00 00") + Padded("1", 36)));
-    EXPECT_TRUE(Refuses(Barcode, Bytes(54) + Hex("e9 03") + Padded("1", 36)));
-    EXPECT_TRUE(Do(Barcode, Bytes(54) + Hex("e8 03") + Padded("1", 36)));
+    EXPECT_TRUE(Refuses(Barcode, Bytes(54) + FromHex("00 00") + Padded("1", 36)));
+    EXPECT_TRUE(Refuses(Barcode, Bytes(54) + FromHex("e9 03") + Padded("1", 36)));
+    EXPECT_TRUE(Do(Barcode, Bytes(54) + FromHex("e8 03") + Padded("1", 36)));
 }
 
 // --- paper, power, keyboard ----------------------------------------------------------------------
@@ -759,7 +760,7 @@ TEST_F(Shop, WithoutPaperStillDoesWhatPrintsNothing) {
     EXPECT_TRUE(device.ReceiptInProgress());
     EXPECT_EQ(device.Drawer(1), 10000);
     EXPECT_TRUE(Do(OpenCashDrawer));
-    EXPECT_TRUE(Do(ShowInfo, Hex("ff ff")));
+    EXPECT_TRUE(Do(ShowInfo, FromHex("ff ff")));
     EXPECT_TRUE(Do(ExitFiscalMode));
 }
 
@@ -839,7 +840,7 @@ TEST_F(Shop, PrintsAReceiptInTheModelsWidth) {
     Do(DeptSale, Dept(1, "BREAD", 1000, 120));
     Do(DeptSale, Dept(2, "APPLES", 1250, 199));
     Do(PluSale, PluData(1, 2000));
-    Do(PercentDiscount, Hex("10 00"));
+    Do(PercentDiscount, FromHex("10 00"));
     Do(PrintComment, Padded("BONUS CARD 1234", 35));
     Do(Tender, Media(1, 1000));
     EXPECT_EQ(Flat(),
@@ -883,7 +884,7 @@ TEST(Register, KeepsItsBalanceUnderAnyPayload) {
                 byte = static_cast<std::uint8_t>(random() % 10 * (random() % 4 == 0 ? 17 : 1));
             if (command == Tender && random() % 2 == 0)
                 std::fill(payload.begin() + 1, payload.end(), std::uint8_t{0});
-            if (random() % 3 == 0) device.Execute(EnterFiscalMode, 1, Hex("01"));
+            if (random() % 3 == 0) device.Execute(EnterFiscalMode, 1, FromHex("01"));
             device.Execute(command, static_cast<std::uint16_t>(i % 65000 + 1), payload);
             ASSERT_GE(device.Drawer(1), 0);
             ASSERT_EQ(device.StatusBlock().size(), 15U);

@@ -24,7 +24,7 @@ const Wire& MargayWire() {
 // --- Ocelot --------------------------------------------------------------------------------------
 
 TEST(OcelotWire, ReadsTheRequestForADepartmentSale) {
-    const auto request = OcelotWire().ParseRequest(Hex("d0 01 b3 62 1a"));
+    const auto request = OcelotWire().ParseRequest(FromHex("d0 01 b3 62 1a"));
     ASSERT_TRUE(request);
     EXPECT_EQ(request->direction, Direction::Send);
     EXPECT_EQ(request->networkId, 1);
@@ -33,62 +33,63 @@ TEST(OcelotWire, ReadsTheRequestForADepartmentSale) {
 
 TEST(OcelotWire, ReadsTheRequestForTheStatus) {
     // d9 ^ 01 ^ d1 = 09, d9 + 01 + d1 = ab (mod 256), 09 + ab = b4, 100 - b4 = 4c
-    const auto request = OcelotWire().ParseRequest(Hex("d9 01 d1 09 4c"));
+    const auto request = OcelotWire().ParseRequest(FromHex("d9 01 d1 09 4c"));
     ASSERT_TRUE(request);
     EXPECT_EQ(request->direction, Direction::Read);
     EXPECT_EQ(request->command, 0xD1);
 }
 
 TEST(OcelotWire, RefusesARequestWithAnyBitFlipped) {
-    const Bytes good = Hex("d0 01 b3 62 1a");
+    const Bytes good = FromHex("d0 01 b3 62 1a");
     for (std::size_t i = 0; i < good.size(); ++i)
         for (int bit = 0; bit < 8; ++bit) {
             Bytes bad = good;
             bad[i] = static_cast<std::uint8_t>(bad[i] ^ 1 << bit);
-            EXPECT_FALSE(OcelotWire().ParseRequest(bad)) << Dump(bad);
+            EXPECT_FALSE(OcelotWire().ParseRequest(bad)) << ToHex(bad);
         }
 }
 
 TEST(OcelotWire, RefusesAGoodFrameOfAnotherKindAsRequest) {
-    EXPECT_FALSE(OcelotWire().ParseRequest(Hex("d1 01 b3 63 18")));  // 63 + 85 (mod 256) + 18 = 100
-    EXPECT_FALSE(OcelotWire().ParseRequest(Hex("ff ff 00 02")));
+    EXPECT_FALSE(
+        OcelotWire().ParseRequest(FromHex("d1 01 b3 63 18")));  // 63 + 85 (mod 256) + 18 = 100
+    EXPECT_FALSE(OcelotWire().ParseRequest(FromHex("ff ff 00 02")));
     EXPECT_FALSE(OcelotWire().ParseRequest({}));
 }
 
 TEST(OcelotWire, BuildsTheThreeAnswers) {
     // d9 ^ 06 = df, df + df = 1be, 200 - 1be = 42; the others likewise
-    EXPECT_EQ(Dump(OcelotWire().BuildAnswer(Answer::Ack)), "d9 06 df 42");
-    EXPECT_EQ(Dump(OcelotWire().BuildAnswer(Answer::Nak)), "d9 15 cc 46");
-    EXPECT_EQ(Dump(OcelotWire().BuildAnswer(Answer::Busy)), "d9 0b d2 4a");
+    EXPECT_EQ(ToHex(OcelotWire().BuildAnswer(Answer::Ack)), "d9 06 df 42");
+    EXPECT_EQ(ToHex(OcelotWire().BuildAnswer(Answer::Nak)), "d9 15 cc 46");
+    EXPECT_EQ(ToHex(OcelotWire().BuildAnswer(Answer::Busy)), "d9 0b d2 4a");
 }
 
 TEST(OcelotWire, ReadsTheAnswersOfTheOtherEnd) {
-    EXPECT_EQ(OcelotWire().ParseAnswer(Hex("d9 06 df 42")), Answer::Ack);
-    EXPECT_EQ(OcelotWire().ParseAnswer(Hex("d9 15 cc 46")), Answer::Nak);
-    EXPECT_EQ(OcelotWire().ParseAnswer(Hex("d9 06 df 43")), std::nullopt);
-    EXPECT_EQ(OcelotWire().ParseAnswer(Hex("d9 0b d2 4a")), std::nullopt);
-    EXPECT_EQ(OcelotWire().ParseAnswer(Hex("06")), std::nullopt);
+    EXPECT_EQ(OcelotWire().ParseAnswer(FromHex("d9 06 df 42")), Answer::Ack);
+    EXPECT_EQ(OcelotWire().ParseAnswer(FromHex("d9 15 cc 46")), Answer::Nak);
+    EXPECT_EQ(OcelotWire().ParseAnswer(FromHex("d9 06 df 43")), std::nullopt);
+    EXPECT_EQ(OcelotWire().ParseAnswer(FromHex("d9 0b d2 4a")), std::nullopt);
+    EXPECT_EQ(OcelotWire().ParseAnswer(FromHex("06")), std::nullopt);
 }
 
 TEST(OcelotWire, BuildsAndReadsTheEndOfFileFrame) {
-    EXPECT_EQ(Dump(OcelotWire().BuildEof(0)), "ff ff 00 02");
-    EXPECT_TRUE(OcelotWire().ParseEof(Hex("ff ff 00 02"), 77));
-    EXPECT_FALSE(OcelotWire().ParseEof(Hex("ff ff 00 03"), 0));
-    EXPECT_FALSE(OcelotWire().ParseEof(Hex("ff fe 01 02"), 0));
-    EXPECT_FALSE(OcelotWire().ParseEof(Hex("ff ff 00"), 0));
+    EXPECT_EQ(ToHex(OcelotWire().BuildEof(0)), "ff ff 00 02");
+    EXPECT_TRUE(OcelotWire().ParseEof(FromHex("ff ff 00 02"), 77));
+    EXPECT_FALSE(OcelotWire().ParseEof(FromHex("ff ff 00 03"), 0));
+    EXPECT_FALSE(OcelotWire().ParseEof(FromHex("ff fe 01 02"), 0));
+    EXPECT_FALSE(OcelotWire().ParseEof(FromHex("ff ff 00"), 0));
 }
 
 TEST(OcelotWire, ReadsADataFrameOfTheAwaitedSizeOnly) {
-    const Bytes frame = Hex("02 00 01 03 fa");  // 02 ^ 01 = 03, 03 + 03 + fa = 100
-    EXPECT_EQ(OcelotWire().ParseData(frame, 3), Hex("02 00 01"));
+    const Bytes frame = FromHex("02 00 01 03 fa");  // 02 ^ 01 = 03, 03 + 03 + fa = 100
+    EXPECT_EQ(OcelotWire().ParseData(frame, 3), FromHex("02 00 01"));
     EXPECT_EQ(OcelotWire().ParseData(frame, 2), std::nullopt);
     EXPECT_EQ(OcelotWire().ParseData(frame, 4), std::nullopt);
-    EXPECT_EQ(OcelotWire().ParseData(Hex("02 00 01 03 fb"), 3), std::nullopt);
-    EXPECT_EQ(OcelotWire().ParseData(Hex("02 00 01 02 fb"), 3), std::nullopt);
+    EXPECT_EQ(OcelotWire().ParseData(FromHex("02 00 01 03 fb"), 3), std::nullopt);
+    EXPECT_EQ(OcelotWire().ParseData(FromHex("02 00 01 02 fb"), 3), std::nullopt);
 }
 
 TEST(OcelotWire, ClosesADataFrameWithXorAndNegatedSum) {
-    EXPECT_EQ(Dump(OcelotWire().BuildData(Hex("02 00 01"))), "02 00 01 03 fa");
+    EXPECT_EQ(ToHex(OcelotWire().BuildData(FromHex("02 00 01"))), "02 00 01 03 fa");
     EXPECT_EQ(OcelotWire().DataFrameSize(17), 19U);
 }
 
@@ -103,15 +104,15 @@ TEST(OcelotWire, NoRequestBeginsWithAGoodDataFrameOfFourBytes) {
                                     static_cast<std::uint8_t>(command)};
                 const Bytes frame = wire.BuildData(data);
                 ASSERT_TRUE(wire.ParseRequest(frame));
-                EXPECT_FALSE(wire.ParseData(View(frame).first(4), 2)) << Dump(frame);
-                EXPECT_FALSE(wire.ParseAnswer(View(frame).first(4))) << Dump(frame);
+                EXPECT_FALSE(wire.ParseData(View(frame).first(4), 2)) << ToHex(frame);
+                EXPECT_FALSE(wire.ParseAnswer(View(frame).first(4))) << ToHex(frame);
             }
 }
 
 // --- Margay --------------------------------------------------------------------------------------
 
 TEST(MargayWire, ReadsTheRequestForTheStatus) {
-    const auto request = MargayWire().ParseRequest(Hex("02 d1 32 44 03"));
+    const auto request = MargayWire().ParseRequest(FromHex("02 d1 32 44 03"));
     ASSERT_TRUE(request);
     EXPECT_EQ(request->direction, Direction::Either);
     EXPECT_EQ(request->networkId, std::nullopt);
@@ -119,33 +120,33 @@ TEST(MargayWire, ReadsTheRequestForTheStatus) {
 }
 
 TEST(MargayWire, RefusesARequestWithAnyBitFlipped) {
-    const Bytes good = Hex("02 d1 32 44 03");
+    const Bytes good = FromHex("02 d1 32 44 03");
     for (std::size_t i = 0; i < good.size(); ++i)
         for (int bit = 0; bit < 8; ++bit) {
             Bytes bad = good;
             bad[i] = static_cast<std::uint8_t>(bad[i] ^ 1 << bit);
-            EXPECT_FALSE(MargayWire().ParseRequest(bad)) << Dump(bad);
+            EXPECT_FALSE(MargayWire().ParseRequest(bad)) << ToHex(bad);
         }
 }
 
 TEST(MargayWire, AnswersWithASingleByte) {
-    EXPECT_EQ(Dump(MargayWire().BuildAnswer(Answer::Ack)), "06");
-    EXPECT_EQ(Dump(MargayWire().BuildAnswer(Answer::Nak)), "15");
-    EXPECT_EQ(Dump(MargayWire().BuildAnswer(Answer::Busy)), "1b");
-    EXPECT_EQ(MargayWire().ParseAnswer(Hex("06")), Answer::Ack);
-    EXPECT_EQ(MargayWire().ParseAnswer(Hex("15")), Answer::Nak);
-    EXPECT_EQ(MargayWire().ParseAnswer(Hex("1b")), std::nullopt);
-    EXPECT_EQ(MargayWire().ParseAnswer(Hex("06 06")), std::nullopt);
+    EXPECT_EQ(ToHex(MargayWire().BuildAnswer(Answer::Ack)), "06");
+    EXPECT_EQ(ToHex(MargayWire().BuildAnswer(Answer::Nak)), "15");
+    EXPECT_EQ(ToHex(MargayWire().BuildAnswer(Answer::Busy)), "1b");
+    EXPECT_EQ(MargayWire().ParseAnswer(FromHex("06")), Answer::Ack);
+    EXPECT_EQ(MargayWire().ParseAnswer(FromHex("15")), Answer::Nak);
+    EXPECT_EQ(MargayWire().ParseAnswer(FromHex("1b")), std::nullopt);
+    EXPECT_EQ(MargayWire().ParseAnswer(FromHex("06 06")), std::nullopt);
 }
 
 TEST(MargayWire, WritesDataInLettersWithANegatedSum) {
-    EXPECT_EQ(MargayWire().BuildData(Hex("01")), Ascii("019F\r"));
+    EXPECT_EQ(MargayWire().BuildData(FromHex("01")), Ascii("019F\r"));
     EXPECT_EQ(MargayWire().TotalOf(Ascii("019F\r")), 0x9F);
     EXPECT_EQ(MargayWire().DataFrameSize(17), 37U);
 }
 
 TEST(MargayWire, ReadsADataFrameOfTheAwaitedSizeOnly) {
-    EXPECT_EQ(MargayWire().ParseData(Ascii("019F\r"), 1), Hex("01"));
+    EXPECT_EQ(MargayWire().ParseData(Ascii("019F\r"), 1), FromHex("01"));
     EXPECT_EQ(MargayWire().ParseData(Ascii("019F\r"), 2), std::nullopt);
     EXPECT_EQ(MargayWire().ParseData(Ascii("019E\r"), 1), std::nullopt);
     EXPECT_EQ(MargayWire().ParseData(Ascii("019F\n"), 1), std::nullopt);
@@ -153,7 +154,7 @@ TEST(MargayWire, ReadsADataFrameOfTheAwaitedSizeOnly) {
 
 TEST(MargayWire, TakesSmallLettersForDataButNotForTheCheck) {
     // 'a' + 'b' = 61 + 62 = c3, 100 - c3 = 3d
-    EXPECT_EQ(MargayWire().ParseData(Ascii("ab3D\r"), 1), Hex("ab"));
+    EXPECT_EQ(MargayWire().ParseData(Ascii("ab3D\r"), 1), FromHex("ab"));
     EXPECT_EQ(MargayWire().ParseData(Ascii("ab3d\r"), 1), std::nullopt);
     EXPECT_EQ(MargayWire().ParseData(Ascii("019f\r"), 1), std::nullopt);
 }
