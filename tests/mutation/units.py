@@ -29,8 +29,10 @@ class Sources:
         self.tree = pathlib.Path(TREE.search(cache).group(1))
         self.of_object = {}
         for entry in json.loads((build / "compile_commands.json").read_text()):
-            source = pathlib.Path(entry["file"]).relative_to(self.tree)
-            self.of_object[OUTPUT.search(entry["command"]).group(1)] = str(source)
+            output = OUTPUT.search(entry["command"])
+            if output:  # else a precompiled header
+                source = pathlib.Path(entry["file"]).relative_to(self.tree)
+                self.of_object[output.group(1)] = str(source)
 
     def of(self, linked):
         """The sources of an object, or of a member of a library; none for what is not ours."""
