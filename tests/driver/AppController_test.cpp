@@ -10,6 +10,7 @@
 #include "Globals.h"
 #include "IniFile.h"
 #include "tests/support/Failure.h"
+#include "tests/support/InternalError.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestClock.h"
 
@@ -82,12 +83,6 @@ using AppController_ShowMessage = AppControllerTest;
 using AppController_DebugFrame = AppControllerTest;
 using AppController_SaveLog = AppControllerTest;
 using AppController_Folders = AppControllerTest;
-
-void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_TRUE(failure->Message.starts_with("Internal error (file: '")) << failure->Message;
-}
 
 }  // namespace
 

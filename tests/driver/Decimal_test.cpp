@@ -6,6 +6,7 @@
 
 #include "Globals.h"
 #include "tests/support/Failure.h"
+#include "tests/support/InternalError.h"
 
 namespace {
 
@@ -36,12 +37,6 @@ std::string Packed(const Decimal& d, unsigned short byteCount) {
 
 std::string Rounded(const std::string& text, unsigned short places, int type) {
     return Held(Round(Decimal(text), places, type));
-}
-
-void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_TRUE(failure->Message.starts_with("Internal error (file: '")) << failure->Message;
 }
 
 }  // namespace

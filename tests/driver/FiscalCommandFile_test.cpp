@@ -7,6 +7,7 @@
 #include "Globals.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/Failure.h"
+#include "tests/support/InternalError.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -29,12 +30,6 @@ class FiscalCommandFile_Read : public testing::Test {
 
     const TempDir folder;
 };
-
-void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_TRUE(failure->Message.starts_with("Internal error (file: '")) << failure->Message;
-}
 
 }  // namespace
 

@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <memory>
 #include <new>
 
 #include "tests/support/Descriptors.h"
 #include "tests/support/Failure.h"
+#include "tests/support/InternalError.h"
 #include "tests/support/ScarceMemory.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestClock.h"
@@ -48,12 +48,6 @@ using LogFile_Close = LogFileTest;
 using LogFile_Fragment = LogFileTest;
 using LogFile_AddMessage = LogFileTest;
 using LogFile_AddFile = LogFileTest;
-
-void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_TRUE(failure->Message.starts_with("Internal error (file: '")) << failure->Message;
-}
 
 }  // namespace
 

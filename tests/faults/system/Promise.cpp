@@ -58,6 +58,13 @@ HealthySale RunHealthy(Till& till, emulator::WireFamily family) {
     return run;
 }
 
+HealthySales::HealthySales(const std::string& commands) {
+    for (const emulator::WireFamily family : bothFamilies) {
+        Till till(family, commands);
+        sales_[static_cast<std::size_t>(family)] = RunHealthy(till, family);
+    }
+}
+
 std::optional<std::string> BrokenPromise(const TillRun& told, const Device& device,
                                          std::size_t journalBefore, const FaultyPort& port,
                                          const Actions& expected, Allowance allowance) {

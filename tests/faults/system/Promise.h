@@ -22,6 +22,20 @@ struct HealthySale {
 /// Throws std::runtime_error when that run is not perfect.
 HealthySale RunHealthy(Till& till, emulator::WireFamily family);
 
+/// The healthy runs of the same commands in both families of frames.
+class HealthySales {
+  public:
+    explicit HealthySales(const std::string& commands);
+    const HealthySale& Of(emulator::WireFamily family) const {
+        return sales_[static_cast<std::size_t>(family)];
+    }
+
+  private:
+    HealthySale sales_[2];
+};
+inline constexpr emulator::WireFamily bothFamilies[] = {emulator::WireFamily::Ocelot,
+                                                        emulator::WireFamily::Margay};
+
 /// How strictly a run is judged where the system below fails.
 struct Allowance {
     bool resultFileMayLack = false;  // it may be absent or empty, never wrong

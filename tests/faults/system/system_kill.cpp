@@ -131,21 +131,15 @@ void AddCalls(std::vector<Case>& cases, WireFamily family) {
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
     std::vector<Case> cases;
-    HealthySale healthy[2];
-    for (WireFamily family : {WireFamily::Ocelot, WireFamily::Margay}) {
-        Till till(family);
-        HealthySale& run = healthy[static_cast<std::size_t>(family)];
-        run = RunHealthy(till, family);
-        AddBytes(cases, family, run);
-    }
+    const HealthySales healthy(Till::shortSale);
+    for (WireFamily family : bothFamilies) AddBytes(cases, family, healthy.Of(family));
     AddCalls(cases, WireFamily::Ocelot);
     const std::size_t all = cases.size();
     KeepSome(cases, options.runs != 0 ? options.runs : (options.full ? 0 : sampleSize),
              options.seed);
-    const Tally tally =
-        RunInLanes(cases.size(), lanes, options.full ? 3000 : 150, [&](std::size_t i) {
-            return RunCase(cases[i], healthy[static_cast<std::size_t>(cases[i].family)].actions);
-        });
+    const Tally tally = RunInLanes(
+        cases.size(), lanes, options.full ? 3000 : 150,
+        [&](std::size_t i) { return RunCase(cases[i], healthy.Of(cases[i].family).actions); });
     return Report("system_kill, seed " + std::to_string(options.seed) + ", of " +
                       std::to_string(all) + " points, the runs after the killed ones",
                   tally);

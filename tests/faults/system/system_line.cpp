@@ -103,21 +103,17 @@ int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
     std::mt19937_64 random(options.seed);
     std::vector<Case> cases;
-    HealthySale healthy[2];
-    for (WireFamily family : {WireFamily::Ocelot, WireFamily::Margay}) {
-        Till till(family, saleCommands);
-        HealthySale& run = healthy[static_cast<std::size_t>(family)];
-        run = RunHealthy(till, family);
-        AddCases(cases, family, Direction::ToRegister, run.fromDriver, random);
-        AddCases(cases, family, Direction::ToDriver, run.fromRegister, random);
+    const HealthySales healthy(saleCommands);
+    for (WireFamily family : bothFamilies) {
+        AddCases(cases, family, Direction::ToRegister, healthy.Of(family).fromDriver, random);
+        AddCases(cases, family, Direction::ToDriver, healthy.Of(family).fromRegister, random);
     }
     const std::size_t all = cases.size();
     KeepSome(cases, options.runs != 0 ? options.runs : (options.full ? 0 : sampleSize),
              options.seed);
-    const Tally tally =
-        RunInLanes(cases.size(), lanes, options.full ? 3000 : 150, [&](std::size_t i) {
-            return RunCase(cases[i], healthy[static_cast<std::size_t>(cases[i].family)].actions);
-        });
+    const Tally tally = RunInLanes(
+        cases.size(), lanes, options.full ? 3000 : 150,
+        [&](std::size_t i) { return RunCase(cases[i], healthy.Of(cases[i].family).actions); });
     return Report("system_line, seed " + std::to_string(options.seed) + ", of " +
                       std::to_string(all) + " faults",
                   tally);
