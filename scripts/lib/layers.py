@@ -6,6 +6,8 @@
 
 Ends with 0 when nothing was found, 1 with findings, 2 when the table itself is wrong.
 
+It reads includes only: a function of a higher layer that is declared by hand is left to the eye.
+
 Beside the layers it looks at how an include is written and whether it is needed: a quoted include
 is the path from src/ or from the root of the tree; a header of the standard library that a file
 includes is used there, and what a header uses of it the header includes itself.
@@ -21,6 +23,7 @@ import sys
 TREE = pathlib.Path(__file__).resolve().parents[2]
 SOURCES = (".cpp", ".h")
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
+ANY_INCLUDE = re.compile(r"^\s*#\s*include\b")
 
 
 class TableError(Exception):
@@ -100,16 +103,30 @@ STANDARD = {
                  r"includes|merge|swap_ranges|contains|starts_with)\b",
     "array": r"std::(array|to_array)\b",
     "atomic": r"std::atomic",
+    "cctype": r"\b(std::)?(is(alnum|alpha|digit|xdigit|space|upper|lower|punct|print|graph|cntrl|blank)|"
+              r"toupper|tolower)\b",
+    "cerrno": r"\berrno\b|\bE(ACCES|AGAIN|BADF|BUSY|CHILD|EXIST|FBIG|INTR|INVAL|IO|NODEV|NOENT|NOSPC|"
+              r"NOTDIR|NXIO|PERM|PIPE|ROFS|TIMEDOUT|WOULDBLOCK)\b",
     "chrono": r"std::chrono\b|std::literals|chrono_literals",
+    "climits": r"\b(U?(CHAR|SHRT|INT|LONG|LLONG)_(MAX|MIN)|CHAR_BIT|PATH_MAX)\b",
+    "cmath": r"\b(std::)?(abs|fabs|floor|ceil|l?l?round|sqrt|pow|log(2|10)?|exp|trunc|fmod|isnan)\(",
     "condition_variable": r"std::condition_variable",
+    "cstring": r"\b(std::)?(mem(cpy|move|set|cmp|chr)|str(len|n?cmp|n?cpy|n?cat|r?chr|str|error|dup|"
+               r"signal|tok|spn|cspn))\b",
+    "ctime": r"\b(std::)?(time|localtime(_r)?|gmtime(_r)?|mktime|strftime|nanosleep|clock_gettime|tm|"
+             r"timespec)\b",
     "deque": r"std::deque\b",
     "filesystem": r"std::filesystem\b",
     "fstream": r"std::(basic_)?[io]?fstream\b",
     "functional": r"std::(function|hash|less|greater|equal_to|ref|cref|bind|invoke|plus|minus|"
                   r"multiplies|mem_fn)\b",
     "future": r"std::(future|async|promise|launch|packaged_task)\b",
+    "iomanip": r"std::(setw|setfill|setprecision|put_time|get_time|quoted)\b",
     "iostream": r"std::(cout|cerr|cin|clog)\b",
+    "iterator": r"std::(size|ssize|begin|end|back_inserter|inserter|distance|next|prev|advance|"
+                r"istreambuf_iterator|istream_iterator|make_move_iterator)\b",
     "limits": r"std::numeric_limits\b",
+    "list": r"std::list\b",
     "map": r"std::(multi)?map\b",
     "memory": r"std::(unique_ptr|shared_ptr|weak_ptr|make_unique|make_shared|allocator|addressof|"
               r"enable_shared_from_this|default_delete)\b",
@@ -147,7 +164,12 @@ OFFERED_BY = {
                 "functional"},
     "system_error": {"filesystem"},
     "string": {"sstream", "fstream", "filesystem", "regex", "stdexcept"},
-    "iterator": {"vector", "string"},
+    "iterator": {"array", "deque", "filesystem", "map", "set", "span", "string", "string_view",
+                 "vector"},
+    "cmath": {"cstdlib"},
+    "ctime": {"chrono", "time.h", "sys/time.h"},
+    "cerrno": {"errno.h", "system_error"},
+    "climits": {"limits.h"},
 }
 COMMENT = re.compile(r"//.*?$|/\*.*?\*/", re.MULTILINE | re.DOTALL)
 
@@ -176,10 +198,14 @@ def check_file(path, text, files, layers):
     for number, line in enumerate(text.splitlines(), 1):
         match = INCLUDE.match(line)
         if not match:
+            if ANY_INCLUDE.match(line):
+                yield number, "an include that names no file"
             continue
         quoted, name = match.group(1) == '"', match.group(2)
         target = resolve(name, files)
-        if not quoted:
+        if "." in name.split("/") or ".." in name.split("/"):
+            yield number, f"{name} leads through . or .."
+        elif not quoted:
             standard.setdefault(name, number)
             if target:
                 yield number, f"<{name}> is a file of the tree; it is included in quotes"

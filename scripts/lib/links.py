@@ -4,7 +4,8 @@
     links.py [--root DIR]     prints a line per finding: FILE:LINE: what is wrong
 
 Looked at are links and pictures to files of the tree, anchors of headings (as code hosts make them),
-and paths in code spans that begin with a folder of the tree. Links to other hosts are not followed.
+and paths in code: what begins with a folder of the tree, and in code spans also what ends like one of
+its files. Links to other hosts are not followed.
 """
 
 import argparse
@@ -17,12 +18,14 @@ LINK = re.compile(r"!?\[(?:[^\[\]]|\[[^\]]*\]\([^)]*\))*\]\(([^()\s]+)(?:\s+\"[^
 INNER = re.compile(r"!\[[^\]]*\]\(([^()\s]+)\)")
 SPAN = re.compile(r"(?<!`)`([^`]+)`(?!`)")
 HEADING = re.compile(r"^#{1,6}\s+(.*?)\s*#*$")
+REFERENCE = re.compile(r"^\s*\[[^\]]+\]:\s")
+SOURCE_ENDING = re.compile(r"\.(cpp|h|py|sh|md|cmake|svg)$")
 FENCE = re.compile(r"^\s*(```|~~~)")
 ABSOLUTE = re.compile(r"^[a-z][a-z0-9+.-]*:")
 
 
-def prose_of(text):
-    """The lines of a page outside its code blocks, with their numbers."""
+def lines_of(text):
+    """The lines of a page with their numbers, and whether each is part of a code block."""
     fenced, blank = False, True
     for number, line in enumerate(text.splitlines(), 1):
         if FENCE.match(line):
@@ -30,8 +33,7 @@ def prose_of(text):
             continue
         indented = blank and line.startswith("    ")  # a code block, unless it goes on a paragraph
         blank = not line.strip() or indented
-        if not fenced and not indented:
-            yield number, line
+        yield number, line, fenced or indented
 
 
 def anchor_of(heading, taken):
@@ -45,7 +47,7 @@ def anchor_of(heading, taken):
 
 def anchors_of(path):
     taken = {}
-    lines = [line for _, line in prose_of(path.read_text())]
+    lines = [line for _, line, code in lines_of(path.read_text()) if not code]
     return {anchor_of(match.group(1), taken) for match in map(HEADING.match, lines) if match}
 
 
@@ -64,33 +66,42 @@ def check_link(target, page, root):
     return None
 
 
-def check_span(span, root):
-    """What is wrong with a path in a code span, None when nothing is or it is no path of the tree."""
-    path = span.split()[0]
+def check_word(word, root, in_block):
+    """What is wrong with a word of code, None when nothing is or it is no path of the tree."""
+    path = word.strip("\"',;:()")
     folder = path.partition("/")[0]
-    if "/" not in path or folder in ("", "build") or not (root / folder).is_dir():
+    if "/" not in path or folder in ("", "build", ".", "..", "~"):
         return None
-    if any(mark in path for mark in "<>*?{}$|") or "NAME" in path:
-        return None  # stands for many
-    # A unit may be named without its ending.
-    known = (root / path).exists() or any(root.glob(path.rstrip("/") + ".*"))
-    return None if known else f"`{span}`: no such file"
+    if not (root / folder).is_dir() and (in_block or not SOURCE_ENDING.search(path)):
+        return None
+    if any(mark in path for mark in "<>*?{}$|=@") or "NAME" in path or ABSOLUTE.match(path):
+        return None  # means many, or none of the tree
+    # A unit may be named without its ending, a place in a file with its line, and a file that is made.
+    path = re.sub(r":\d+$", "", path)
+    made = root / ".gitignore"
+    known = (root / path).exists() or any(root.glob(path.rstrip("/") + ".*")) or \
+        (made.exists() and f"/{path}" in made.read_text().splitlines())
+    return None if known else f"`{path}`: no such file"
+
+
+def check_prose(line, page, root):
+    code_free = SPAN.sub("", line)
+    targets = [match.group(1) for pattern in (LINK, INNER) for match in pattern.finditer(line)]
+    for target in dict.fromkeys(targets):
+        yield check_link(target, page, root)
+    if "](" in LINK.sub("", INNER.sub("", code_free)) or REFERENCE.match(line):
+        yield "a link that cannot be read"
+    for match in SPAN.finditer(line):
+        for word in match.group(1).split():
+            yield check_word(word, root, in_block=False)
 
 
 def check_page(page, root):
-    for number, line in prose_of(page.read_text()):
-        code_free = SPAN.sub("", line)
-        targets = [match.group(1) for pattern in (LINK, INNER) for match in pattern.finditer(line)]
-        for target in dict.fromkeys(targets):
-            finding = check_link(target, page, root)
-            if finding:
-                yield number, finding
-        if "](" in LINK.sub("", INNER.sub("", code_free)):
-            yield number, "a link that cannot be read"
-        for match in SPAN.finditer(line):
-            finding = check_span(match.group(1), root) if match.group(1).strip() else None
-            if finding:
-                yield number, finding
+    for number, line, code in lines_of(page.read_text()):
+        found = (check_word(word, root, in_block=True) for word in line.split()) if code else \
+            check_prose(line, page, root)
+        for finding in filter(None, found):
+            yield number, finding
 
 
 def check_tree(root):

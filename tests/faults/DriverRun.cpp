@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "FiscalCommandProcessor.h"
 #include "Globals.h"

@@ -74,6 +74,15 @@ class LayersCheck(unittest.TestCase):
         self.write("src/Lower.cpp", "#include <Low.h>\n")
         self.finds("src/Lower.cpp:1: <Low.h> is a file of the tree; it is included in quotes")
 
+    def test_an_include_by_a_roundabout_path_is_found(self):
+        self.write("src/Low.cpp", '#include <../src/High.h>\n#include "../src/High.h"\n')
+        self.finds("src/Low.cpp:1: ../src/High.h leads through . or ..",
+                   "src/Low.cpp:2: ../src/High.h leads through . or ..")
+
+    def test_an_include_of_a_macro_is_found(self):
+        self.write("src/Low.cpp", '#define OTHER "High.h"\n#include OTHER\n')
+        self.finds("src/Low.cpp:2: an include that names no file")
+
     def test_an_unused_standard_header_is_found(self):
         self.write("src/Lower.cpp", "#include <memory>\n// std::unique_ptr\nint number;\n")
         self.finds("src/Lower.cpp:1: <memory> is included and not used")

@@ -57,8 +57,18 @@ class LinksCheck(unittest.TestCase):
     def test_a_path_that_stands_for_many_is_no_finding(self):
         self.page_finds("`docs/*.txt`, `docs/NAME.log`, `build/x/y`, `/etc/x`, `docs/other`\n")
 
-    def test_code_blocks_are_not_read(self):
-        self.page_finds("```\n[a](gone.md)\n```\n\n    [b](gone.md)\n")
+    def test_every_word_of_a_code_span_is_looked_at(self):
+        self.page_finds("`show docs/gone.txt`\n", "1: `docs/gone.txt`: no such file")
+
+    def test_a_source_file_in_a_folder_that_is_not_there_is_found(self):
+        self.page_finds("`gone/Unit.cpp`\n", "1: `gone/Unit.cpp`: no such file")
+
+    def test_a_link_by_reference_is_found(self):
+        self.page_finds("[a][b]\n\n[b]: gone.md\n", "3: a link that cannot be read")
+
+    def test_of_code_blocks_only_paths_of_the_tree_are_looked_at(self):
+        self.page_finds("```\n[a](gone.md) gone/Unit.cpp\nshow docs/gone.txt\n```\n\n    docs/lost\n",
+                        "3: `docs/gone.txt`: no such file", "6: `docs/lost`: no such file")
 
 
 if __name__ == "__main__":
