@@ -11,7 +11,7 @@ using emulator::WireFamily;
 
 /// A register in fiscal mode that has acted on the first command of an earlier run, whose
 /// end-of-file frame never came: the line broke just then.
-emulator::Register& RegisterAfterABreak(std::uint8_t firstCommand, const emulator::Bytes& payload) {
+emulator::Register& RegisterAfterABreak(std::uint8_t firstCommand, emulator::Bytes payload) {
     TheLine() = std::make_unique<FaultyLine>(WireFamily::Ocelot,
                                              DefaultRegister(WireFamily::Ocelot), FaultPlan());
     emulator::Register& device = TheLine()->Device();
