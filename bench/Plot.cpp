@@ -192,7 +192,7 @@ void DrawAxes(Svg& svg, const Axes& axes, const std::string& title, double yStep
               "middle");
 }
 
-/// Its name stands behind its last point.
+/// Its name is to the right of its last point.
 void DrawCurve(Svg& svg, const Axes& axes, const Curve& curve, const std::string& dashes = "none") {
     for (std::size_t i = 0; i < curve.points.size(); ++i) {
         const double x = axes.X(curve.points[i].x);

@@ -28,7 +28,7 @@ using CommandLine = std::vector<std::string>;
 /// anything but exit code 0 throws std::runtime_error.
 std::vector<Series> RunInTurn(int rounds, const std::vector<CommandLine>& commands);
 
-/// Runs a command to its end and returns what it printed. Throws like RunInTurn.
+/// Runs a command until it ends and returns what it printed. Throws like RunInTurn.
 std::string OutputOf(const CommandLine& command);
 
 /// Runs a command with this program's own input and output and returns its exit code, 128 + n when

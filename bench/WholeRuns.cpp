@@ -13,7 +13,7 @@ namespace {
 using emulator::WireFamily;
 
 constexpr int receiptCommands = 200;
-constexpr int plainStatusReads = 3;  // at connecting, behind the last command, at the end
+constexpr int plainStatusReads = 3;  // at connecting, after the last command, at the end
 
 std::string NameOf(WireFamily family) {
     return family == WireFamily::Margay ? "Margay" : "Ocelot";

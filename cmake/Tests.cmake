@@ -42,7 +42,7 @@ function(voltis_add_test name)
         PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
 endfunction()
 
-# The linker leads calls of these functions to the program's own __wrap_ functions.
+# The linker redirects calls of these functions to the program's own __wrap_ functions.
 function(voltis_wrap name)
     foreach(call ${ARGN})
         target_link_options(${name} PRIVATE -Wl,--wrap=${call})

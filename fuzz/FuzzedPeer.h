@@ -1,5 +1,5 @@
 // The register's end of the line, played by the input: every read of the driver takes the next
-// byte, which says what comes. Behind the last byte everything is well.
+// byte, which says what comes. After the last byte everything is well.
 #pragma once
 
 #include <memory>
@@ -25,7 +25,7 @@ class FuzzedPeer {
     int FiscalEofs() const { return fiscalEofs; }
     /// A good frame has carried a status with a byte above 99h where packed BCD belongs.
     bool SentUnreadableStatus() const { return sentUnreadableStatus; }
-    /// Everything written, frame behind frame.
+    /// Everything written, frame after frame.
     const std::vector<BYTE>& Wire() const { return wire; }
 
   private:

@@ -42,7 +42,7 @@ inline void ResetGlobals() {
     exitServerMode = false;
 }
 
-/// A fault of the command file's content, as every layer tells it.
+/// A fault of the command file's content, as every layer reports it.
 inline void RequireCommandFault(const DriverException& failure, Where at = Here()) {
     Require(failure.ErrorCode == CRC_RECIEPT_PAPER_END_ERROR, "a fault of the content is code 1",
             at);
@@ -52,10 +52,10 @@ inline void RequireCommandFault(const DriverException& failure, Where at = Here(
 /// "Internal error" and the place.
 inline void RequireInternalError(const DriverException* failure, Where at = Here()) {
     Require(failure != nullptr && failure->ErrorCode == CRC_OTHER_ERROR, "an internal error", at);
-    Require(failure->Message.starts_with("Internal error (file: '"), "tells its place", at);
+    Require(failure->Message.starts_with("Internal error (file: '"), "names its place", at);
 }
 
-/// Prints "<target>: <n> inputs in <s> s, <m> <what>" when the process ends, and behind it the
+/// Prints "<target>: <n> inputs in <s> s, <m> <what>" when the process ends, followed by the
 /// largest number noted, if any.
 class Tally {
   public:

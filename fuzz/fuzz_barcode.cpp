@@ -1,6 +1,6 @@
-// Barcodes: any data under any type gives a refusal or two lines of the printer's width with the
-// data in them. The library is not instrumented, so its allocations stand beside pages that nobody
-// may touch. An input is the type, a line feed and the data.
+// Barcodes: any data under any type is refused or becomes two lines of the printer's width with the
+// data in them. The library is not instrumented, so its allocations lie beside pages that may not
+// be touched. An input is the type, a line feed and the data.
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-// The syntax of one command: any text gives either the command that its tokens say, or the one
+// The syntax of one command: any text becomes either the command that its tokens say, or the one
 // fault that is found first.
 
 #include <map>
@@ -16,7 +16,7 @@ Tally tally("fuzz_command", "of them commands");
 constexpr char blanks[] = " \t\r\n";
 constexpr char openQuote[] = "Terminating quote is missing";
 
-/// What a text should give: a fault, or a command.
+/// What a text should become: a fault, or a command.
 struct Reading {
     std::string fault;
     std::string command;
@@ -58,7 +58,7 @@ Tokens TokensOf(const std::string& text) {
     }
 }
 
-/// Hands out the tokens; what is taken behind the last one is empty, or the open quote's fault.
+/// Hands out the tokens; what is taken after the last one is empty, or the open quote's fault.
 class Reader {
   public:
     explicit Reader(Tokens given) : tokens(std::move(given)) {}
@@ -109,7 +109,7 @@ Reading Read(const std::string& text) {
     return reading;
 }
 
-/// As a token that gives this text again. Only a bare token can end in a backslash.
+/// As a token that is read as this text again. Only a bare token can end in a backslash.
 std::string Written(const std::string& text) {
     if (text.ends_with('\\')) return text;
     std::string quoted = "\"";
@@ -159,7 +159,7 @@ void RequireSameTokens(const std::string& text, FiscalCommand anyCommand) {
         Require(rest.size() < before, "a token takes something off");
     }
     const auto failure = FailureOf(
-        [&] { Require(anyCommand.GetToken(rest).empty(), "behind the last token is nothing"); });
+        [&] { Require(anyCommand.GetToken(rest).empty(), "after the last token is nothing"); });
     Require((failure != nullptr) == tokens.endsInOpenQuote, "an open quote is a fault");
 }
 

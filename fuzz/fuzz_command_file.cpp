@@ -1,4 +1,4 @@
-// Reading a command file: any bytes give either all commands of its lines, or the fault of the
+// Reading a command file: any bytes become either all commands of its lines, or the fault of the
 // first line that has one, with its number.
 
 #include <vector>

@@ -59,15 +59,15 @@ void RequireTextStandsForNumber(const Decimal& d) {
     if (places > 0) digits.erase(point, 1);
     Require(digits[0] == '-' || isdigit(digits[0]), "a text begins with a sign or a digit");
     const Decimal parsed(text);
-    Require(Compare(parsed, d) == 0, "parsing the text gives the number again");
+    Require(Compare(parsed, d) == 0, "the text is parsed to the number again");
     Decimal reduced = d;
     reduced.MakeConsistent();
-    RequireSame(parsed, reduced, "and gives it reduced");
+    RequireSame(parsed, reduced, "and reduced");
 }
 
 // ---- Places and rounding -----------------------------------------------------------------------
 
-/// The digits of |d| in front of the point and behind it.
+/// The digits of |d| before the point and after it.
 std::string Digits(const Decimal& d) {
     std::string text = Text(d);
     text.erase(std::remove_if(text.begin(), text.end(), [](char c) { return !isdigit(c); }),
@@ -75,7 +75,7 @@ std::string Digits(const Decimal& d) {
     return text;
 }
 
-/// Cutting the text cuts the number; the text has a digit in front of the point, at least.
+/// Cutting the text cuts the number; the text has at least one digit before the point.
 Decimal Cut(const Decimal& d, unsigned int places) {
     const std::string digits = Digits(d);
     const std::string kept = digits.substr(0, digits.size() - (d.GetDecCount() - places));
@@ -180,7 +180,7 @@ void RequirePacked(const Decimal& d, unsigned short byteCount) {
     RequireEqual(got, digits, "packed digits");
     if (negative) return;
     const Decimal unpacked = BCD2Dec(packed, 0, byteCount, false);
-    Require(Mantissa(unpacked) == std::stoll(digits), "unpacking gives the digits again");
+    Require(Mantissa(unpacked) == std::stoll(digits), "unpacking returns the digits");
     BUF withSign;
     withSign.AddBYTE(0x10, 1);
     withSign.AddBUF(packed);
@@ -218,7 +218,7 @@ void RequireNumber(const Decimal& d, std::uint8_t choice) {
     for (unsigned short byteCount = 1; byteCount <= 8; ++byteCount) RequirePacked(d, byteCount);
 }
 
-/// Bytes that stand in no number become some that do, so that most inputs hold two numbers.
+/// Bytes that no number contains become some that one can, so that most inputs hold two numbers.
 std::string InAlphabet(std::string text) {
     static const std::string alphabet = "0123456789.- ";
     for (char& c : text) {

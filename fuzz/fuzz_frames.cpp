@@ -127,7 +127,7 @@ void RequireRoundTrip(IProtocolFormatter& formatter, const Bytes& payload, std::
             "the size of a data frame");
     BUF data;
     Require(formatter.ParseDataFrame(frame, data) == ACK, "an own data frame is good");
-    Require(FromBuf(data) == payload, "an own data frame gives its data");
+    Require(FromBuf(data) == payload, "an own data frame is parsed to its data");
     if (change != 0) RequireChangesNoticed(formatter, FromBuf(frame), uncheckedEnd, change);
 }
 

@@ -1,5 +1,5 @@
-// The configuration file: whatever it holds, each lookup gives what a plain reading of the whole
-// file gives, or the default; and never a failure.
+// The configuration file: whatever it holds, each lookup returns what a plain reading of the whole
+// file finds, or the default; and never a failure.
 
 #include <cctype>
 #include <limits>

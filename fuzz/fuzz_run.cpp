@@ -1,6 +1,6 @@
 // A whole run of a command file against a peer that answers as the input says. The run ends, after
 // no more frames than the numbers of retries allow; its exit code and its result agree with each
-// other and with what was written; and the same input gives the same run again.
+// other and with what was written; and the same input leads to the same run.
 //
 // An input is: family, file and whether there are retries; flags of the healthy status; its
 // protocol code; the peer's script.
@@ -58,7 +58,7 @@ constexpr int MostFrames(int retries, int sends) {
     const int command = attempts * (request + 1 + statusRead);
     // Looking for the register does without retries of the request.
     const int connecting = statusRead - retries + statusRead;
-    // Before the first command, before a report, behind the last, after a failure, for the result.
+    // Before the first command, before a report, after the last, after a failure, for the result.
     const int statusReads = sends + 4;
     const int modeChanges = 3;  // in, out, and out again when that failed
     return connecting + statusReads * statusRead + (sends + modeChanges) * command;
@@ -194,6 +194,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             "a run ends within its bound");
     tally.Largest(ThePeer()->FramesWritten(), "frames in a run");
     RequirePromise(outcome, sends);
-    Require(Run(folder, data, size) == outcome, "the same input gives the same run");
+    Require(Run(folder, data, size) == outcome, "the same input leads to the same run");
     return 0;
 }

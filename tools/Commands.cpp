@@ -36,7 +36,7 @@ int Report(const std::exception& failure) {
 int RunVoltisctl(int argc, char** argv) {
     CLI::App app("The companion of the fiscal printer driver: an emulated register on the desk.",
                  "voltisctl");
-    app.require_subcommand(0, 1);  // none is told below, after a word that is no sub-command
+    app.require_subcommand(0, 1);  // none: reported below, after an unknown word
     Action chosen;
     for (const SubCommand& row : subCommands) {
         CLI::App* command = app.add_subcommand(row.name, row.summary);

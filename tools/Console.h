@@ -5,7 +5,7 @@
 
 #include "emulator/Register.h"
 
-/// Does what the line asks for and tells how it went, in one or more lines without a final line
-/// feed. Blanks around the line and between its words do not matter; an empty line gives an empty
-/// answer.
+/// Does what the line asks for and returns what happened, in one or more lines without a final line
+/// feed. Blanks around the line and between its words do not matter; the answer to an empty line is
+/// empty.
 std::string Obey(emulator::Register& device, const std::string& line);

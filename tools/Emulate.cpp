@@ -81,7 +81,7 @@ int Emulate(const EmulateOptions& options) {
     Keyboard keyboard(device);
     device.Paper().OnLine([&](const std::string& text) {
         Say(text);
-        if (!std::cout) server.Stop();  // nobody reads the tape any more
+        if (!std::cout) server.Stop();  // the tape has no reader any more
     });
     device.Paper().OnSlip([&](const emulator::Slip& slip) {
         if (pictures) pictures->Add(slip);

@@ -5,5 +5,5 @@
 #include <functional>
 
 /// Adds the options to the sub-command. The action prints the path of the pseudo terminal and then
-/// the tape, obeys the lines that are typed, and ends with 0 at SIGINT or SIGTERM.
+/// the tape, carries out the lines that are typed, and ends with 0 at SIGINT or SIGTERM.
 std::function<int()> BindEmulate(CLI::App& command);

@@ -1,4 +1,4 @@
-// SIGINT and SIGTERM as something to wait for, so that what was set up is taken down.
+// SIGINT and SIGTERM as something to wait for, so that what was set up is removed first.
 #pragma once
 
 /// While it lives, the two signals and SIGPIPE no longer end the process.

@@ -57,7 +57,7 @@ struct ExitMeaning {
 constexpr ExitMeaning exitMeanings[] = {
     {0, "everything was executed"},
     {1, "a mistake in the command file, nothing was sent"},
-    {2, "failed while connecting or executing"},
+    {2, "wrong arguments or settings, no connection, or register not ready: nothing was printed"},
     {101, "failed after a command had gone to the register"},
     {exitTimeout, "took too long and was ended"},
 };
@@ -78,7 +78,7 @@ void WaitForNews(const runner::SandboxedRun& run, const Interrupts& interrupts) 
     poll(news, std::size(news), pollStepMs);
 }
 
-// Waits for the end of the run, and brings it about when it takes too long or at an interrupt.
+// Waits for the end of the run, and kills it when it takes too long or at an interrupt.
 Outcome Await(runner::SandboxedRun& run, Interrupts& interrupts, double timeoutSeconds) {
     const auto start = Clock::now();
     const std::chrono::duration<double> allowed(timeoutSeconds);

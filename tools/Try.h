@@ -5,6 +5,6 @@
 #include <functional>
 
 /// Adds the options to the sub-command. The action runs the driver on each file, prints what came
-/// of it, and answers the exit code of the last run that failed, 0 when none did; 124 for a run
+/// of it, and returns the exit code of the last run that failed, 0 when none did; 124 for a run
 /// that took too long, 128 + n after an interrupt by signal n.
 std::function<int()> BindTry(CLI::App& command);

@@ -21,7 +21,7 @@ class SandboxError : public std::runtime_error {
 /// What the program sees of the machine beside its private paths.
 enum class Root {
     System,   ///< Programs and libraries, read-only. Nothing of the machine can be changed.
-    Machine,  ///< Everything as it is, but /etc holds only what a program needs to start, /dev only
+    Machine,  ///< Everything as it is, but /etc has only what a program needs to start, /dev only
               ///< the standard devices and /var/log only the driver's folder.
 };
 
@@ -112,7 +112,7 @@ class SandboxedRun {
     int waitStatus_ = 0;
 };
 
-/// Runs the command to its end, with the streams apart.
+/// Runs the command until it ends, with the streams apart.
 ProgramResult RunSandboxed(const SandboxPlan& plan, const CommandLine& command);
 
 }  // namespace runner

@@ -1,4 +1,4 @@
-// The register and the configuration that a run has unless told otherwise.
+// The register and the configuration that a run has by default.
 #pragma once
 
 #include <string_view>

@@ -26,11 +26,11 @@ class WorkFolder {
     /// A file beside both folders.
     std::string Beside(const std::string& name) const { return folder_.File(name); }
 
-    /// Puts a copy of the command file in place and answers its name in Files(). The driver takes a
+    /// Puts a copy of the command file in place and returns its name in Files(). The driver takes a
     /// backslash for a slash, so the copy's name has an underscore instead.
     std::string Take(const std::string& commandFile);
 
-    /// Writes the configuration, takes the Result() of an earlier run away, and answers a plan with
+    /// Writes the configuration, removes the Result() of an earlier run, and returns a plan with
     /// this configuration, these logs and that device.
     runner::SandboxPlan Prepare(const std::string& device);
 

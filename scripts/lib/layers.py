@@ -157,7 +157,7 @@ STANDARD = {
     "vector": r"std::vector\b",
 }
 STANDARD = {name: re.compile(pattern) for name, pattern in STANDARD.items()}
-# What a header may rely on another one for, because the standard says so or nobody minds.
+# What a header may rely on another one for, because the standard says so or it is harmless.
 OFFERED_BY = {
     "string_view": {"string"},
     "utility": {"map", "tuple", "optional", "variant", "memory", "vector", "string", "algorithm",

@@ -75,7 +75,7 @@ def check_word(word, root, in_block):
     if not (root / folder).is_dir() and (in_block or not SOURCE_ENDING.search(path)):
         return None
     if any(mark in path for mark in "<>*?{}$|=@") or "NAME" in path or ABSOLUTE.match(path):
-        return None  # means many, or none of the tree
+        return None  # a pattern, or no path of the tree
     # A unit may be named without its ending, a place in a file with its line, and a file that is made.
     path = re.sub(r":\d+$", "", path)
     made = root / ".gitignore"

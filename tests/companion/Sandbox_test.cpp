@@ -115,7 +115,7 @@ TEST(SandboxedRun, DiesWithItsSandbox) {
     EXPECT_EQ(program.Wait().exitCode, 128 + SIGKILL);
     const pid_t inner = std::stoi(ReadWholeFile(pidFile));
     for (int i = 0; i < 1000 && kill(inner, 0) == 0; ++i) usleep(1000);
-    // Gone, or a zombie that nobody has collected yet.
+    // Gone, or a zombie that was not collected yet.
     const std::string status = ReadWholeFile("/proc/" + std::to_string(inner) + "/stat");
     EXPECT_TRUE(status.empty() || status.find(") Z ") != std::string::npos) << status;
 }

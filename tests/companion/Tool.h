@@ -49,11 +49,11 @@ struct Answer {
     std::string text;
 };
 
-/// voltisctl with these arguments and nothing to read, to its end.
+/// Runs voltisctl with these arguments and nothing to read until it ends.
 Answer RunTool(const Words& arguments, const Words& environment = {});
-/// `voltisctl try` with the arguments; a private folder that is left behind fails the test.
+/// `voltisctl try` with the arguments; a private folder that is not removed fails the test.
 Answer Try(Words arguments, const Words& environment = {});
-/// What stands in the section of this title of such an answer, up to the next one.
+/// The section of this title in such an output, up to the next one.
 std::string Section(const std::string& text, const std::string& title, std::size_t from = 0);
 
 testing::AssertionResult Holds(const std::string& text, const Words& parts);

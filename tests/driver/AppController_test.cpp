@@ -107,7 +107,7 @@ TEST_F(AppController_Start, StaysStoppedWhenTheStandardLogCannotBeOpened) {
     EXPECT_FALSE(Exists(dbgLogPath));
 }
 
-TEST_F(AppController_Start, LeavesNothingBehindWhenTheDebugLogCannotBeOpened) {
+TEST_F(AppController_Start, LeavesNothingWhenTheDebugLogCannotBeOpened) {
     std::filesystem::create_directory(dbgLogPath);
     const auto failure = FailureOf([] { Start(); });
     ASSERT_TRUE(failure);

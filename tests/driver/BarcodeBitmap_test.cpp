@@ -344,7 +344,7 @@ TEST(GetDataString, EndsManyCharactersWithTheLine) {
 }
 
 TEST(GetDataString, StartsInTheFirstColumnUnderBarsThatFillTheLine) {
-    // The first bar stands in column 0, and one left of it counts for the pitch: (8 + 1) / 3.
+    // The first bar is in column 0, and one left of it counts for the pitch: (8 + 1) / 3.
     BarcodeBitmap bitmap("abc", "128B");
     bitmap.GetBitmapLine(72, 0);
     EXPECT_EQ(bitmap.GetDataString(8, 0), "a  b  c ");
@@ -511,7 +511,7 @@ TEST(ShortBuffers, DoNotKeepShortNumbersFrom128RawBesideOneThatIsCutTo32Bits) {
 
 TEST(ShortBuffers, DoNotChangeTextsThatOnlyLookLike128Raw) {
     EXPECT_EQ(BarsOf("5 5 5", ""), BarsOf("5 5 5", "128B"));
-    // Extended code 39, for the blank behind the number and for a number above 105.
+    // Extended code 39, for the blank after the number and for a number above 105.
     EXPECT_EQ(TextOf("5\t", "", 20), " 5     $     I      ");
     EXPECT_EQ(TextOf("\t106", "", 20), "   $  I  1  0  6    ");
     EXPECT_EQ(BarsOf("5\t", ""), BarsOf("5$I", "CODE39"));

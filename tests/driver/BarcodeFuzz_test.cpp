@@ -232,12 +232,12 @@ void EncodeOn(GuardedHeap::Place place, const std::string& data, int code) {
     Barcode_Delete(item);
 }
 
-TEST(GuardedHeap, SeesTheLibraryReadBehindASingleCharacter) {
+TEST(GuardedHeap, SeesTheLibraryReadPastASingleCharacter) {
     EXPECT_DEATH(EncodeOn(GuardedHeap::Place::BeforeGuard, "A", BARCODE_128), "");
     EncodeOn(GuardedHeap::Place::BeforeGuard, "AB", BARCODE_128);
 }
 
-TEST(GuardedHeap, SeesTheLibraryWriteBehindItsBuffer) {
+TEST(GuardedHeap, SeesTheLibraryWritePastItsBuffer) {
     EXPECT_DEATH(EncodeOn(GuardedHeap::Place::BeforeGuard, "5 5 5", BARCODE_128RAW), "");
     EncodeOn(GuardedHeap::Place::BeforeGuard, "005 005 005", BARCODE_128RAW);
     EXPECT_EQ(GuardedHeap::Damages(), 0u);
@@ -278,7 +278,7 @@ struct LongText {
     std::size_t code;
 };
 
-/// The longest texts that are handed to the library.
+/// The longest texts that are passed to the library.
 const LongText longestTexts[] = {
     {std::string(157, 'A'), code128},
     {std::string(156, 'A') + "\xC1", any},
@@ -321,7 +321,7 @@ TEST(RandomData, ComesOutAsExpected) {
     ExpectAllAsExpected(20021007, Rendered);
 }
 
-TEST(RandomData, MakesNobodyTouchWhatIsBehindAnAllocation) {
+TEST(RandomData, MakesNothingTouchWhatIsPastAnAllocation) {
     ExpectAllAsExpected(19991231, [](const Input& input) {
         return RenderedOn(GuardedHeap::Place::BeforeGuard, input);
     });

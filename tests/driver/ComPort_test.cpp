@@ -224,7 +224,7 @@ TEST(ComPort_Setup, TurnsTheStringIntoLineSettings) {
         {"parity=E", CS8 | PARENB, INPCK},
         {"parity=o", CS8 | PARENB | PARODD, INPCK},
         {"parity=O", CS8 | PARENB | PARODD, INPCK},
-        // No parity leaves the odd bit of the default behind; without PARENB it means nothing.
+        // No parity leaves the odd bit of the default set; without PARENB it means nothing.
         {"parity=n", CS8 | PARODD, 0},
         {"parity=N", CS8 | PARODD, 0},
         // Order, separators and unknown words do not matter.
@@ -391,7 +391,7 @@ TEST(ComPort_ReadBlock, ReadsByteByByteAndSwitchesTheTimeoutAfterTheFirst) {
                                           "tcsetattr", "read", "read", "read"}));
 }
 
-TEST(ComPort_ReadBlock, LeavesWhatIsBehindTheBlockForTheNext) {
+TEST(ComPort_ReadBlock, LeavesWhatFollowsTheBlockForTheNext) {
     Port port;
     port.Open();
     port.line.Send("01 02 03 04 05");
@@ -685,7 +685,7 @@ TEST(ComPort_InBufferReadAndIgnore, DropsAtMost256Bytes) {
     EXPECT_EQ(Read(3), "01 02 03");
 }
 
-TEST(ComPort_InBufferReadAndIgnore, AFailureLeavesNoMarkBehind) {
+TEST(ComPort_InBufferReadAndIgnore, AFailureLeavesNoMark) {
     Port port;
     port.Open();
     SerialLine::Fail("read", EIO);
@@ -732,7 +732,7 @@ TEST(ComPort_WriteBlock, DrainsBeforeEachWriteWithNoMoreCallsThanThat) {
     }
 }
 
-TEST(ComPort_WriteBlock, TheAnswerBehindStaleInputIsReadClean) {
+TEST(ComPort_WriteBlock, TheAnswerAfterStaleInputIsReadClean) {
     Port port;
     port.Open();
     port.line.Send("15 15");
@@ -791,7 +791,7 @@ TEST(ComPort_Close, WaitsForTheOutputAndAboutATenthOfASecond) {
     EXPECT_EQ(logged, (std::vector<RecordedLine>{{DBG_LOG, "Closing serial port", true}}));
 }
 
-TEST(ComPort_Close, PausesBehindTheOutput) {
+TEST(ComPort_Close, PausesAfterTheOutput) {
     Port port;
     port.Open();
     ComPort_Close();

@@ -255,7 +255,7 @@ TEST(Decimal_ShiftDecDotL, AddsPlacesAndKeepsTheMantissa) {
     EXPECT_EQ(Text(d), "0.015");
 }
 
-TEST(Decimal_MakeConsistent, DropsTrailingZerosBehindThePoint) {
+TEST(Decimal_MakeConsistent, DropsTrailingZerosAfterThePoint) {
     Decimal d(1250, 2);
     d.MakeConsistent();
     EXPECT_EQ(Held(d), "125/1");

@@ -92,7 +92,7 @@ TEST(GetEcrErrorMessage, CallsEveryOtherCodeOtherError) {
         EXPECT_EQ(GetEcrErrorMessage(code), "Other error");
 }
 
-TEST(GetSystemErrorMessage, PutsTheTextOfErrnoBehindThePrefix) {
+TEST(GetSystemErrorMessage, PutsTheTextOfErrnoAfterThePrefix) {
     errno = EACCES;
     EXPECT_EQ(GetSystemErrorMessage("Can't open file 'x'"),
               "Can't open file 'x' - Permission denied");

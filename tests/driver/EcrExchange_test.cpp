@@ -673,7 +673,7 @@ TEST_P(ECR_SendEof, FailsAtTheFirstLostAnswer) {
     Expect(TotalAnsweredBy("{ack}") + "PC->ECR: {eof}\n PC<-ECR: lost");
     EXPECT_EQ(CodeAndMessage(FailureOfTotal()), "150 ECR response lost");
     EXPECT_EQ(outFrameSeqNumber, 1);
-    // Nobody above counts this one again.
+    // No caller counts this one again.
     EXPECT_EQ(Counted(), (Statistics{.sent = 3, .received = 2, .lost = 1}));
     ExpectEvents({});
 }

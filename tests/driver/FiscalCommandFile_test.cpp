@@ -18,7 +18,7 @@ class FiscalCommandFile_Read : public testing::Test {
     FiscalCommandFile Read(const std::string& bytes) const {
         return FiscalCommandFile(folder.Write("cmd.txt", bytes));
     }
-    /// What the bytes must be refused with: code 1, and the place behind the message.
+    /// The bytes must be refused with code 1 and this message, followed by the place.
     void ExpectRefused(const std::string& bytes, const std::string& message, int line) const {
         const auto failure = FailureOf([&] { Read(bytes); });
         ASSERT_TRUE(failure);
@@ -54,7 +54,7 @@ TEST_F(FiscalCommandFile_Read, FindsNoCommandInBlankAndCommentLines) {
     EXPECT_EQ(Read("\n  \t\r\n# SALE: DEPTNR=1\n   #:\n").GetCommandCount(), 0);
 }
 
-TEST_F(FiscalCommandFile_Read, TakesAHashBehindTheBeginningForText) {
+TEST_F(FiscalCommandFile_Read, TakesAHashAfterTheBeginningForText) {
     EXPECT_EQ(Read("COMMENT: TEXT=#1").GetCommand(0).GetParameter("TEXT"), "#1");
 }
 
@@ -128,7 +128,7 @@ TEST_F(FiscalCommandFile_Read, FailsWithTheSystemsTextForAReadError) {
     EXPECT_FALSE(cmdError);
 }
 
-// Deliberate: the flag alone decides, whoever has set it.
+// Deliberate: the flag alone decides, wherever it was set.
 TEST_F(FiscalCommandFile_Read, NamesTheLineOfAReadErrorWhenTheFlagIsSetAlready) {
     cmdError = true;
     const auto failure = FailureOf([&] { const FiscalCommandFile file(folder.Path()); });

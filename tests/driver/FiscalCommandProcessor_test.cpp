@@ -87,7 +87,7 @@ TEST_F(CheckPassOfAFile, SendsNothingAndLooksAtNoStatus) {
               nullptr);
 }
 
-TEST_F(CheckPassOfAFile, FindsAFaultBehindGoodCommands) {
+TEST_F(CheckPassOfAFile, FindsAFaultAfterGoodCommands) {
     ExpectRefused(std::string(sale) + "TENDER\nSALE: DEPTNR=0; AMOUNT=1",
                   "Incorrect DEPTNR value (line: 3)");
 }
@@ -188,7 +188,7 @@ TEST_F(StartOfAFile, PassesOnWhatTheLinkRaises) {
     ExpectFailure(sale, 101, "ECR is busy or has incorrect network ID", {});
 }
 
-// Behind the last command
+// After the last command
 
 TEST_F(EndOfAFile, LeavesFiscalMode) {
     ASSERT_EQ(Run("TOTAL"), nullptr);
@@ -349,13 +349,13 @@ TEST_F(LineOfAFailure, IsThatOfTheFile) {
     ExpectRefused("# a sale\n\nTOTAL\r\n\n  FOO\nTOTAL", "Unknown command : FOO (line: 5)");
 }
 
-TEST_F(LineOfAFailure, StandsBehindARefusalByTheRegister) {
+TEST_F(LineOfAFailure, FollowsARefusalByTheRegister) {
     Ecr().FailCommand(3, {250, "Fiscal command execution error", true});
     ExpectFailure("DISPLAY_ON\n\nTOTAL", 250, "Fiscal command execution error (line: 3)",
                   {"b0 : 01", "be fiscal : ff ff", totalTold, "b1 :"});
 }
 
-TEST_F(LineOfAFailure, DoesNotStandBehindAFailureOfTheLink) {
+TEST_F(LineOfAFailure, DoesNotFollowAFailureOfTheLink) {
     Ecr().FailCommand(2, {150, "ECR response lost"});
     ExpectFailure("TOTAL", 150, "ECR response lost", {"b0 : 01", totalTold, "b1 :"});
 }

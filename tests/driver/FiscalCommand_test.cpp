@@ -47,7 +47,7 @@ TEST(FiscalCommand_GetToken, SplitsAtDelimitersAndBlanks) {
     EXPECT_EQ(TokensOf(":;=;:"), (Tokens{":", ";", "=", ";", ":"}));
 }
 
-TEST(FiscalCommand_GetToken, TakesTheTokenAndTheBlanksBehindItOffTheText) {
+TEST(FiscalCommand_GetToken, TakesTheTokenAndTheBlanksAfterItOffTheText) {
     std::string text = "  one \t two ";
     EXPECT_EQ(FiscalCommand("X").GetToken(text), "one");
     EXPECT_EQ(text, "two ");

@@ -251,13 +251,13 @@ TEST_F(LogFile_Fragment, EndsCleanlyAfterAFullDisk) {
     EXPECT_EQ(Text(), "old\nnext\n");
 }
 
-TEST_F(LogFile_AddFile, CopiesLinesBehindATab) {
+TEST_F(LogFile_AddFile, CopiesLinesAfterATab) {
     const std::string source = folder.Write("cmd.txt", "SALE: DEPTNR=1; PRICE=1.00\r\nTOTAL:");
     LogFile(path).AddFile(source);
     EXPECT_EQ(Text(), "\tSALE: DEPTNR=1; PRICE=1.00\n\tTOTAL:\n");
 }
 
-TEST_F(LogFile_AddFile, KeepsBlanksInFrontAndDropsThemBehind) {
+TEST_F(LogFile_AddFile, KeepsLeadingBlanksAndDropsTrailingOnes) {
     const std::string source = folder.Write("cmd.txt", "  X  \r");
     LogFile(path).AddFile(source);
     EXPECT_EQ(Text(), "\t  X\n");
@@ -317,7 +317,7 @@ TEST_F(LogFile_AddFile, CopiesNothingButARegularFile) {
     const std::string pipe = folder.File("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     LogFile log(path);
-    log.AddFile(pipe);  // nobody writes into it: opening it would wait for ever
+    log.AddFile(pipe);  // nothing writes into it: opening it would wait for ever
     log.AddFile("/dev/zero");
     EXPECT_EQ(Text(), "");
 }

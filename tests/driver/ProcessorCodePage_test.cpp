@@ -123,7 +123,7 @@ TEST_F(Translation, WithoutATableIsAnInternalError) {
     }
 }
 
-TEST_F(Translation, TakesTheLastOfTwoEntriesForAByteAndNoneBehindTheCount) {
+TEST_F(Translation, TakesTheLastOfTwoEntriesForAByteAndNoneBeyondTheCount) {
     const BYTE from[] = {'a', 'b', 'a', 'c'};
     const BYTE to[] = {'1', '2', '3', '4'};
     InitTranslation(from, to, 3);

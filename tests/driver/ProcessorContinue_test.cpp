@@ -34,7 +34,7 @@ using ContinuedReceipt = ContinueTest;
 using ReceiptLeftOpen = ContinueTest;
 using ReceiptFinishedByHand = ContinueTest;
 
-// Where they may stand
+// Where they may be
 
 TEST_F(ContinuePlacement, FirstAndLastArePossible) {
     EXPECT_EQ(CheckPass("CONTINUE\nTOTAL\nTOTAL"), nullptr);

@@ -1,4 +1,4 @@
-// Waiting between commands. The register's log shows what was given to Sleep.
+// Waiting between commands. The register's log shows what was passed to Sleep.
 
 #include <gtest/gtest.h>
 

@@ -188,7 +188,7 @@ TEST_F(SaleByPrice, IsSentAsItIsUpToTheEdgeOfTheFields) {
     ExpectSent("SALE: DEPTNR=1; PRICE=0.01; QNTY=0.001", {Sold("00 00 01", "00 00 00 01")});
 }
 
-TEST_F(SaleByPrice, DoesNotCountZerosBehindTheLastDecimal) {
+TEST_F(SaleByPrice, DoesNotCountZerosAfterTheLastDecimal) {
     ExpectSent("SALE: DEPTNR=1; PRICE=1.2500; QNTY=1.00000", {Sold(one, "00 00 01 25")});
 }
 
@@ -265,7 +265,7 @@ TEST_F(SaleByPriceAndAmount, LeavesARoundedAmountOutOfRangeToTheCheckOfTheItem) 
 
 // What the register cannot print
 
-TEST_F(ItemTheRegisterCannotPrint, IsSoldAsOneUnitBehindAComment) {
+TEST_F(ItemTheRegisterCannotPrint, IsSoldAsOneUnitAfterAComment) {
     struct {
         const char* parameters;
         const char* comment;

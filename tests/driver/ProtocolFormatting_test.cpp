@@ -69,7 +69,7 @@ TEST(OcelotFrames, ARequestNamesTheNetworkIdAndTheCommand) {
     EXPECT_EQ(ToHex(ocelot.BuildDataSendRequestFrame(0xFF, 0xB3)), "d0 ff b3 9c e2");
 }
 
-TEST(OcelotFrames, ARequestIsItsTypeAndItsTwoBytesBehindTheCheckBytes) {
+TEST(OcelotFrames, ARequestIsItsTypeAndItsTwoBytesAfterTheCheckBytes) {
     Ocelot ocelot(false);
     EXPECT_EQ(ToHex(ocelot.BuildRequestFrame(0x12, 0x34, 0x56)), "12 34 56 70 f4");
 }

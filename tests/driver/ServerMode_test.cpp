@@ -33,7 +33,7 @@ TEST(ParseFilePath, LeavesTheDirectoryEmptyWithoutOne) {
     EXPECT_EQ(PartsOf(""), (Parts{"", ""}));
 }
 
-TEST(ParseFilePath, LeavesTheFileNameEmptyBehindAFinalSlash) {
+TEST(ParseFilePath, LeavesTheFileNameEmptyAfterAFinalSlash) {
     EXPECT_EQ(PartsOf("/var/pos/"), (Parts{"/var/pos", ""}));
 }
 

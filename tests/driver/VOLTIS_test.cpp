@@ -22,12 +22,12 @@ using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::Not;
 
-// The entry's main, which its library gives this name.
+// The entry's main, renamed in its library.
 int VoltisMain(int argc, char* argv[]);
 
 namespace {
 
-/// The register behind CommChannel_*, and what goes wrong with the channel.
+/// The register that CommChannel_* reaches, and what goes wrong with the channel.
 struct Channel {
     emulator::Register device{[] {
         emulator::RegisterConfig config;
@@ -183,7 +183,7 @@ TEST_F(Execution, EndsReady) {
 
 TEST_F(Execution, ReadsTheReceiptNumberAfterFiscalModeWasLeft) {
     ResultOf(sale);
-    // When the register is looked for, behind the last command, and for the result.
+    // When the register is looked for, after the last command, and for the result.
     EXPECT_EQ(TheChannel().line.Counters().statusReads, 3);
 }
 

@@ -17,7 +17,7 @@ RegisterConfig ConfigFor(const char* model, std::uint8_t version = 2) {
 const Bytes sale = FromHex("01") + Bytes(18, ' ') + FromHex("00 10 00 00 00 02 50");  // 2.50
 const Bytes comment = Ascii("GOOD DAY") + Bytes(27, ' ');
 
-// One register behind one line, spoken to in either family.
+// One register on one line, spoken to in either family.
 class EachFamily : public testing::TestWithParam<WireFamily> {
   protected:
     Register device{ConfigFor("ocelot")};
@@ -361,7 +361,7 @@ TEST_P(EachFamily, TakesARepeatedRequestForEveryCommand) {
     EXPECT_EQ(device.Journal().size(), 1U);
 }
 
-// --- who may ask for what ------------------------------------------------------------------------
+// --- which requests are accepted -----------------------------------------------------------------
 
 TEST_P(EachFamily, AnswersARequestForAnUnknownCommandByNak) {
     for (int code = 0; code < 256; ++code) {

@@ -1,4 +1,4 @@
-// What one run leaves behind in the register for the next one. Every run counts its commands from 1
+// What one run leaves in the register for the next one. Every run counts its commands from 1
 // again.
 #include <gtest/gtest.h>
 

@@ -14,7 +14,7 @@ namespace faults {
 enum class Verdict : std::uint8_t {
     Ok,         // exit code 0 and all as promised
     Failed,     // another exit code and all as promised
-    Excused,    // the promise is broken and the note tells which reason excuses it
+    Excused,    // the promise is broken and the note says which reason excuses it
     Violation,  // the promise is broken
 };
 
@@ -62,11 +62,11 @@ class SharedCount {
 };
 
 /// Calls run(0) to run(count - 1), each in a child of its own. A child that is killed, runs out of
-/// time or gives no verdict is a violation, and so is running out of time in all.
+/// time or reaches no verdict is a violation, and so is running out of time in all.
 Tally RunCampaign(std::size_t count, const CampaignLimits& limits,
                   const std::function<Outcome(std::size_t)>& run);
 
-/// In a child: gives the verdict and ends the process, for a run that does not return.
+/// In a child: reports the verdict and ends the process, for a run that does not return.
 [[noreturn]] void Conclude(const Outcome& outcome);
 
 /// Prints the line of a test and its complaints; 0 when there are none, else 1, for main.
@@ -76,7 +76,7 @@ int Report(const std::string& what, const Tally& tally);
 struct Options {
     bool full = false;       // --full
     std::uint64_t seed = 1;  // --seed=N
-    std::size_t runs = 0;    // --runs=N; 0: as many as the test wants
+    std::size_t runs = 0;    // --runs=N; 0: the test's own number
 };
 /// Ends the process with a message for anything else.
 Options ParseOptions(int argc, char* argv[]);

@@ -492,7 +492,7 @@ constexpr KindRow kinds[] = {
     {"unknown choice", false, UnknownChoice},
     {"bad barcode", false, BadBarcode},
     {"no colon", true, NoColon},
-    {"nothing behind the colon", true, NothingBehindColon},
+    {"nothing after the colon", true, NothingBehindColon},
     {"no equals sign", true, NoEqualsSign},
     {"no value", true, NoValue},
     {"no semicolon", true, NoSemicolon},

@@ -20,7 +20,7 @@ std::size_t Below(Random& random, std::size_t limit);
 struct Command {
     std::string name;
     std::vector<std::pair<std::string, std::string>> parameters;
-    std::string written;  // the line as it stands in the file; empty: put together from the above
+    std::string written;  // the line as it is in the file; empty: put together from the above
 
     std::string* Find(std::string_view parameter);
     const std::string* Find(std::string_view parameter) const;

@@ -29,10 +29,10 @@ class RunFolder {
     TempDir folder_;
 };
 
-/// The register of a campaign: the family's own model, with receipts behind it.
+/// The register of a campaign: the family's own model, with receipts already printed.
 emulator::RegisterConfig DefaultRegister(emulator::WireFamily family);
 
-/// What the driver told at its end.
+/// What the driver reported when it ended.
 struct Told {
     int exitCode = -1;
     bool escaped = false;  // by an exception that is none of the driver's

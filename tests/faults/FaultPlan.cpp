@@ -15,9 +15,9 @@ std::string Describe(const Fault& fault) {
                                    {"doubled", false},
                                    {"cut off with what goes with it", false},
                                    {"preceded by", true},
-                                   {"and all behind it dropped", false},
+                                   {"and all after it dropped", false},
                                    {"and all others with the lowest bit inverted if", true},
-                                   {"and all behind it flipped by", true}};
+                                   {"and all after it flipped by", true}};
     const Row& row = rows[static_cast<std::size_t>(fault.kind)];
     char text[96];
     std::snprintf(text, sizeof text, "byte %zu to the %s %s", fault.index,

@@ -17,11 +17,11 @@ enum class Kind : std::uint8_t {
     Flip,        // the byte arrives with the bits of value inverted
     Drop,        // the byte does not arrive
     Duplicate,   // the byte arrives twice
-    Truncate,    // neither it nor what is sent together with it behind it arrives
+    Truncate,    // neither it nor what follows in the same transmission arrives
     Insert,      // value arrives in front of it
-    Silence,     // neither it nor anything behind it, to the end of the run
+    Silence,     // neither it nor anything after it, to the end of the run
     Stuck,  // every byte of that value arrives with its lowest bit inverted, whatever the index
-    Noise,  // it and everything behind it arrive with the bits of value inverted
+    Noise,  // it and everything after it arrive with the bits of value inverted
 };
 
 /// The index counts the bytes sent in that direction since the beginning of the run, from 0.

@@ -37,7 +37,7 @@ void FaultyLine::Write(View frame) {
     if (!reply.empty()) SendToDriver(reply);
 }
 
-// Told from the bytes that the driver meant to send, so no fault can confuse it.
+// Seen from the bytes that the driver meant to send, so no fault can confuse it.
 void FaultyLine::Classify(View frame) {
     if (const auto request = wire_->ParseRequest(frame)) {
         command_ = request->command;

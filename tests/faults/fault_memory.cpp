@@ -19,7 +19,7 @@
 #include "tests/faults/SaleFaults.h"
 #include "tests/support/InsideSandbox.h"
 
-// The entry's main, which its library gives this name.
+// The entry's main, renamed in its library.
 int VoltisMain(int argc, char* argv[]);
 
 // --- the allocator -------------------------------------------------------------------------------
@@ -35,9 +35,9 @@ struct {
     bool watching = false;     // the driver is at work
     std::size_t count = 0;     // of its allocations, the failed ones included
     std::size_t failAt = 0;    // this one fails; 0: none
-    bool fromThenOn = false;   // and all behind it
+    bool fromThenOn = false;   // and all after it
     std::size_t failures = 0;  // that the driver has met
-    long live = 0;             // blocks that it has and has not given back
+    long live = 0;             // blocks that it has not freed
 } memory;
 
 bool IsOfDriver() {
@@ -128,18 +128,18 @@ void ConcludeAtExit() {
     Outcome outcome = *child.outcome;
     if (memory.live != 0 && !memory.fromThenOn && outcome.verdict != Verdict::Violation) {
         outcome.verdict = Verdict::Violation;
-        std::snprintf(outcome.note, sizeof outcome.note, "%ld blocks were never given back",
+        std::snprintf(outcome.note, sizeof outcome.note, "%ld blocks were never freed",
                       memory.live);
     }
     if (outcome.verdict == Verdict::Violation) {
         const std::string note = outcome.note;
         std::snprintf(outcome.note, sizeof outcome.note, "%s; allocation %zu failed%s",
-                      note.c_str(), memory.failAt, memory.fromThenOn ? " and all behind it" : "");
+                      note.c_str(), memory.failAt, memory.fromThenOn ? " and all after it" : "");
     }
     Conclude(outcome);
 }
 
-// Registered before anything of static storage exists, so it comes behind the end of all of it.
+// Registered before anything of static storage exists, so it runs after the end of all of it.
 __attribute__((constructor(101))) void RegisterConcludeAtExit() {
     std::atexit(ConcludeAtExit);
 }

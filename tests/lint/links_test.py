@@ -54,7 +54,7 @@ class LinksCheck(unittest.TestCase):
     def test_a_path_in_a_code_span_that_is_not_there_is_found(self):
         self.page_finds("`docs/gone.cpp` and `docs/other.md`\n", "1: `docs/gone.cpp`: no such file")
 
-    def test_a_path_that_stands_for_many_is_no_finding(self):
+    def test_a_path_that_is_a_pattern_is_no_finding(self):
         self.page_finds("`docs/*.txt`, `docs/NAME.log`, `build/x/y`, `/etc/x`, `docs/other`\n")
 
     def test_every_word_of_a_code_span_is_looked_at(self):

@@ -2,7 +2,7 @@
 """Changes one line of the driver or the emulator at a time and sees whether a test notices.
 
 Each mutant is compiled in a copy of the tree, and the unit tests that link its unit (units.py) run
-until one fails. A mutant that no test fails is a survivor: it wants a test, or a line in
+until one fails. A mutant that no test fails is a survivor: it needs a test, or a line in
 survivors.txt that says why no test can tell it from the original.
 
     mutate.py [--count N] [--seed S] [--only PATH] [--line TEXT] [--build DIR]
@@ -30,7 +30,7 @@ COMPARISONS = [(r" == ", " != "), (r" != ", " == "), (r" <= ", " < "), (r" >= ",
                (r" < ", " <= "), (r" > ", " >= "), (r" && ", " || "), (r" \|\| ", " && ")]
 NUMBER = re.compile(r"(?<![\w.'\"])(0x[0-9A-Fa-f]+|\d+)(?![\w.'\"])")
 STATEMENT = re.compile(r"^\s+(?:[\w:.\->\[\]]+\(.*\);|\+\+[\w.]+;|[\w.\[\]>-]+ (?:[-+*/|^]?=) .*;)$")
-# A buffer of one byte more is the same to everybody.
+# No test can see that a buffer has one byte more.
 SKIPPED = re.compile(r"^\s*(//|#|static_assert|constexpr|const\b.*\bat\b|inline"
                      r"|char \w+\[|std::array<[\w:]+, \d+> )|GCOVR_EXCL|\bcase\b.*:$")
 
@@ -182,7 +182,7 @@ def describe(tree, path, number, text):
 
 
 def stale_survivors():
-    """Lines of survivors.txt whose file or line is no more as it was."""
+    """Lines of survivors.txt whose file or line has changed or is gone."""
     listed = listed_survivors()
     paths = {l.split(": ")[0] for l in listed}
     possible = {describe(TREE, p, *m)

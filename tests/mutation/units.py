@@ -1,7 +1,7 @@
 """Which tests belong to a unit: those that have its object file linked in.
 
-Nothing is named by hand. Every test is linked with -Map (tests/CMakeLists.txt), and the map tells
-which members of which libraries the linker took. A test that replaces a unit, as the scripted wire
+Nothing is named by hand. Every test is linked with -Map (cmake/Tests.cmake), and the map names
+the members of libraries that the linker took. A test that replaces a unit, as the scripted wire
 does with CommChannel.cpp, does not have that unit's object and so is no test of it.
 """
 

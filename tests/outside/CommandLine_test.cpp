@@ -58,7 +58,7 @@ TEST(Usage, IsShownForAQuestionMark) {
     ExpectUsage(Shop().Run({"-?"}));
 }
 
-TEST(Usage, EndsTheRunWhereverItStands) {
+TEST(Usage, EndsTheRunWhereverItIs) {
     Shop shop;
     shop.Folder().Write("cmd.txt", sale);
     for (const Words& arguments :
@@ -127,7 +127,7 @@ TEST(StandardOutput, StaysEmptyWhateverComesOfTheRun) {
 
 namespace {
 
-// Standard output becomes a pipe that nobody reads any more.
+// Standard output becomes a pipe without a reader.
 const std::string toNobody =
     "mkfifo nobody; exec 3<>nobody 4>nobody 3<&-; rm nobody; exec \"$@\" >&4 4>&-";
 

@@ -74,7 +74,7 @@ TEST(Marker, OfAnotherInstanceIsLookedForBeforeTheCommandLine) {
     EXPECT_EQ(shop.Run({"/?"}).out, "Another instance of driver is already running");
 }
 
-TEST(Marker, StandsInTheWorkingDirectory) {
+TEST(Marker, IsInTheWorkingDirectory) {
     Shop shop;
     fs::create_directories(shop.Folder().File("till"));
     fs::create_directories(shop.Folder().File(marker + "/held"));

@@ -25,7 +25,7 @@ const Frames margay = {"margay", 5, 1, 3, 3, 2, 20};
 
 constexpr int sequenceNumber = 2;
 constexpr int statusBlock = 15;
-constexpr int statusReads = 3;  // at connecting, behind the last command, for the result file
+constexpr int statusReads = 3;  // at connecting, after the last command, for the result file
 constexpr int enterFiscalMode = 1;
 constexpr int exitFiscalMode = 0;
 constexpr int tender = 1 + 4;

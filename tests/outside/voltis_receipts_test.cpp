@@ -236,7 +236,7 @@ TEST(BarcodeFile, WithDataThatBreaksTheEncoderIsRefusedAndNothingIsSent) {
 }
 
 TEST(BarcodeFile, AddsNothingToTheDriversOutput) {
-    Shop shop;  // every run of a shop fails its test when anything stands on standard error
+    Shop shop;  // every run of a shop fails its test when anything is on standard error
     const RunOutcome run =
         shop.Execute("SALE: DEPTNR=1; AMOUNT=1\nBARCODE: DATA=1A2B; TYPE=PLS\nTENDER\n");
     EXPECT_EQ(run.exitCode, 0);
@@ -254,7 +254,7 @@ struct Example {
 const std::string ok = "[VOLTIS]\nResultCode=0\nMessage=OK\n";
 const std::string open = "[VOLTIS]\nResultCode=0\nMessage=Receipt not finished\n";
 
-/// In the order of a shop's day, for some build on others.
+/// In the order of a shop's day, because some need others before them.
 const std::vector<Example> examplesOfADay = {
     {"status.txt", 0, ok},    {"first-receipt.txt", 0, ok},   {"returns.txt", 0, ok},
     {"discounts.txt", 0, ok}, {"tickets.txt", 0, ok},         {"cash.txt", 0, ok},

@@ -1,5 +1,5 @@
-// A register that exists only in the test: stands in for the whole register link at link time, so
-// that the processor talks to it. It writes down what it is told, one line each:
+// A register that exists only in the test: replaces the whole register link at link time, so that
+// the processor talks to it. It writes down what it is sent, one line each:
 //
 //     b3 fiscal : 01 20 20 00 10 00     a command that may print, with its parameters
 //     b0 : 01                           entering or leaving fiscal mode
@@ -45,7 +45,7 @@ class FakeEcr {
     /// Every status read fails once this many commands were sent.
     void FailStatusReadsAfter(int commands, const LinkFailure& failure);
 
-    /// Forgets what it was told; the settings, the status and the failures to come stay.
+    /// Forgets what it was sent; the settings, the status and the failures to come stay.
     void Listen();
     const std::vector<std::string>& Told() const { return told; }
     void Note(const std::string& line) { told.push_back(line); }

@@ -1,6 +1,6 @@
 // A heap that notices what a library without instrumentation does outside its allocations. It
-// stands behind the calls of a test executable that is linked with --wrap for each of heapCalls in
-// CMakeLists.txt; everything else, and everything outside a scope, has the process's own heap.
+// serves the calls of an executable that is linked with --wrap for malloc, calloc, realloc, free
+// and strdup; everything else, and everything outside a scope, has the process's own heap.
 #pragma once
 
 #include <cstddef>
@@ -8,12 +8,12 @@
 class GuardedHeap {
   public:
     enum class Place {
-        BeforeGuard,  ///< each allocation ends where a page begins that nobody may touch
+        BeforeGuard,  ///< each allocation ends where a page begins that may not be touched
         BehindGuard,  ///< each allocation begins where such a page ends
-        Roomy,        ///< zero bytes before and behind each allocation take small overruns
+        Roomy,        ///< zero bytes before and after each allocation take small overruns
     };
 
-    /// Until the end of the scope allocations stand like this. One scope at a time.
+    /// Until the end of the scope allocations are placed like this. One scope at a time.
     explicit GuardedHeap(Place place);
     ~GuardedHeap();
     GuardedHeap(const GuardedHeap&) = delete;

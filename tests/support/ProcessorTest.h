@@ -1,4 +1,5 @@
-// The fixture of the processor's tests: command files in, what the register was told out.
+// The fixture of the processor's tests: command files go in, what the register was sent
+// comes out.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,13 +31,13 @@ class ProcessorTest : public ::testing::Test {
     /// null.
     std::unique_ptr<DriverException> Run(const std::string& file);
 
-    /// The run succeeds, and between entering and leaving fiscal mode the register is told this.
+    /// The run succeeds, and between entering and leaving fiscal mode the register is sent this.
     void ExpectSent(const std::string& file, const Told& told);
     void ExpectSent(Model model, const std::string& file, const Told& told);
     /// The check pass fails with code 1 and blames the command file; nothing is sent.
     void ExpectRefused(const std::string& file, const std::string& message);
     void ExpectRefused(Model model, const std::string& file, const std::string& message);
-    /// The run fails with this; told is everything that the register heard.
+    /// The run fails with this; told is everything that was sent to the register.
     void ExpectFailure(const std::string& file, int errorCode, const std::string& message,
                        const Told& told);
 

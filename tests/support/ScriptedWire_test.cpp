@@ -1,4 +1,4 @@
-// The scripted wire is what the link's tests stand on: it must not let anything pass.
+// The link's tests depend on the scripted wire: it must not let anything pass.
 #include "tests/support/ScriptedWire.h"
 
 #include <gtest/gtest-spi.h>

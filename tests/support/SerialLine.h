@@ -1,6 +1,6 @@
 // A pty in the place of the serial device, seen from the register's end. What the program under
 // test does with the device goes through wrappers that record each call and fail on demand; link
-// with -Wl,--wrap=<call> for each of them (tests/CMakeLists.txt).
+// with -Wl,--wrap=<call> for each of them (tests/driver/CMakeLists.txt).
 #pragma once
 
 #include <termios.h>
@@ -42,7 +42,7 @@ class SerialLine {
     /// When the first such call since the last Forget came.
     static std::chrono::steady_clock::time_point TimeOf(const std::string& call);
     static void Forget();
-    /// What was handed to tcsetattr since the last Forget.
+    /// What was passed to tcsetattr since the last Forget.
     static std::vector<Applied> AppliedSettings();
     static std::string OpenedPath();
     static int OpenFlags();

@@ -1,5 +1,5 @@
 // A shop: the workbench with a register on the first serial line, and runs of the shipped driver,
-// unmodified, in a sandbox that gives it its real paths.
+// unmodified, in a sandbox that has its real paths.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 #include "emulator/Line.h"
 #include "emulator/Register.h"
 
-/// What one run left behind.
+/// What one run left.
 struct RunOutcome {
     int exitCode = -1;                  ///< 128 + n when signal n ended the driver
     std::string out;                    ///< standard output
@@ -44,8 +44,8 @@ class Shop {
     /// A shell script that starts the driver of the next runs by "$@".
     Shop& StartBy(const std::string& script);
 
-    /// Runs the driver with these arguments to its end, with the register at work. A result file of
-    /// an earlier run is removed first. Anything on standard error fails the test.
+    /// Runs the driver with these arguments until it ends, with the register at work. A result file
+    /// of an earlier run is removed first. Anything on standard error fails the test.
     RunOutcome Run(const std::vector<std::string>& arguments);
     /// Writes the commands to "cmd.txt" in the shop's folder and runs the driver with it there.
     RunOutcome Execute(const std::string& commands);

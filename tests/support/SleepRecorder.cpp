@@ -15,7 +15,7 @@ unsigned int ValueGivenToSleep(std::uint32_t nanoseconds) {
     for (std::uint32_t value = 0; value <= 0xFFFF; ++value) {
         if (value * 10'000'000u == nanoseconds) return value;
     }
-    throw std::logic_error("a pause that no 16-bit value gives");
+    throw std::logic_error("a pause that no 16-bit value asks for");
 }
 
 }  // namespace

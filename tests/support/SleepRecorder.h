@@ -3,6 +3,6 @@
 
 #include <functional>
 
-/// Called for every pause with the value that was given to Sleep. Values up to 65535 are told apart
-/// exactly, also those that the system would refuse.
+/// Called for every pause with the value that was passed to Sleep. Values up to 65535 are told
+/// apart exactly, also those that the system would refuse.
 void OnSleep(std::function<void(unsigned int value)> action);

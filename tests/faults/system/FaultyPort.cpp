@@ -181,7 +181,7 @@ void FaultyPort::WriteOut(const Part& part) {
     if (part.bytes.empty() || !device_.device.Powered()) return;
     pollfd input{master_, POLLIN, 0};
     if (part.heard != fromDriver_.size() || poll(&input, 1, 0) > 0) overtaken_ = true;
-    // Nobody who does not keep up gets more than fits: the rest is lost, as on a line.
+    // A driver that does not keep up loses what does not fit, as on a line.
     [[maybe_unused]] const ssize_t written = write(master_, part.bytes.data(), part.bytes.size());
 }
 

@@ -42,7 +42,7 @@ class FaultyPort {
 
     // Before the run; bytes are counted from 0 in their direction.
     void Spoil(const Fault& fault) { plan_ = FaultPlan({fault}); }
-    /// The byte and all behind it in that direction come that much later.
+    /// The byte and all after it in that direction arrive that much later.
     void Stall(Direction direction, std::size_t index, std::chrono::milliseconds late);
     /// The power fails before the byte goes over the line and is back after that time.
     void CutPower(Direction direction, std::size_t index, std::chrono::milliseconds away);

@@ -1,5 +1,5 @@
 // A till: a work folder with a command file of its own, and runs of the
-// shipped driver there, unmodified, in a sandbox that gives it its real paths.
+// shipped driver there, unmodified, in a sandbox that has its real paths.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,7 @@
 
 namespace faults {
 
-/// What the driver left behind.
+/// What one run left.
 struct TillRun {
     int exitCode = -1;                  // 128 + n when signal n ended it
     bool inTime = false;                // else it was killed
@@ -37,7 +37,7 @@ class Till {
     /// Further arguments of the sandbox, applied last.
     std::vector<std::string> sandbox;
 
-    /// Runs the driver with the command file, with the register behind the port at work. A result
+    /// Runs the driver with the command file, with the register at the port at work. A result
     /// file of an earlier run is removed first; the logs grow.
     TillRun Run(FaultyPort& port);
 

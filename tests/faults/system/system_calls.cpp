@@ -77,7 +77,7 @@ bool Has(const SystemCall& call, const char* text) {
     return call.text.find(text) != std::string::npos;
 }
 
-/// Before and behind the setting, the C library looks at the settings and makes light of it when it
+/// Before and after setting them, the C library looks at the settings and ignores it when it
 /// cannot. Of several looks in a row only the first may be the driver's own, and none is where it
 /// opens the port.
 void MarkLibraryChecks(std::vector<SystemCall>& calls) {
@@ -104,7 +104,7 @@ void RecordRun(Plan& plan, Logs logs) {
     MarkLibraryChecks(plan.records[static_cast<std::size_t>(logs)]);
 }
 
-/// The driver makes light of what goes wrong while it looks whether there is a register at all.
+/// The driver ignores what goes wrong while it looks whether there is a register at all.
 void FindFirstStatusRead(Plan& plan) {
     const auto& calls = plan.records[static_cast<std::size_t>(Logs::Kept)];
     const auto end = std::ranges::find_if(calls, [](const SystemCall& call) {
@@ -184,8 +184,8 @@ bool IsAbout(const SystemCall& call, const char* file) {
     return call.target.ends_with(file);
 }
 
-/// The beginning of the message that a failure of the call has to give; empty when the driver has
-/// to go on as if nothing were.
+/// How the message about a failure of the call has to begin; empty when the driver has to go on as
+/// if nothing had happened.
 std::string MessageOf(const SystemCall& call) {
     if (call.target == portDevice) {
         if (call.name == "openat") return "Unable to open serial port";
@@ -314,7 +314,7 @@ std::optional<std::string> Judge(const Plan& plan, const Case& c, const TillRun&
     if (broken) return broken;
     const std::string line = BrokenLogLine(told.stdLog) + BrokenLogLine(told.dbgLog);
     if (!line.empty()) return "a broken log: " + line;
-    if (told.markerLeft && plan.CallOf(c).name != "unlink") return "the marker was left behind";
+    if (told.markerLeft && plan.CallOf(c).name != "unlink") return "the marker was not removed";
     return UnexpectedEnd(plan, c, told, port);
 }
 

@@ -64,13 +64,13 @@ std::optional<std::string> BrokenDeath(const TillRun& told, const Actions& actio
 }
 
 /// The next run after a receipt was left open does nothing and says so; after anything else it is
-/// as if nothing had been.
+/// as if nothing had happened.
 std::optional<std::string> BrokenNextRun(const TillRun& told, const Device& device,
                                          std::size_t journalBefore, bool wasOpen,
                                          const FaultyPort& port, const Actions& expected) {
     if (const auto broken = BrokenPromise(told, device, journalBefore, port, expected))
         return "next run: " + *broken;
-    if (told.markerLeft) return "next run: the marker was left behind";
+    if (told.markerLeft) return "next run: the marker was not removed";
     if (!BrokenLogLine(told.stdLog + told.dbgLog).empty()) return "next run: a broken log";
     const std::string code = ResultValue(*told.result, "ErrorCode");
     const bool right = wasOpen ? told.exitCode == 2 && code == "105" : told.exitCode == 0;

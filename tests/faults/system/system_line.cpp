@@ -1,5 +1,5 @@
 // One fault of the line in each run of the shipped driver: every byte of a sale, in both directions
-// and both families of frames, is dropped, spoilt, doubled, cut off with what is behind it, or held
+// and both families of frames, is dropped, spoilt, doubled, cut off with what follows it, or held
 // back beyond the time-out; or the register loses power in front of it and comes back.
 //
 //   system_line            a sample (--runs=N, --seed=N)
@@ -79,7 +79,7 @@ Outcome RunCase(const Case& c, const Actions& expected) {
     const TillRun told = till.Run(port);
     const Spoken spoken = Listen(c.family, device.device.GetModel(), port.FromDriver());
     auto broken = BrokenPromise(told, device, 0, port, expected);
-    if (!broken && told.markerLeft) broken = "the marker was left behind";
+    if (!broken && told.markerLeft) broken = "the marker was not removed";
     if (!broken && !BrokenLogLine(told.dbgLog + told.stdLog).empty()) broken = "a broken log";
     if (!broken) return WellDone(told, spoken);
     if (const auto excuse = Excuse(c, port, told))
