@@ -7,6 +7,9 @@ survivors.txt that says why no test can tell it from the original.
 
     mutate.py [--count N] [--seed S] [--only PATH] [--line TEXT] [--build DIR]
     mutate.py --list --build DIR
+
+The exit status is 0 when every survivor is listed, 1 when one is not or a test fails without any
+mutant, 2 for wrong arguments.
 """
 
 import argparse
@@ -190,26 +193,34 @@ def stale_survivors():
     return [l for l in listed if l not in possible]
 
 
+def summary(counts, unlisted, seed):
+    valid = counts["caught"] + counts["survived"]
+    share = f" ({100.0 * counts['caught'] / valid:.1f} %)" if valid else ""
+    return (f"mutants: {valid} compiled, {counts['caught']} caught{share}, "
+            f"{counts['survived'] - unlisted} listed survivors, {unlisted} unlisted; "
+            f"{counts['invalid']} did not compile; seed {seed}")
+
+
 def run(options, build):
+    """Tries the mutants that the options choose; the number of survivors that are not listed."""
     paths = [u for u in build.units.tested() if u.startswith(options.only)]
     chosen = spread(build.copy, paths, options.line, options.count, options.seed)
+    if not chosen:
+        print("no mutant fits")
+        return 0
     for path in sorted({m[0] for m in chosen}):
         build.check_unchanged(path)
-    known, survivors = set(listed_survivors()), 0
+    known, unlisted = set(listed_survivors()), 0
     counts = {"invalid": 0, "caught": 0, "survived": 0}
     for path, number, text in chosen:
         name = describe(build.copy, path, number, text)
         verdict = build.try_mutant(path, number, text)
         counts[verdict] += 1
         if verdict == "survived" and name not in known:
-            survivors += 1
+            unlisted += 1
             print(f"survivor: {name}  (line {number + 1})", flush=True)
-    valid = len(chosen) - counts["invalid"]
-    share = 100.0 * counts["caught"] / valid if valid else 0.0
-    print(f"mutants: {valid} compiled, {counts['caught']} caught ({share:.1f} %), "
-          f"{counts['survived'] - survivors} listed survivors, {survivors} unlisted; "
-          f"{counts['invalid']} did not compile; seed {options.seed}")
-    return 1 if survivors or share < 95.0 else 0
+    print(summary(counts, unlisted, options.seed))
+    return unlisted
 
 
 def main():
@@ -225,15 +236,19 @@ def main():
                         help="print the tests of every unit and change nothing")
     options = parser.parse_args()
     if options.list:
+        if not options.build:
+            parser.error("--list needs --build with a folder that is built")
+        if not (pathlib.Path(options.build) / "compile_commands.json").is_file():
+            parser.error(f"nothing is built in '{options.build}'")
         print(Units(options.build).listing())
         return
     for line in stale_survivors():
         print(f"survivors.txt: there is no such line any more: {line}")
     work = pathlib.Path(options.build or tempfile.mkdtemp(prefix="voltis-mutants-")).resolve()
     build = Build(work)
-    code = run(options, build)
+    unlisted = run(options, build)
     shutil.rmtree(build.scratch if options.build else work)
-    sys.exit(code)
+    sys.exit(1 if unlisted else 0)
 
 
 if __name__ == "__main__":

@@ -1,12 +1,20 @@
 #!/usr/bin/env python3
-"""The tests of a unit are found by what the linker took; the list of survivors is up to date.
+"""The tests of a unit are found by what the linker took; the list of survivors is up to date; and
+only a survivor that is not listed counts against a run.
 
     units_test.py BUILD [unittest's arguments]
 """
 
+import argparse
+import contextlib
+import io
 import pathlib
+import subprocess
 import sys
+import tempfile
+import types
 import unittest
+import unittest.mock
 
 import mutate
 import units
@@ -77,6 +85,69 @@ class UnitsOfThisBuild(unittest.TestCase):
 class Survivors(unittest.TestCase):
     def test_each_is_a_change_that_can_still_be_made(self):
         self.assertEqual(mutate.stale_survivors(), [])
+
+
+class PretendedBuild:
+    """Has one unit, and the same verdict on each of its mutants."""
+
+    copy = mutate.TREE
+    units = types.SimpleNamespace(tested=lambda: ["src/Decimal.cpp"])
+
+    def __init__(self, verdict):
+        self.verdict = verdict
+
+    def check_unchanged(self, path):
+        pass
+
+    def try_mutant(self, path, number, text):
+        return self.verdict
+
+
+class Run(unittest.TestCase):
+    def run_with(self, verdict, line="dec", count=1000):
+        """The unlisted survivors of a run, and what it printed."""
+        options = argparse.Namespace(only="src/", line=line, count=count, seed=1)
+        with contextlib.redirect_stdout(io.StringIO()) as printed:
+            unlisted = mutate.run(options, PretendedBuild(verdict))
+        return unlisted, printed.getvalue()
+
+    def test_counts_each_survivor_that_is_not_listed(self):
+        unlisted, printed = self.run_with("survived")
+        self.assertGreater(unlisted, 0)
+        self.assertEqual(printed.count("survivor: "), unlisted)
+        self.assertIn(f"{unlisted} unlisted", printed)
+
+    def test_forgives_any_share_of_listed_survivors(self):
+        listed = "    if (num == 0) dec = 0;"
+        number = mutate.lines_of(mutate.TREE, "src/Decimal.cpp").index(listed)
+        mutant = ("src/Decimal.cpp", number, listed.replace("dec = 0", "dec = 1"))
+        with unittest.mock.patch.object(mutate, "spread", lambda *_: [mutant]):
+            unlisted, printed = self.run_with("survived")
+        self.assertEqual(unlisted, 0)
+        self.assertIn("0 caught (0.0 %), 1 listed survivors, 0 unlisted", printed)
+
+    def test_counts_no_mutant_that_is_caught_or_does_not_compile(self):
+        self.assertEqual(self.run_with("caught")[0], 0)
+        self.assertEqual(self.run_with("invalid")[0], 0)
+
+    def test_says_when_no_mutant_fits(self):
+        self.assertEqual(self.run_with("caught", line="no such text"), (0, "no mutant fits\n"))
+
+
+class List(unittest.TestCase):
+    def failure_of(self, *arguments):
+        """The last line on standard error of a call that must be refused."""
+        done = subprocess.run([sys.executable, mutate.__file__, "--list", *arguments],
+                              capture_output=True, text=True)
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+        return done.stderr.splitlines()[-1]
+
+    def test_needs_a_folder(self):
+        self.assertIn("--list needs --build", self.failure_of())
+
+    def test_needs_a_folder_that_is_built(self):
+        with tempfile.TemporaryDirectory() as empty:
+            self.assertIn(f"nothing is built in '{empty}'", self.failure_of("--build", empty))
 
 
 if __name__ == "__main__":
