@@ -190,8 +190,8 @@ void SendCommand(BYTE cmd, const BUF& cmdData, bool fiscalCommand) {
         SendDataSendRequest(cmd);
         const BUF frame = BuildDataFrame(payload);  // before State tells that it went out
         if (fiscalCommand) State = STATE_CMDSENT;
+        ecrStatusValid = false;  // whatever becomes of the data frame
         const BYTE result = SendFrameAndReadResponse(frame);
-        ecrStatusValid = false;  // also when the end-of-file exchange fails
         troubles.Note(result);
         if (result == ACK) SendEof();
         if (result == ACK) break;

@@ -587,6 +587,34 @@ TEST_P(ECR_SendCommandRetries, EndWithAFailureOfTheStatusRead) {
     EXPECT_EQ(outFrameSeqNumber, 1);
 }
 
+IN_BOTH_FAMILIES(ECR_SendCommandOnABrokenPort);
+
+TEST_P(ECR_SendCommandOnABrokenPort, LeavesTheStatusToBeReadAnewWhenTheDataFrameCannotBeWritten) {
+    ecrStatusValid = true;
+    Expect(R"(
+      PC->ECR: {send bb}
+      PC<-ECR: {ack}
+      PC->ECR: {data 01 00} raises 50 Serial port write error)");
+    EXPECT_EQ(CodeAndMessage(FailureOfTotal()), "50 Serial port write error");
+    EXPECT_FALSE(ecrStatusValid);
+    EXPECT_EQ(State, STATE_CMDSENT);
+}
+
+TEST_P(ECR_SendCommandOnABrokenPort, LeavesTheStatusToBeReadAnewWhenTheAnswerCannotBeRead) {
+    ecrStatusValid = true;
+    Expect(TotalAnsweredBy("raises 50 Serial port read error"));
+    EXPECT_EQ(CodeAndMessage(FailureOfTotal()), "50 Serial port read error");
+    EXPECT_FALSE(ecrStatusValid);
+    EXPECT_EQ(State, STATE_CMDSENT);
+}
+
+TEST_P(ECR_SendCommandOnABrokenPort, KeepsTheStatusWhenTheRequestCannotBeWritten) {
+    ecrStatusValid = true;
+    Expect("PC->ECR: {send bb} raises 50 Serial port write error");
+    EXPECT_EQ(CodeAndMessage(FailureOfTotal()), "50 Serial port write error");
+    EXPECT_TRUE(ecrStatusValid);
+}
+
 // What the status says about a data frame that was not acknowledged.
 
 IN_BOTH_FAMILIES(ECR_SendCommandAndStatus);
