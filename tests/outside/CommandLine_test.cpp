@@ -115,7 +115,7 @@ TEST(CommandLine, MistakesKeepTheDebugLogOfLevelOne) {
     EXPECT_THAT(shop.Ini("DbgErrorLog", "1").Run({"/X"}).dbgLog, HasSubstr(wrongCommandLine));
 }
 
-// --- standard output -----------------------------------------------------------------------------
+// --- standard streams ----------------------------------------------------------------------------
 
 TEST(StandardOutput, StaysEmptyWhateverComesOfTheRun) {
     Shop shop;
@@ -152,16 +152,33 @@ TEST(StandardOutput, ThatIsClosedDoesNotBecomeALog) {
         Shop shop;
         const RunOutcome run = shop.StartBy("exec \"$@\" " + std::string(closed)).Run({"/?"});
         EXPECT_EQ(run.exitCode, 0);
+        EXPECT_THAT(run.stdLog, Not(HasSubstr("Usage"))) << closed;
         EXPECT_TRUE(Matches(run.dbgLog, StartPattern(" /?"))) << closed << run.dbgLog;
     }
 }
 
-TEST(StandardOutput, ThatIsClosedWithTheOtherTwoLetsASalePass) {
+namespace {
+
+/// What a run that was started by "$@" and these redirections holds in the place of this standard
+/// stream while it reads its command file, a pipe that only then is written to.
+std::string StreamDuringARun(int stream, const std::string& redirections) {
     Shop shop;
-    const RunOutcome run = shop.StartBy("exec \"$@\" <&- >&- 2>&-").Execute(sale);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_THAT(run.result, Optional(soldResult));
-    EXPECT_EQ(shop.Device().Totals().sales, 500);
+    shop.StartBy("mkfifo cmd.txt; \"$@\" " + redirections +
+                 " & exec 9>cmd.txt; readlink /proc/$!/fd/" + std::to_string(stream) +
+                 " >stream; echo EXIT >&9; exec 9>&-; wait $!");
+    EXPECT_EQ(shop.Run({"cmd.txt"}).exitCode, 1);
+    return ReadWholeFile(shop.Folder().File("stream"));
+}
+
+}  // namespace
+
+TEST(StandardStreams, ThatAreClosedLeadNowhereDuringTheRun) {
+    EXPECT_EQ(StreamDuringARun(0, "<&-"), "/dev/null\n");
+    EXPECT_EQ(StreamDuringARun(1, ">&-"), "/dev/null\n");
+    EXPECT_EQ(StreamDuringARun(2, "2>&-"), "/dev/null\n");
+    for (const int stream : {0, 1, 2}) {
+        EXPECT_EQ(StreamDuringARun(stream, "<&- >&- 2>&-"), "/dev/null\n") << stream;
+    }
 }
 
 // --- server mode ---------------------------------------------------------------------------------
