@@ -111,8 +111,8 @@ BYTE ReadAndParse(WORD frameSize, Parse parse) {
 }
 
 /// Repeats parse-and-answer until the incoming frame is good or has been bad too often.
-template <typename ReadAndParse>
-void ReceiveFrame(ReadAndParse readAndParse) {
+template <typename Action>
+void ReceiveFrame(Action readAndParse) {
     int failures = 0;
     BYTE result = NAK;
     while (result != ACK) {

@@ -1,7 +1,5 @@
 #include "EcrModel.h"
 
-#include <iterator>
-
 #include "DriverException.h"
 
 namespace {
@@ -32,10 +30,9 @@ const EcrModel& ModelOf(EcrType ecrType) {
 
 FiscalProtocol GetFiscalProtocol(BYTE ecrFiscalProtocol) {
     for (const EcrModel& model : models) {
-        for (BYTE version = 1; version <= std::size(model.protocolCodes); ++version) {
-            if (model.protocolCodes[version - 1] == ecrFiscalProtocol) {
-                return FiscalProtocol(model.ecrType, version);
-            }
+        for (BYTE version = 1; const int code : model.protocolCodes) {
+            if (code == ecrFiscalProtocol) return FiscalProtocol(model.ecrType, version);
+            ++version;
         }
     }
     Fail(ERR_UNSUPPORTED_ECR, "Unsupported ECR type");

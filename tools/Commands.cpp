@@ -27,7 +27,7 @@ constexpr SubCommand subCommands[] = {
 };
 
 int Report(const std::exception& failure) {
-    std::cerr << "voltisctl: " << failure.what() << std::endl;
+    std::cerr << "voltisctl: " << failure.what() << '\n';  // flushes by itself
     return exitUnable;
 }
 

@@ -37,7 +37,7 @@ struct EmulateOptions {
 };
 
 void Say(const std::string& text) {
-    std::cout << text << std::endl;
+    std::cout << text << '\n' << std::flush;
 }
 
 // Cuts what is typed into lines; false at the end of the input.

@@ -181,7 +181,7 @@ class Trial {
         PrintSection("result file", folder_.Result().value_or(""), "(none)");
         if (!outcome.output.empty()) PrintSection("the driver said", outcome.output, "");
         if (options_.showLog) PrintSection("debug log", folder_.NewDebugLog(), "(none)");
-        std::cout << "--- " << ExitText(outcome.exitCode) << "\n" << std::endl;
+        std::cout << "--- " << ExitText(outcome.exitCode) << "\n\n" << std::flush;
         return outcome;
     }
 
