@@ -89,7 +89,7 @@ bool IsBlank(char c) {
 
 /// Blanks, an optional sign, digits, repeated to the end, each number 0 to 105: "104 33".
 /// Deliberate: numbers are cut to 32 bits, 4294967301 is 5; the library takes them so, and room is
-/// needed.
+/// needed. See the suite ShortBuffers.
 bool IsRawCode128(const std::string& data) {
     const char* next = data.c_str();
     while (*next != '\0') {

@@ -65,8 +65,8 @@ short Compare(const Decimal& a, const Decimal& b);
 /// its place there; see the suite Dec2BCD.
 BUF Dec2BCD(const Decimal& d, unsigned short byteCount);
 /// Deliberate: when isSigned, the first byte holds the sign only (not 0: negative) and no digits,
-/// as the register sends it. A field that reaches past the end of buf raises 99; no bytes are 0
-/// wherever they begin.
+/// as the register sends it; see the suite BCD2Dec. A field that reaches past the end of buf raises
+/// 99; no bytes are 0 wherever they begin.
 Decimal BCD2Dec(const BUF& buf, unsigned short offset, unsigned short byteCount, bool isSigned);
 /// b above 99 raises 99 "Internal error".
 unsigned char ByteToBCDByte(unsigned char b);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-// Result codes of the register. Deliberate: "RECIEPT" is how its protocol spells it.
+// Result codes of the register; "RECIEPT" is how its protocol spells it.
 inline constexpr int CRC_NO_ERROR = 0;
 inline constexpr int CRC_RECIEPT_PAPER_END_ERROR = 1;
 inline constexpr int CRC_JOURNAL_PAPER_END_ERROR = 2;
@@ -12,7 +12,7 @@ inline constexpr int CRC_PRINTER_ERROR = 3;
 inline constexpr int CRC_LAST_FISCAL_CMD_ERROR = 50;
 inline constexpr int CRC_OTHER_ERROR = 99;
 
-// Error codes of the driver, as the result file tells them; the README explains them to callers.
+// Error codes of the driver, as the result file tells them; docs/reference.md explains them.
 // 1 to 99 are numbers of the register's results, too, with another meaning.
 inline constexpr int ERR_COMMAND_FILE = 1;
 inline constexpr int ERR_COMMAND_LINE = 2;
@@ -58,7 +58,7 @@ constexpr Where Here(const char* file = __builtin_FILE(), int line = __builtin_L
     return {file, line};
 }
 
-/// Every failure of the driver begins in one of these four.
+/// Every failure of the driver begins in one of these five.
 [[noreturn]] void Fail(int errorCode, const std::string& message, Where at = Here());
 /// Code 1, the command file is to blame: sets cmdError first.
 [[noreturn]] void FailCommand(const std::string& message, Where at = Here());
@@ -66,8 +66,7 @@ constexpr Where Here(const char* file = __builtin_FILE(), int line = __builtin_L
 [[noreturn]] void FailSystem(const std::string& what, Where at = Here());
 /// Code 99 "Internal error" with the place appended.
 [[noreturn]] void FailInternal(Where at = Here());
-
-/// Fails with 200 + the register's result code and its text.
+/// Code 200 + the register's result code, with its text.
 [[noreturn]] void FailEcrResult(int resultCode, Where at = Here());
 
 /// The text of one of the register's result codes; "Other error" for a code without one.

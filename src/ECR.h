@@ -6,8 +6,8 @@
 #include "Common.h"
 #include "Decimal.h"
 
-// Command codes of a request frame. C0h, C7h..D0h, D2h and D3h are unused. Deliberate: "RECIEVED"
-// is how the register's protocol spells it.
+// Command codes of a request frame. C0h, C7h..D0h, D2h and D3h are unused; "RECIEVED" is how the
+// register's protocol spells it.
 inline constexpr BYTE CMD_ENTER_FISCAL_MODE = 0xB0;
 inline constexpr BYTE CMD_EXIT_FISCAL_MODE = 0xB1;
 inline constexpr BYTE CMD_PRINT_COMMENT = 0xB2;

@@ -20,7 +20,7 @@ extern int lostRespCount;
 extern int garbageCount;
 
 // Settings, loaded on connect. Deliberate: the two Bsy settings are loaded and never used, a BSY is
-// not retried; the configurations of shops name them.
+// not retried; the configurations of shops name them. See the suite ECR_SendRequest.
 extern int ecrNetworkId;
 extern int bsyRetryCount;
 extern int bsySleepTime;
@@ -57,7 +57,7 @@ void SendDataSendRequest(BYTE cmd);
 void SendDataReadRequest(BYTE cmd);
 /// Deliberate: any answer completes the command, also one that is not ACK ("Comunication error" in
 /// the debug log), because the register has acted on the data frame before; only silence raises
-/// 150.
+/// 150. See the suite ECR_SendEof.
 void SendEof();
 
 BYTE SendResponse(BYTE code);

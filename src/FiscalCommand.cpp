@@ -33,7 +33,8 @@ std::string TakeQuoted(std::string_view& text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         if (text[i] == '"') {
             text.remove_prefix(i + 1);
-            // Deliberate: an empty quoted value is one blank, so that it does not count as missing.
+            // Deliberate: an empty quoted value is one blank, so that it does not count as missing;
+            // see the suite FiscalCommand_GetToken.
             return token.empty() ? " " : token;
         }
         if (text[i] == '\\' && i + 1 < text.size() && text[i + 1] == '"') ++i;

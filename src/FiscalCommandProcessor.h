@@ -45,7 +45,7 @@ int GetEcrBarcodeBitmapHeight();
 int GetDailyReportNumber();
 int GetCashInDrawerReportNumber();
 
-// What the register must be like: the first two before a file, and for GET_STATUS.
+// What the register must be like. The first two are checked before a file and by GET_STATUS.
 /// Raises 200 + the register's last result code with its text, unless that is 0.
 void FailOnLastResult();
 /// Raises 104 "Incorrect keylock position. Please set keylock in REG position".

@@ -156,7 +156,7 @@ BUF ProtocolFormatter_Margay::BuildDataSendRequestFrame(BYTE, BYTE cmd) {
 }
 
 // Deliberate: the same bytes as a data-send request; the command code alone tells the register in
-// which direction data follow.
+// which direction data follow. See the suite MargayFrames.
 BUF ProtocolFormatter_Margay::BuildDataReadRequestFrame(BYTE, BYTE cmd) {
     return BuildRequestFrame(cmd);
 }
@@ -227,7 +227,8 @@ BUF ProtocolFormatter_Margay::BuildEofFrame() {
     return frame;
 }
 
-// Deliberate: the register's total is not verified; each of its data frames was checked by itself.
+// Deliberate: the register's total is not verified, each of its data frames was checked by itself;
+// see the suite MargayParseEof.
 BYTE ProtocolFormatter_Margay::ParseEofFrame(const BUF& frame) {
     return frame.GetSize() == margayEofSize && frame[2] == margayEofEnd ? ACK : GARBAGE;
 }

@@ -15,7 +15,8 @@ inline constexpr BYTE NAK = 21;
 enum ProtocolFormatting : int { ProtocolFormatting_Ocelot = 0, ProtocolFormatting_Margay = 1 };
 
 /// Sizes are in bytes. Parsing answers GARBAGE for a bad frame and does not raise, but for a data
-/// frame of a size that the link never reads: see ParseDataFrame.
+/// frame of a size that the link never reads: see ParseDataFrame. The families share no operation,
+/// so each overrides all of them.
 class IProtocolFormatter {
   public:
     virtual ~IProtocolFormatter() = default;

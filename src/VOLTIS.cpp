@@ -68,10 +68,11 @@ CommandLine ParseCommandLine(int argc, char* argv[]) {
     return line;
 }
 
-/// A file that is opened in the place of a standard stream would take what the stream is written.
+/// A file that is opened in the place of a standard stream would receive what is written to
+/// that stream.
 void OpenMissingStreams() {
     for (int stream = 0; stream <= 2; ++stream) {
-        // The lowest number that is free is this one, for those below it are open.
+        // open takes the lowest free number: this one, as long as /dev/null can be opened.
         if (fcntl(stream, F_GETFD) == -1) open("/dev/null", O_RDWR);
     }
 }
@@ -309,7 +310,8 @@ void ExitDriver() {
 int main(int argc, char* argv[]) {
     OpenMissingStreams();
     signal(SIGXFSZ, SIG_IGN);  // a log that has reached its limit must not end a sale half-way
-    signal(SIGPIPE, SIG_IGN);  // nor the way out a caller that does not read what is shown
+    // A caller that stops reading standard output must not end the run before its clean-up.
+    signal(SIGPIPE, SIG_IGN);
     try {
         Run(argc, argv);
     } catch (DriverException* caught) {

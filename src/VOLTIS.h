@@ -6,7 +6,7 @@
 /// One complete run of a command file; every DriverException of the run ends in the result file and
 /// the logs. An empty resultFile means that none is written.
 void Execute(const std::string& cmdFile, const std::string& resultFile);
-/// A file that cannot be created, or not be written to its last byte, is only logged.
+/// A file that cannot be created or written completely is only logged.
 void CreateResultFile(const std::string& fileName, const std::string& text);
 
 /// The program path in double quotes and the arguments as they are, for the log.

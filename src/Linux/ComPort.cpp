@@ -62,7 +62,8 @@ void ScanNumber(const char* text, int& value) {
 }
 
 // Deliberate: "baud=" is accepted and never read, so the line always runs at 19200. The registers
-// talk at no other speed, and configurations in shops that name another one work because of this.
+// talk at no other speed, and configurations in shops that name another one work because of this;
+// see the suite ComPort_Setup.
 LineSettings ParseSettings(const std::string& settings) {
     LineSettings line;
     ScanNumber(ValueOf(settings, "data="), line.dataBits);

@@ -34,8 +34,8 @@ void ComPort_InBufferReadAndIgnore();
 /// The wait for the first byte of the reads to come, in ms.
 void ComPort_SetReadTimeout(DWORD timeoutInMs);
 /// Installs a time-out in the device, in tenths of a second. Deliberate: the tenths are stored in 8
-/// bits, so 36000 ms waits 10.4 s; the time-outs that shops have configured rely on it. Raises 50
-/// "Cannot read/write serial port timeouts".
+/// bits, so 36000 ms waits 10.4 s; the time-outs that shops have configured rely on it; see the
+/// suite ComPort_InstallRTTC. Raises 50 "Cannot read/write serial port timeouts".
 void ComPort_InstallRTTC(DWORD timeoutInMs);
 /// The wait for each byte after the first, in ms, as the last settings string gave it.
 int ComPort_GetReadIntervalTimeout();
