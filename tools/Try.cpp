@@ -175,7 +175,7 @@ class Trial {
     Outcome RunFile(const std::string& file) {
         const std::string name = folder_.Take(file);
         const workbench::Since since(station_.device);
-        const Outcome outcome = RunDriver(name);
+        Outcome outcome = RunDriver(name);
         std::cout << "=== " << file << "\n";
         PrintSection("tape", Joined(since.Lines()), "(nothing was printed)");
         PrintSection("result file", folder_.Result().value_or(""), "(none)");
@@ -191,7 +191,7 @@ class Trial {
         plan.files = folder_.Files().Path();
         workbench::DriverRun run(
             station_, plan, {runner::insideDriver, std::string(runner::insideFolder) + "/" + name});
-        const Outcome outcome = Await(run.Process(), interrupts_, options_.timeoutSeconds);
+        Outcome outcome = Await(run.Process(), interrupts_, options_.timeoutSeconds);
         run.Finish();
         return outcome;
     }
