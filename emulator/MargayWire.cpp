@@ -11,7 +11,7 @@ namespace emulator {
 
 namespace {
 
-constexpr std::uint8_t busy = 27;
+constexpr std::uint8_t margayBusy = 27;
 constexpr std::uint8_t requestBegin = 0x02;
 constexpr std::uint8_t requestEnd = 0x03;
 constexpr std::uint8_t dataEnd = 0x0D;
@@ -83,7 +83,7 @@ class MargayWire : public Wire {
         return Negated(Sum(dataFrame.first(dataFrame.size() - 3)));
     }
 
-    Bytes BuildAnswer(Answer answer) const override { return {CodeOf(answer, busy)}; }
+    Bytes BuildAnswer(Answer answer) const override { return {CodeOf(answer, margayBusy)}; }
 
     Bytes BuildData(View data) const override {
         Bytes frame;

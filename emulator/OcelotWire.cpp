@@ -11,7 +11,7 @@ namespace emulator {
 
 namespace {
 
-constexpr std::uint8_t busy = 11;
+constexpr std::uint8_t ocelotBusy = 11;
 constexpr std::uint8_t sendRequest = 0xD0;
 constexpr std::uint8_t readRequest = 0xD9;
 constexpr std::uint8_t answerMark = 0xD9;
@@ -63,7 +63,7 @@ class OcelotWire : public Wire {
     std::uint8_t TotalOf(View) const override { return 0; }
 
     Bytes BuildAnswer(Answer answer) const override {
-        return SealOcelot({answerMark, CodeOf(answer, busy)});
+        return SealOcelot({answerMark, CodeOf(answer, ocelotBusy)});
     }
 
     Bytes BuildData(View data) const override {

@@ -21,7 +21,7 @@ using emulator::Register;
 
 namespace {
 
-constexpr char footer[] =
+constexpr char emulateFooter[] =
     "The first line printed is the pseudo terminal's path, the rest is the tape. The driver opens\n"
     "/dev/ttyS<n> and nothing else, n being ComNumber - 1. So either let `voltisctl try` bind a\n"
     "register there, or, as root, put a link in the place of a port that the machine does not\n"
@@ -110,6 +110,6 @@ std::function<int()> BindEmulate(CLI::App& command) {
         .add_option("--svg", options->svgFolder,
                     "Draw every receipt into a file of its own in this folder")
         ->type_name("FOLDER");
-    command.footer(footer);
+    command.footer(emulateFooter);
     return [options] { return Emulate(*options); };
 }

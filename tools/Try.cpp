@@ -31,7 +31,7 @@ namespace {
 
 constexpr int exitTimeout = 124;  // as timeout(1) has it
 
-constexpr char footer[] =
+constexpr char tryFooter[] =
     "The files are run one after the other against one register, which keeps its state: a receipt\n"
     "that one file leaves open can be finished by the next. Every file is copied into a private\n"
     "folder first, its result file included, and the driver sees a private /etc/voltis,\n"
@@ -232,6 +232,6 @@ std::function<int()> BindTry(CLI::App& command) {
                     "The longest that one run may take (default: no limit)")
         ->check(CLI::NonNegativeNumber)
         ->type_name("SECONDS");
-    command.footer(footer);
+    command.footer(tryFooter);
     return [options] { return Try(*options); };
 }
