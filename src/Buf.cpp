@@ -2,18 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 
 #include "DriverException.h"
 
 namespace {
 
 constexpr std::size_t dumpRow = 16;  // bytes per row of the hex dump
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 void WriteDumpRow(FILE* file, const BYTE* row, std::size_t count) {
     std::string hex;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 using BYTE = std::uint8_t;
@@ -30,6 +31,12 @@ std::string SpanExcluding(const std::string& str, const std::string& excludeChar
 bool FileExists(const std::string& path);
 bool MoveFile(const std::string& srcFilename, const std::string& dstFilename);
 bool DeleteFile(const std::string& path);
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+/// Closes the file at its end.
+using File = std::unique_ptr<FILE, FileCloser>;
 
 /// One fgets of at most 1023 characters, the newline included; a longer line comes in pieces. A NUL
 /// byte of the file is a character like any other, so that nothing after it gets lost.

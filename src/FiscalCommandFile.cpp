@@ -1,20 +1,10 @@
 #include "FiscalCommandFile.h"
 
 #include <cstdio>
-#include <memory>
 
 #include "Common.h"
 #include "DriverException.h"
 #include "Globals.h"
-
-namespace {
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
-}  // namespace
 
 FiscalCommandFile::FiscalCommandFile(const std::string& fileName) : FileName(fileName) {
     const File file(fopen(fileName.c_str(), "rt"));

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
 
 #include "Common.h"
 #include "DriverException.h"
@@ -15,11 +14,6 @@ namespace {
 static_assert(sizeof(off_t) == 8, "a log may be longer than 2 GiB, on 32 bits as well");
 
 constexpr char blanks[] = " \t\r\n";
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 FILE* OpenFile(const std::string& filename, const char* mode) {
     if (filename.empty()) FailInternal();

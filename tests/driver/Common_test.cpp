@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <memory>
 
 #include "tests/support/TempDir.h"
 #include "tests/support/TestClock.h"
@@ -14,11 +13,6 @@
 namespace {
 
 constexpr char blanks[] = " \t\r\n";
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 /// The lines that GetLine delivers for a file with these bytes.
 std::vector<std::string> LinesOf(const std::string& bytes) {
