@@ -26,10 +26,6 @@ if(VOLTIS_SANITIZE)
         -gline-tables-only)
     add_link_options(-fsanitize=address,undefined)
 endif()
-if(VOLTIS_FUZZ)
-    # Counters for the fuzzer in every object; in other programs the sanitizers' runtime takes them.
-    add_compile_options(-fsanitize=fuzzer-no-link)
-endif()
 if(VOLTIS_COVERAGE)
     add_compile_options(--coverage -O0 -fprofile-update=atomic)
     # A child that ends by _exit writes its counters by itself; the call must be there to be found.
