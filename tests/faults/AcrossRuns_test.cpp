@@ -9,16 +9,19 @@ namespace {
 using namespace faults;
 using emulator::WireFamily;
 
-/// A register in fiscal mode that has acted on the first command of an earlier run, whose
+emulator::Register& Device() {
+    return TheLine()->Device();
+}
+
+/// The register is in fiscal mode and has acted on the first command of an earlier run, whose
 /// end-of-file frame never came: the line broke just then.
-emulator::Register& RegisterAfterABreak(std::uint8_t firstCommand, emulator::Bytes payload) {
+void BreakAfter(std::uint8_t firstCommand, const emulator::Bytes& payload) {
     TheLine() = std::make_unique<FaultyLine>(WireFamily::Ocelot,
                                              DefaultRegister(WireFamily::Ocelot), FaultPlan());
-    emulator::Register& device = TheLine()->Device();
+    emulator::Register& device = Device();
     device.Execute(emulator::EnterFiscalMode, 1, emulator::Bytes{1});
     device.CloseCommand();
     device.Execute(firstCommand, 1, payload);
-    return device;
 }
 
 Told RunCommands(const std::string& commands) {
@@ -28,32 +31,32 @@ Told RunCommands(const std::string& commands) {
 }  // namespace
 
 TEST(AcrossRuns, TheFirstCommandGivenAgainIsOnlyAcknowledgedInFiscalMode) {
-    const auto& device = RegisterAfterABreak(emulator::OpenCashDrawer, {});
+    BreakAfter(emulator::OpenCashDrawer, {});
     EXPECT_EQ(RunCommands("OPEN_DRAWER\n").exitCode, 0);
-    EXPECT_EQ(device.DrawerOpenings(), 1);  // by the earlier run
+    EXPECT_EQ(Device().DrawerOpenings(), 1);  // by the earlier run
 }
 
 TEST(AcrossRuns, AnotherCommandInFrontOfItIsTheWayOut) {
-    const auto& device = RegisterAfterABreak(emulator::OpenCashDrawer, {});
+    BreakAfter(emulator::OpenCashDrawer, {});
     EXPECT_EQ(RunCommands("DISPLAY_OFF\nOPEN_DRAWER\n").exitCode, 0);
-    EXPECT_EQ(device.DrawerOpenings(), 2);
+    EXPECT_EQ(Device().DrawerOpenings(), 2);
 }
 
 TEST(AcrossRuns, EnteringFiscalModeIsSuchACommand) {
-    emulator::Register& device = RegisterAfterABreak(emulator::OpenCashDrawer, {});
-    device.Execute(emulator::ExitFiscalMode, 2, {});
+    BreakAfter(emulator::OpenCashDrawer, {});
+    Device().Execute(emulator::ExitFiscalMode, 2, {});
     EXPECT_EQ(RunCommands("OPEN_DRAWER\n").exitCode, 0);
-    EXPECT_EQ(device.DrawerOpenings(), 2);
+    EXPECT_EQ(Device().DrawerOpenings(), 2);
 }
 
 TEST(AcrossRuns, AReceiptLeftOpenIsNeverContinuedByAccident) {
     const emulator::Bytes amount = {0x00, 0x00, 0x10, 0x00};
-    emulator::Register& device = RegisterAfterABreak(emulator::ShowInfo, {0x00, 0x00});
+    BreakAfter(emulator::ShowInfo, {0x00, 0x00});
     emulator::Bytes sale = {0x01};
     sale.resize(19, ' ');
     sale.insert(sale.end(), {0x00, 0x10, 0x00});
     sale.insert(sale.end(), amount.begin(), amount.end());
-    ASSERT_TRUE(device.Execute(emulator::DeptSale, 1, sale));
+    ASSERT_TRUE(Device().Execute(emulator::DeptSale, 1, sale));
     const Told told = RunCommands("SALE: DEPTNR=1; AMOUNT=10.00\nTENDER\n");
     EXPECT_EQ(told.exitCode, 2);
     EXPECT_EQ(ResultValue(told.result, "ErrorCode"), "105");
