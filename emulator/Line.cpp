@@ -21,6 +21,27 @@ Line::Line(WireFamily family, Register& device, std::uint8_t networkId)
       networkId_(networkId),
       powerCycles_(device.PowerCycles()) {}
 
+Line::Line(const Line& other, Register& device)
+    : wire_(other.wire_),
+      device_(device),
+      networkId_(other.networkId_),
+      powerCycles_(other.powerCycles_),
+      state_(other.state_),
+      burst_(other.burst_),
+      command_(other.command_),
+      dataSize_(other.dataSize_),
+      total_(other.total_),
+      counters_(other.counters_) {}
+
+Bytes Line::Exchange() const {
+    Bytes where = burst_;
+    where.push_back(static_cast<std::uint8_t>(state_));
+    where.push_back(command_);
+    where.push_back(total_);
+    where.push_back(device_.PowerCycles() != powerCycles_);
+    return where;
+}
+
 Bytes Line::Feed(View bytes) {
     Bytes chunk(bytes.begin(), bytes.end());
     if (onReceive_) onReceive_(chunk);
@@ -130,6 +151,7 @@ Bytes Line::AcceptRequest(const Request& request) {
     if (!IsKnown(request)) return Reply(Answer::Nak);
 
     ++counters_.requests;
+    if (device_.Has(Habit::ForgetsAtRequest)) device_.CloseCommand();
     if (request.command == ReadFiscalStatus) {
         ++counters_.statusReads;
         Bytes reply = Reply(Answer::Ack);
@@ -167,11 +189,14 @@ Bytes Line::AcceptAnswer(Answer answer) {
 Bytes Line::Unreadable() {
     ++counters_.unreadable;
     // An end that closes a command whose data never came must not be told that all is well but for
-    // this frame: silence fails the command at the other end.
-    const bool misplacedEof = state_ == State::Data && wire_->IsSomeEof(burst_);
-    if (state_ == State::Request || misplacedEof) return {};
-    if (state_ == State::Data || state_ == State::EndOfFile) return Reply(Answer::Nak);
-    return AcceptAnswer(Answer::Ack);
+    // this frame: silence fails the command at the other end (which some registers do not know).
+    const bool awaitsFrame = state_ == State::Data || state_ == State::EndOfFile;
+    const bool strayEof =
+        (state_ == State::Request || state_ == State::Data) && wire_->IsSomeEof(burst_);
+    if (strayEof && device_.Has(Habit::AnswersStrayEof)) return Reply(Answer::Ack);
+    if (state_ == State::Request || strayEof) return {};
+    if (!awaitsFrame) return AcceptAnswer(Answer::Ack);
+    return device_.Has(Habit::SilentWhenUnreadable) ? Bytes{} : Reply(Answer::Nak);
 }
 
 Bytes Line::Reply(Answer answer) {
@@ -194,6 +219,7 @@ Bytes Line::SendStatus() {
 
 Bytes Line::SendEof() {
     state_ = State::EofAnswer;
+    if (device_.Has(Habit::ForgetsAtStatus)) device_.CloseCommand();
     return wire_->BuildEof(total_);
 }
 

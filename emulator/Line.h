@@ -33,6 +33,11 @@ class Line {
   public:
     /// The register must outlive the line. networkId is looked at in Ocelot frames only.
     Line(WireFamily family, Register& device, std::uint8_t networkId = 1);
+    /// A line to another register that is where that one is in its exchange, with its counters and
+    /// without its filters.
+    Line(const Line& other, Register& device);
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
 
     /// Bytes from the other end; the reply comes back, empty for silence. A frame is acted on as
     /// soon as it is complete and good. What follows a frame that was answered in the same call is
@@ -48,6 +53,9 @@ class Line {
 
     Register& Device() { return device_; }
     const LineCounters& Counters() const { return counters_; }
+    /// Where the exchange is: lines of one family with the same one and equal registers answer
+    /// alike.
+    Bytes Exchange() const;
 
     /// Filters that see, and may change, what goes over the line: each chunk before the register
     /// gets it, each reply before it is returned. For spoiling lines and for recording them.
@@ -72,7 +80,7 @@ class Line {
     Bytes SendStatus();
     Bytes SendEof();
 
-    std::unique_ptr<Wire> wire_;
+    std::shared_ptr<const Wire> wire_;
     Register& device_;
     std::uint8_t networkId_;
     int powerCycles_;

@@ -28,17 +28,20 @@ Register::Register(RegisterConfig config)
 
 bool Register::Execute(std::uint8_t command, std::uint16_t sequence, View payload) {
     if (!powered_) return false;
-    const Bytes parameters(payload.begin(), payload.end());
-    if (open_ && open_->command == command && open_->sequence == sequence &&
-        open_->payload == parameters)
-        return true;
+    const OpenCommand frame{command, sequence, {payload.begin(), payload.end()}};
+    if (IsRepetition(frame)) return true;
     lastResult_ = Judge(command, payload);
     lastSequence_ = sequence;
     const bool accepted = lastResult_ == Ok;
     open_.reset();
-    if (accepted) open_ = OpenCommand{command, sequence, parameters};
-    journal_.push_back({command, parameters, sequence, accepted, lastResult_});
+    if (accepted) open_ = frame;
+    journal_.push_back({command, frame.payload, sequence, accepted, lastResult_});
     return accepted;
+}
+
+bool Register::IsRepetition(const OpenCommand& frame) const {
+    if (!open_) return false;
+    return Has(Habit::NumberOnly) ? open_->sequence == frame.sequence : *open_ == frame;
 }
 
 Bytes Register::StatusBlock() const {

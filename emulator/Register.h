@@ -26,12 +26,21 @@ class Register {
     // --- the wire's side -----------------------------------------------------------------------
 
     /// A data frame of a command came in; true is ACK, false is NAK. Acts at once. The very command
-    /// that was accepted last (same code, payload and sequence number) is acknowledged again and
-    /// not acted on again until CloseCommand.
+    /// that was accepted last (same code, payload and sequence number; for Habit::NumberOnly the
+    /// same number) is acknowledged again and not acted on again until CloseCommand.
     bool Execute(std::uint8_t command, std::uint16_t sequence, View payload);
 
     /// The command's end-of-file frame came in: from now on the same frame is a new command.
     void CloseCommand() { open_.reset(); }
+
+    /// The command that CloseCommand would forget, if any.
+    struct OpenCommand {
+        std::uint8_t command;
+        std::uint16_t sequence;
+        Bytes payload;
+        bool operator==(const OpenCommand&) const = default;
+    };
+    const std::optional<OpenCommand>& Open() const { return open_; }
 
     /// The 15 bytes of the fiscal status.
     Bytes StatusBlock() const;
@@ -58,11 +67,13 @@ class Register {
 
     /// The next command (not a repetition) is refused with this result code, 1 to 99.
     void RefuseNext(std::uint8_t resultCode) { refuseNext_ = resultCode; }
+    void RefuseNone() { refuseNext_.reset(); }
     /// While set, every request is answered by BSY.
     void SetBusy(bool busy) { busy_ = busy; }
 
     // --- looking in ----------------------------------------------------------------------------
 
+    bool Has(Habit habit) const { return config_.habits.Has(habit); }
     bool Powered() const { return powered_; }
     int PowerCycles() const { return powerCycles_; }  // times that it was switched off
     bool Busy() const { return busy_; }
@@ -107,11 +118,6 @@ class Register {
         bool paying = false;    // a part payment was taken
         DayTotals sums;         // goes into the day when the receipt closes
     };
-    struct OpenCommand {
-        std::uint8_t command;
-        std::uint16_t sequence;
-        Bytes payload;
-    };
     struct Payment {
         int currency = 0;  // 0 is the home currency
         int medium = 1;
@@ -119,6 +125,8 @@ class Register {
         Money value = 0;   // in home money
         Money change = 0;  // given back in cash
     };
+    bool IsRepetition(const OpenCommand& frame) const;
+
     using Handler = std::uint8_t (Register::*)(std::uint8_t, View);
     struct Rule;
     static const Rule* FindRule(std::uint8_t command);

@@ -82,6 +82,7 @@ void Register::SetPrinterFault(bool broken) {
 void Register::PowerOff() {
     if (powered_) ++powerCycles_;
     powered_ = false;
+    if (Has(Habit::ForgetsWithoutPower)) open_.reset();
 }
 
 void Register::PowerOn() {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "emulator/Habit.h"
 #include "emulator/Model.h"
 #include "emulator/Wire.h"
 
@@ -50,6 +51,7 @@ struct RegisterConfig {
         10000, 9000, 12500, 5000};  // home money for one
                                     // unit of currency 1 to 4, in ten-thousandths
     std::vector<std::string> header = {"EMULATED REGISTER"};  // on top of every receipt
+    Habits habits;
 
     static std::vector<Plu> DefaultPlus();
 };
