@@ -7,6 +7,7 @@
 
 #include "tools/Emulate.h"
 #include "tools/Try.h"
+#include "tools/UsageError.h"
 
 namespace {
 
@@ -26,9 +27,9 @@ constexpr SubCommand subCommands[] = {
     {"try", "Run the driver on command files against an emulated register", BindTry},
 };
 
-int Report(const std::exception& failure) {
+int Report(const std::exception& failure, int exitCode) {
     std::cerr << "voltisctl: " << failure.what() << '\n';  // flushes by itself
-    return exitUnable;
+    return exitCode;
 }
 
 }  // namespace
@@ -36,6 +37,7 @@ int Report(const std::exception& failure) {
 int RunVoltisctl(int argc, char** argv) {
     CLI::App app("The companion of the fiscal printer driver: an emulated register on the desk.",
                  "voltisctl");
+    app.set_version_flag("--version", "voltisctl " VOLTIS_VERSION);
     app.require_subcommand(0, 1);  // none: reported below, after an unknown word
     Action chosen;
     for (const SubCommand& row : subCommands) {
@@ -47,8 +49,10 @@ int RunVoltisctl(int argc, char** argv) {
         if (!chosen) throw CLI::RequiredError("A sub-command");
         return chosen();
     } catch (const CLI::ParseError& wrong) {
-        return app.exit(wrong);
+        return app.exit(wrong) == 0 ? 0 : exitUsage;  // 0: help or version
+    } catch (const UsageError& wrong) {
+        return Report(wrong, exitUsage);
     } catch (const std::exception& failure) {
-        return Report(failure);
+        return Report(failure, exitUnable);
     }
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "companion/workbench/Defaults.h"
+#include "tools/UsageError.h"
 
 namespace {
 
@@ -35,7 +36,9 @@ void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
 }
 
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
-    return workbench::RegisterOf(options.model, options.protocol);
+    emulator::RegisterConfig config;
+    CheckUsage([&] { config = workbench::RegisterOf(options.model, options.protocol); });
+    return config;
 }
 
 emulator::WireFamily FramesFor(const RegisterOptions& options) {

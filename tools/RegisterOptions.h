@@ -15,7 +15,7 @@ struct RegisterOptions {
 
 void AddRegisterOptions(CLI::App& command, RegisterOptions& options);
 
-/// A register of that model. std::runtime_error: the model has no such protocol version.
+/// A register of that model. UsageError: the model has no such protocol version.
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options);
 
 emulator::WireFamily FramesFor(const RegisterOptions& options);

@@ -24,6 +24,7 @@
 #include "tools/Interrupts.h"
 #include "tools/Pictures.h"
 #include "tools/RegisterOptions.h"
+#include "tools/UsageError.h"
 
 namespace fs = std::filesystem;
 
@@ -38,7 +39,8 @@ constexpr char tryFooter[] =
     "/var/log/voltis and /dev/ttyS0: nothing on this machine is changed. Neither root nor a\n"
     "register is needed, but bubblewrap (package `bubblewrap`) is.\n"
     "The exit code is that of the last run of the driver that failed, 0 when none did; 124 for a\n"
-    "run that took too long; 3 when the driver could not be run.";
+    "run that took too long; 3 when the driver could not be run; 2 also for a wrong option or a\n"
+    "command file that cannot be read, and then nothing was run.";
 
 struct TryOptions {
     RegisterOptions device;
@@ -122,13 +124,17 @@ void SortOutWords(TryOptions& options) {
                               [&](const std::string& word) { return !IsSetting(options, word); });
     options.settings.insert(options.settings.end(), settings, options.files.end());
     options.files.erase(settings, options.files.end());
-    if (options.files.empty()) throw std::runtime_error("no command file is named");
-    for (const std::string& file : options.files) runner::ReadFile(file);  // all or none
+    if (options.files.empty()) throw UsageError("no command file is named");
+    CheckUsage([&] {
+        for (const std::string& file : options.files) runner::ReadFile(file);  // all or none
+    });
 }
 
 runner::DriverSettings SettingsFor(const TryOptions& options) {
     runner::DriverSettings settings = workbench::SettingsFor(FramesFor(options.device));
-    for (const std::string& setting : options.settings) settings.Set(setting);
+    CheckUsage([&] {
+        for (const std::string& setting : options.settings) settings.Set(setting);
+    });
     return settings;
 }
 

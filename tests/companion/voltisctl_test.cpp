@@ -31,70 +31,123 @@ TEST(voltisctl, HelpOfEmulateTellsHowToReachThePtyAndWhatToType) {
     }
 }
 
+TEST(voltisctl, HelpEndsWithZeroEvenBesideAWrongOption) {
+    for (const Words& words : {Words{"-h"}, Words{"try", "-h"}, Words{"emulate", "--help"},
+                               Words{"try", "--help", "--wings"}}) {
+        EXPECT_EQ(RunTool(words).exitCode, 0);
+    }
+}
+
+TEST(voltisctl, TellsItsVersion) {
+    const Answer answer = RunTool({"--version"});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_EQ(answer.text.rfind("voltisctl ", 0), 0U) << answer.text;
+}
+
 struct BadInput {
     const char* name;
     Words arguments;
     const char* message;
-    int exitCode;  // -1: any but 0
 
     friend void PrintTo(const BadInput& row, std::ostream* out) { *out << row.name; }
 };
 
-class voltisctlRefuses : public testing::TestWithParam<BadInput> {};
+std::string NameOf(const testing::TestParamInfo<BadInput>& row) {
+    return row.param.name;
+}
 
-TEST_P(voltisctlRefuses, WithAMessageInOneLine) {
+testing::AssertionResult IsOneLineOfVoltisctl(const std::string& text) {
+    if (text.rfind("voltisctl: ", 0) == 0 && std::count(text.begin(), text.end(), '\n') == 1)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << text;
+}
+
+constexpr char anExample[] = EXAMPLES_DIR "/syntax-error.txt";
+
+// --- exit code 2: the command line is wrong --------------------------------------------------
+
+class voltisctlRefusesUsage : public testing::TestWithParam<BadInput> {};
+
+TEST_P(voltisctlRefusesUsage, WithExitCodeTwo) {
     const Answer answer = RunTool(GetParam().arguments);
+    EXPECT_EQ(answer.exitCode, 2);
     EXPECT_TRUE(Holds(answer.text, {GetParam().message}));
-    if (GetParam().exitCode == -1) {
-        EXPECT_NE(answer.exitCode, 0);
-    } else {
-        EXPECT_EQ(answer.exitCode, GetParam().exitCode);
-        EXPECT_EQ(answer.text.find("voltisctl: "), 0U) << answer.text;
-        EXPECT_EQ(std::count(answer.text.begin(), answer.text.end(), '\n'), 1);
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    BadInput, voltisctlRefuses,
-    testing::Values(BadInput{"NoSubCommand", {}, "A sub-command is required", -1},
-                    BadInput{"AnUnknownSubCommand", {"fly"}, "not expected: fly", -1},
-                    BadInput{"NoFile", {"try"}, "FILE is required", -1},
-                    BadInput{"AMissingFile",
-                             {"try", "/no/such.txt"},
-                             "cannot read '/no/such.txt' - No such file or directory",
-                             3},
-                    BadInput{"AFolder", {"try", "/"}, "cannot read '/' - Is a directory", 3},
-                    BadInput{
-                        "AnUnknownModel", {"try", "x", "--model", "zebra"}, "zebra not in", -1},
-                    BadInput{"AnUnknownProtocol", {"try", "x", "--protocol", "3"}, "3 not in", -1},
-                    BadInput{"UnknownFrames", {"emulate", "--frames", "puma"}, "puma not in", -1},
-                    BadInput{"AModelWithoutThatProtocol",
-                             {"emulate", "--model", "margay", "--protocol", "1"},
-                             "there is no margay with protocol version 1",
-                             3},
-                    BadInput{"AnIniWithoutEqualsSign",
-                             {"try", EXAMPLES_DIR "/syntax-error.txt", "--ini", "CodePage"},
-                             "'CodePage' is not KEY=VALUE",
-                             3},
-                    BadInput{"AnIniWithoutKey",
-                             {"try", EXAMPLES_DIR "/syntax-error.txt", "--ini", "=DOS"},
-                             "'=DOS' is not KEY=VALUE",
-                             3},
-                    BadInput{"AnIniOfTwoLines",
-                             {"try", EXAMPLES_DIR "/syntax-error.txt", "--ini", "A=1\nB=2"},
-                             "is not KEY=VALUE",
-                             -1},
-                    BadInput{"ANegativeTimeout", {"try", "x", "--timeout", "-1"}, "--timeout", -1},
-                    BadInput{"AMissingDriver",
-                             {"try", EXAMPLES_DIR "/syntax-error.txt", "--driver", "/no/voltis"},
-                             "no driver at '/no/voltis' - No such file or directory",
-                             3},
-                    BadInput{"ALinkThatCannotBeMade",
+    TheParserFinds, voltisctlRefusesUsage,
+    testing::Values(
+        BadInput{"NoSubCommand", {}, "A sub-command is required"},
+        BadInput{"AnUnknownSubCommand", {"fly"}, "not expected: fly"},
+        BadInput{"AnUnknownOption", {"--wings"}, "not expected: --wings"},
+        BadInput{"AnUnknownOptionOfTry", {"try", anExample, "--wings"}, "not expected: --wings"},
+        BadInput{"AnUnknownOptionOfEmulate", {"emulate", "--wings"}, "not expected: --wings"},
+        BadInput{"AWordTooMany", {"emulate", "x"}, "not expected: x"},
+        BadInput{"NoFile", {"try"}, "FILE is required"},
+        BadInput{"AnOptionWithoutItsValue", {"try", anExample, "--model"}, "--model"},
+        BadInput{"AnUnknownModel", {"try", "x", "--model", "zebra"}, "zebra not in"},
+        BadInput{"AnUnknownProtocol", {"try", "x", "--protocol", "3"}, "3 not in"},
+        BadInput{"AProtocolThatIsNoNumber", {"try", "x", "--protocol", "two"}, "two"},
+        BadInput{"UnknownFrames", {"emulate", "--frames", "puma"}, "puma not in"},
+        BadInput{"ANegativeTimeout", {"try", "x", "--timeout", "-1"}, "--timeout"}),
+    NameOf);
+
+class voltisctlRefusesSense : public testing::TestWithParam<BadInput> {};
+
+TEST_P(voltisctlRefusesSense, WithExitCodeTwoAndOneLine) {
+    const Answer answer = RunTool(GetParam().arguments);
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_TRUE(Holds(answer.text, {GetParam().message}));
+    EXPECT_TRUE(IsOneLineOfVoltisctl(answer.text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ItFindsItself, voltisctlRefusesSense,
+    testing::Values(
+        BadInput{"AMissingFile",
+                 {"try", "/no/such.txt"},
+                 "cannot read '/no/such.txt' - No such file or directory"},
+        BadInput{"AMissingFileAfterAGoodOne",
+                 {"try", anExample, "/no/such.txt"},
+                 "cannot read '/no/such.txt' - No such file or directory"},
+        BadInput{"AFolder", {"try", "/"}, "cannot read '/' - Is a directory"},
+        BadInput{"OnlySettings", {"try", "--ini", "A=1", "B=2"}, "no command file is named"},
+        BadInput{"AModelWithoutThatProtocol",
+                 {"emulate", "--model", "margay", "--protocol", "1"},
+                 "there is no margay with protocol version 1"},
+        BadInput{"AnIniWithoutEqualsSign",
+                 {"try", anExample, "--ini", "CodePage"},
+                 "'CodePage' is not KEY=VALUE"},
+        BadInput{
+            "AnIniWithoutKey", {"try", anExample, "--ini", "=DOS"}, "'=DOS' is not KEY=VALUE"}),
+    NameOf);
+
+TEST(voltisctl, RefusesAnIniOfTwoLinesWithExitCodeTwo) {
+    const Answer answer = RunTool({"try", anExample, "--ini", "A=1\nB=2"});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_TRUE(Holds(answer.text, {"is not KEY=VALUE"}));
+}
+
+// --- exit code 3: the command line is right, the work cannot be done -------------------------
+
+class voltisctlCannot : public testing::TestWithParam<BadInput> {};
+
+TEST_P(voltisctlCannot, AndEndsWithThreeAndOneLine) {
+    const Answer answer = RunTool(GetParam().arguments);
+    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_TRUE(Holds(answer.text, {GetParam().message}));
+    EXPECT_TRUE(IsOneLineOfVoltisctl(answer.text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Do, voltisctlCannot,
+    testing::Values(BadInput{"WithAMissingDriver",
+                             {"try", anExample, "--driver", "/no/voltis"},
+                             "no driver at '/no/voltis' - No such file or directory"},
+                    BadInput{"WithALinkThatCannotBeMade",
                              {"emulate", "--link", "/no/such/folder/register"},
-                             "/no/such/folder/register",
-                             3},
-                    BadInput{"APictureFolderThatCannotBeMade",
+                             "/no/such/folder/register"},
+                    BadInput{"WithAPictureFolderThatCannotBeMade",
                              {"emulate", "--svg", "/proc/no/such"},
-                             "cannot make folder '/proc/no/such'",
-                             3}),
-    [](const auto& row) { return row.param.name; });
+                             "cannot make folder '/proc/no/such'"}),
+    NameOf);
