@@ -30,9 +30,10 @@ void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
         .add_option("--protocol", options.protocol, "Its fiscal protocol version (margay: only 2)")
         ->check(CLI::IsMember({1, 2}))
         ->capture_default_str();
-    command.add_option("--frames", options.frames, "The frames that it speaks")
-        ->check(CLI::IsMember(frameFamilies))
-        ->capture_default_str();
+    command
+        .add_option("--frames", options.frames,
+                    "The frames that it speaks (default: margay's own for margay, else ocelot's)")
+        ->check(CLI::IsMember(frameFamilies));
 }
 
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
@@ -42,5 +43,6 @@ emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
 }
 
 emulator::WireFamily FramesFor(const RegisterOptions& options) {
+    if (options.frames.empty()) return ConfigFor(options).model->family;
     return options.frames == "margay" ? emulator::WireFamily::Margay : emulator::WireFamily::Ocelot;
 }

@@ -10,7 +10,7 @@
 struct RegisterOptions {
     std::string model = "ocelot";
     int protocol = 2;
-    std::string frames = "ocelot";
+    std::string frames;  // empty: those of the model
 };
 
 void AddRegisterOptions(CLI::App& command, RegisterOptions& options);

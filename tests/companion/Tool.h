@@ -13,6 +13,11 @@
 
 using Words = std::vector<std::string>;
 
+inline Words operator+(Words left, const Words& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
 inline const std::string examples = EXAMPLES_DIR;
 
 /// voltisctl at work: its output (both streams) comes through one pipe, its input through another.

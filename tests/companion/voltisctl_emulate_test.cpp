@@ -8,6 +8,7 @@
 
 #include "companion/runner/DriverSettings.h"
 #include "companion/runner/Sandbox.h"
+#include "companion/workbench/Defaults.h"
 #include "companion/workbench/WorkFolder.h"
 #include "emulator/Register.h"
 #include "tests/companion/Tool.h"
@@ -29,8 +30,9 @@ bool IsTerminal(const std::string& path) {
 }
 
 // The driver on one example, with the register of a running `voltisctl emulate`. The exit code.
-int DriveAt(const std::string& device, const std::string& example) {
-    runner::DriverSettings settings;
+int DriveAt(const std::string& device, const std::string& example,
+            emulator::WireFamily frames = emulator::WireFamily::Ocelot) {
+    runner::DriverSettings settings = workbench::FrameSettings(frames);
     settings.Set("ComNumber", "1");
     workbench::WorkFolder folder(settings);
     folder.Take(examples + "/" + example);
@@ -95,6 +97,13 @@ TEST(voltisctlEmulate, ServesOneRunAfterTheOther) {
     EXPECT_EQ(DriveAt(pty, "first-receipt.txt"), 0);
     EXPECT_EQ(DriveAt(pty, "first-receipt.txt"), 0);
     EXPECT_EQ(DriveAt(pty, "refused-command.txt"), 101);
+}
+
+TEST(voltisctlEmulate, SpeaksTheModelsOwnFramesUnlessToldOtherwise) {
+    Tool own({"emulate", "--model", "margay"});
+    EXPECT_EQ(DriveAt(PtyOf(own), "first-receipt.txt", emulator::WireFamily::Margay), 0);
+    Tool other({"emulate", "--model", "margay", "--frames", "ocelot"});
+    EXPECT_EQ(DriveAt(PtyOf(other), "first-receipt.txt", emulator::WireFamily::Ocelot), 0);
 }
 
 TEST(voltisctlEmulate, FinishClosesAReceiptThatWasLeftOpen) {

@@ -137,6 +137,25 @@ struct Desk {
     }
 };
 
+TEST(voltisctlTry, SpeaksTheModelsOwnFramesUnlessToldOtherwise) {
+    const std::string file = examples + "/first-receipt.txt";
+    const Words letters = {" ms : 02 d1 "};
+    const Words binary = {" ms : d9 01 d1 "};
+    EXPECT_TRUE(Holds(Try({file, "--log", "--model", "margay"}).text, letters));
+    EXPECT_TRUE(Holds(Try({file, "--log", "--model", "puma"}).text, binary));
+    EXPECT_TRUE(
+        Holds(Try({file, "--log", "--model", "margay", "--frames", "ocelot"}).text, binary));
+    EXPECT_TRUE(Holds(Try({file, "--log", "--model", "puma", "--frames", "margay"}).text, letters));
+}
+
+TEST(voltisctlTry, ConfiguresTheDriverForTheFramesUnlessToldOtherwise) {
+    const Words margay = {examples + "/first-receipt.txt", "--model", "margay"};
+    EXPECT_EQ(Try(margay).exitCode, 0);
+    const Answer wrong = Try(margay + Words{"--ini", "ProtocolFormatting=0"});
+    EXPECT_EQ(wrong.exitCode, 2);
+    EXPECT_TRUE(Holds(wrong.text, {"ECR is missing"}));
+}
+
 class voltisctlTryOn : public testing::TestWithParam<Desk> {};
 
 TEST_P(voltisctlTryOn, SellsTheFirstReceipt) {
