@@ -20,6 +20,12 @@ std::vector<std::string> ModelNames() {
     return names;
 }
 
+std::vector<std::string> HabitWords() {
+    std::vector<std::string> words;
+    for (const emulator::HabitRow& row : emulator::HabitTable()) words.emplace_back(row.word);
+    return words;
+}
+
 }  // namespace
 
 void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
@@ -34,11 +40,17 @@ void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
         .add_option("--frames", options.frames,
                     "The frames that it speaks (default: margay's own for margay, else ocelot's)")
         ->check(CLI::IsMember(frameFamilies));
+    command
+        .add_option("--habit", options.habits,
+                    "What it does otherwise than most registers; once for each habit")
+        ->check(CLI::IsMember(HabitWords()))
+        ->allow_extra_args(false);
 }
 
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
     emulator::RegisterConfig config;
     CheckUsage([&] { config = workbench::RegisterOf(options.model, options.protocol); });
+    for (const std::string& word : options.habits) config.habits.Add(*emulator::FindHabit(word));
     return config;
 }
 

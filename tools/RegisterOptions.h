@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 #include "emulator/Line.h"
 #include "emulator/Register.h"
@@ -11,11 +12,12 @@ struct RegisterOptions {
     std::string model = "ocelot";
     int protocol = 2;
     std::string frames;  // empty: those of the model
+    std::vector<std::string> habits;
 };
 
 void AddRegisterOptions(CLI::App& command, RegisterOptions& options);
 
-/// A register of that model. UsageError: the model has no such protocol version.
+/// A register of that model with these habits. UsageError: the model has no such protocol version.
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options);
 
 emulator::WireFamily FramesFor(const RegisterOptions& options);

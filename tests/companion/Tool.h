@@ -66,6 +66,12 @@ testing::AssertionResult Holds(const std::string& text, const Words& parts);
 /// A shell script that `voltisctl try` runs in the place of the driver or of bubblewrap.
 std::string Script(const TempDir& folder, const std::string& name, const std::string& text);
 
+/// A shell script that sends the register an end-of-file frame where none is due and prints the
+/// answer in hex, in binary frames. The line is in $line, or the first serial port.
+inline constexpr char askForStrayEof[] =
+    "exec 3<>${line:-/dev/ttyS0}; stty raw -echo <&3; printf '\\377\\377\\000\\002' >&3\n"
+    "timeout --foreground 1 head -c 4 <&3 | od -An -tx1\n";
+
 int EntriesIn(const std::string& folder);
 
 /// Waits until the condition holds, for 10 s at most.

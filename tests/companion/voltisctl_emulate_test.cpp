@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 
@@ -42,6 +43,15 @@ int DriveAt(const std::string& device, const std::string& example,
     runner::SandboxedRun run(plan, {runner::insideDriver, example});
     EXPECT_TRUE(Eventually([&] { return run.Ended(); }));
     return run.ExitCode();
+}
+
+std::string OutputOf(const std::string& command) {
+    FILE* const pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return "popen failed";
+    std::string text;
+    for (int c = getc(pipe); c != EOF; c = getc(pipe)) text += static_cast<char>(c);
+    pclose(pipe);
+    return text;
 }
 
 }  // namespace
@@ -104,6 +114,15 @@ TEST(voltisctlEmulate, SpeaksTheModelsOwnFramesUnlessToldOtherwise) {
     EXPECT_EQ(DriveAt(PtyOf(own), "first-receipt.txt", emulator::WireFamily::Margay), 0);
     Tool other({"emulate", "--model", "margay", "--frames", "ocelot"});
     EXPECT_EQ(DriveAt(PtyOf(other), "first-receipt.txt", emulator::WireFamily::Ocelot), 0);
+}
+
+TEST(voltisctlEmulate, GivesTheRegisterTheHabitsThatAreNamed) {
+    const TempDir folder;
+    const std::string stray = Script(folder, "stray", askForStrayEof);
+    Tool tool({"emulate", "--habit", "answers-stray-eof"});
+    EXPECT_EQ(OutputOf("line=" + PtyOf(tool) + " " + stray), " d9 06 df 42\n");
+    Tool other({"emulate", "--habit", "number-only"});
+    EXPECT_EQ(OutputOf("line=" + PtyOf(other) + " " + stray), "");
 }
 
 TEST(voltisctlEmulate, FinishClosesAReceiptThatWasLeftOpen) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "emulator/Habit.h"
 #include "tests/companion/Tool.h"
 
 TEST(voltisctl, HelpListsItsSubCommands) {
@@ -15,8 +16,9 @@ TEST(voltisctl, HelpListsItsSubCommands) {
 TEST(voltisctl, HelpOfTryNamesEveryOptionAndTheExitCodes) {
     const Answer answer = RunTool({"try", "--help"});
     EXPECT_EQ(answer.exitCode, 0);
-    for (const char* word : {"FILE", "--model", "--protocol", "--frames", "--ini", "--log", "--svg",
-                             "--driver", "--timeout", "exit code", "bubblewrap"}) {
+    for (const char* word :
+         {"FILE", "--model", "--protocol", "--frames", "--habit", "--ini", "--log", "--svg",
+          "--driver", "--timeout", "exit code", "bubblewrap"}) {
         EXPECT_TRUE(Holds(answer.text, {word}));
     }
 }
@@ -25,8 +27,8 @@ TEST(voltisctl, HelpOfEmulateTellsHowToReachThePtyAndWhatToType) {
     const Answer answer = RunTool({"emulate", "--help"});
     EXPECT_EQ(answer.exitCode, 0);
     for (const char* word :
-         {"--link", "--svg", "/dev/ttyS<n>", "ln -sf", "finish", "key reg", "key off", "paper out",
-          "paper in", "power off", "power on", "status"}) {
+         {"--link", "--svg", "--habit", "/dev/ttyS<n>", "ln -sf", "finish", "key reg", "key off",
+          "paper out", "paper in", "power off", "power on", "status"}) {
         EXPECT_TRUE(Holds(answer.text, {word}));
     }
 }
@@ -89,8 +91,20 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"AnUnknownProtocol", {"try", "x", "--protocol", "3"}, "3 not in"},
         BadInput{"AProtocolThatIsNoNumber", {"try", "x", "--protocol", "two"}, "two"},
         BadInput{"UnknownFrames", {"emulate", "--frames", "puma"}, "puma not in"},
+        BadInput{"AHabitWithoutAWord", {"try", anExample, "--habit"}, "--habit"},
         BadInput{"ANegativeTimeout", {"try", "x", "--timeout", "-1"}, "--timeout"}),
     NameOf);
+
+TEST(voltisctl, AnswersAnUnknownHabitWithTheListOfAllWords) {
+    for (const char* command : {"try", "emulate"}) {
+        const Answer answer =
+            RunTool({command, anExample, "--habit", "number-only", "--habit", "x"});
+        EXPECT_EQ(answer.exitCode, 2);
+        EXPECT_TRUE(Holds(answer.text, {"x not in"}));
+        for (const emulator::HabitRow& row : emulator::HabitTable())
+            EXPECT_TRUE(Holds(answer.text, {std::string(row.word)}));
+    }
+}
 
 class voltisctlRefusesSense : public testing::TestWithParam<BadInput> {};
 

@@ -156,6 +156,15 @@ TEST(voltisctlTry, ConfiguresTheDriverForTheFramesUnlessToldOtherwise) {
     EXPECT_TRUE(Holds(wrong.text, {"ECR is missing"}));
 }
 
+TEST(voltisctlTry, GivesTheRegisterTheHabitsThatAreNamed) {
+    const TempDir folder;
+    const Words stray = {examples + "/first-receipt.txt", "--driver",
+                         Script(folder, "stray", askForStrayEof)};
+    const Words habits = {"--habit", "number-only", "--habit", "answers-stray-eof"};
+    EXPECT_EQ(Section(Try(stray + habits).text, "the driver said"), " d9 06 df 42\n");
+    EXPECT_FALSE(Holds(Try(stray).text, {"the driver said"}));
+}
+
 class voltisctlTryOn : public testing::TestWithParam<Desk> {};
 
 TEST_P(voltisctlTryOn, SellsTheFirstReceipt) {
