@@ -154,6 +154,33 @@ TEST(SplitReceipt, RefusesContinueInTheMiddleBeforeAnythingIsSent) {
     EXPECT_THAT(run.journal, IsEmpty());
 }
 
+// --- amounts -------------------------------------------------------------------------------------
+
+/// What one line sells for, in hundredths, when the run ends with 0.
+emulator::Money SoldBy(const std::string& line) {
+    Shop shop;
+    EXPECT_EQ(shop.Execute(line + "\nTENDER\n").exitCode, 0) << line;
+    return shop.Device().Totals().sales;
+}
+
+TEST(AmountAboveTheField, PassesByItsDigitsAndLosesItsFirstOnes) {
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; AMOUNT=999999.99"), 99999999);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; AMOUNT=1000000"), 0);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; AMOUNT=1000000.5"), 50);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=1000; QNTY=999.999"), 99999900);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=1000; QNTY=1000"), 0);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=1000.01; QNTY=1000"), 1000);
+    EXPECT_EQ(SoldBy("SALE: PLUNR=1; QNTY=999.999"), 250000);
+    EXPECT_EQ(SoldBy("SALE: PLUNR=1; QNTY=1000"), 0);
+}
+
+TEST(AmountBesidePriceAndQuantity, IsComparedByItsDigitsSoThatAPointInTheWrongPlacePasses) {
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=25; QNTY=1; AMOUNT=2.50"), 2500);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=2.50; QNTY=1; AMOUNT=25"), 250);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=0.33; QNTY=0.5; AMOUNT=0.16"), 16);
+    EXPECT_EQ(SoldBy("SALE: DEPTNR=1; PRICE=0.33; QNTY=0.5; AMOUNT=16"), 1600);
+}
+
 // --- adjustments ---------------------------------------------------------------------------------
 
 TEST_P(EveryShop, AdjustsTheItemAndTheSale) {
