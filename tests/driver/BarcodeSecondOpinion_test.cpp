@@ -1,0 +1,94 @@
+// The register reads what the driver draws: random data through every symbology.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+#include "BarcodeBitmap.h"
+#include "Globals.h"
+#include "emulator/BarcodeReader.h"
+#include "tests/support/Failure.h"
+
+namespace {
+
+struct Symbology {
+    const char* type;
+    std::string alphabet;
+};
+
+const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+const std::string digits = "0123456789";
+
+const Symbology symbologies[] = {{"", digits + letters + " -.*+"},
+                                 {"EAN", digits},
+                                 {"UPC", digits},
+                                 {"ISBN", digits},
+                                 {"CODE39", digits + letters + "-. $/+%"},
+                                 {"CODE128", digits + letters + " !\t\n~`{\x7F"},
+                                 {"128C", digits},
+                                 {"128B", digits + letters + " !\"%&/()=?~"},
+                                 {"ITF", digits},
+                                 {"128RAW", "0123456789   "},
+                                 {"CODABAR", digits + "-$:/.+ABCDTNE"},
+                                 {"MSI", digits},
+                                 {"PLS", digits + "ABCDEFabcdef"},
+                                 {"CODE93", digits + letters + " \t\n!:;@[`{~\x7F"}};
+
+struct Lines {
+    emulator::Bytes raster;
+    emulator::Bytes text;
+};
+
+/// Nothing to look at when the driver refuses the data.
+std::optional<Lines> Draw(const std::string& data, const Symbology& symbology, int printer) {
+    Lines lines;
+    const auto failure = FailureOf([&] {
+        BarcodeBitmap bitmap(data, symbology.type);
+        const BUF raster = bitmap.GetBitmapLine(12 * printer, 20);
+        for (unsigned int i = 0; i < raster.GetSize(); ++i) lines.raster.push_back(raster[i]);
+        const std::string text = bitmap.GetDataString(printer, 1);
+        lines.text.assign(text.begin(), text.end());
+    });
+    if (failure != nullptr) return std::nullopt;
+    return lines;
+}
+
+std::string RandomData(std::mt19937& random, const Symbology& symbology) {
+    std::string data(1 + random() % 14, ' ');
+    for (char& c : data) c = symbology.alphabet[random() % symbology.alphabet.size()];
+    if (random() % 4 == 0) data += random() % 2 == 0 ? " 12" : " 12345";  // an add-on for some
+    return data;
+}
+
+}  // namespace
+
+TEST(BarcodeOnPaper, IsReadByTheRegisterAsTheLineUnderIt) {
+    std::mt19937 random(4750);
+    for (const Symbology& symbology : symbologies) {
+        int drawn = 0;
+        for (int i = 0; i < 4000; ++i) {
+            const std::string data = RandomData(random, symbology);
+            const int printer = std::array{20, 32, 36}[random() % 3];
+            const auto lines = Draw(data, symbology, printer);
+            if (!lines) continue;
+            ++drawn;
+            ASSERT_TRUE(emulator::BarsCarry(lines->raster, lines->text))
+                << symbology.type << " '" << data << "' on " << printer;
+        }
+        EXPECT_GT(drawn, 100) << symbology.type;
+    }
+}
+
+TEST(BarcodeOnPaper, IsNotReadByTheRegisterAsMirrorImage) {
+    std::mt19937 random(4751);
+    for (const Symbology& symbology : symbologies) {
+        for (int i = 0; i < 500; ++i) {
+            auto lines = Draw(RandomData(random, symbology), symbology, 36);
+            if (!lines) continue;
+            std::reverse(lines->raster.begin(), lines->raster.end());
+            for (auto& byte : lines->raster) byte = BarcodeBitmap::SwapByte(byte);
+            ASSERT_FALSE(emulator::BarsCarry(lines->raster, lines->text)) << symbology.type;
+        }
+    }
+}
