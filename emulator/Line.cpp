@@ -154,6 +154,7 @@ Bytes Line::AcceptRequest(const Request& request) {
     if (device_.Has(Habit::ForgetsAtRequest)) device_.CloseCommand();
     if (request.command == ReadFiscalStatus) {
         ++counters_.statusReads;
+        device_.NoteStatusRead();
         Bytes reply = Reply(Answer::Ack);
         const Bytes frame = SendStatus();
         reply.insert(reply.end(), frame.begin(), frame.end());

@@ -30,8 +30,9 @@ bool Register::Execute(std::uint8_t command, std::uint16_t sequence, View payloa
     if (!powered_) return false;
     const OpenCommand frame{command, sequence, {payload.begin(), payload.end()}};
     if (IsRepetition(frame)) return true;
-    lastResult_ = Judge(command, payload);
+    lastResult_ = LikesNumber(sequence) ? Judge(command, payload) : FiscalCommandError;
     lastSequence_ = sequence;
+    statusRead_ = false;
     const bool accepted = lastResult_ == Ok;
     open_.reset();
     if (accepted) open_ = frame;

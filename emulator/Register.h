@@ -4,8 +4,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "emulator/Model.h"
@@ -41,6 +43,9 @@ class Register {
         bool operator==(const OpenCommand&) const = default;
     };
     const std::optional<OpenCommand>& Open() const { return open_; }
+
+    /// The status was asked for. A strict register takes a number out of order only after that.
+    void NoteStatusRead() { statusRead_ = true; }
 
     /// The 15 bytes of the fiscal status.
     Bytes StatusBlock() const;
@@ -82,6 +87,12 @@ class Register {
     bool ReceiptInProgress() const { return receipt_.has_value(); }
     /// Of the receipt in progress, else of the last receipt or cash slip.
     std::uint32_t ReceiptNumber() const { return receiptNumber_; }
+    /// What was wrong with the driver, in the order in which it came; empty unless strict.
+    const std::vector<std::string>& Complaints() const { return complaints_; }
+    /// Called for every complaint as it comes.
+    void OnComplaint(std::function<void(const std::string&)> listener) {
+        onComplaint_ = std::move(listener);
+    }
     /// What is still to pay on the open receipt (negative: to pay back); 0 when none is open.
     Money Subtotal() const;
     std::uint8_t LastResult() const { return lastResult_; }
@@ -132,6 +143,14 @@ class Register {
     static const Rule* FindRule(std::uint8_t command);
 
     std::uint8_t Judge(std::uint8_t command, View payload);
+    // What a strict register has against it: each complains, and is false, when there is something.
+    bool LikesNumber(std::uint16_t sequence);
+    bool LikesEntering(std::uint8_t cashier);
+    bool LikesText(View text);
+    bool LikesName(View name);
+    bool LikesBarcode(View raster, std::uint16_t height, View text);
+    bool Likes(bool rule, const std::string& complaint);
+    bool Follows(std::uint16_t sequence) const;
     std::uint8_t PrinterState() const;
 
     std::uint8_t DoEnter(std::uint8_t command, View payload);
@@ -192,6 +211,9 @@ class Register {
     std::uint16_t lastSequence_ = 0;
     std::optional<OpenCommand> open_;
     std::vector<Acted> journal_;
+    bool statusRead_ = false;  // since the last data frame that was judged
+    std::vector<std::string> complaints_;
+    std::function<void(const std::string&)> onComplaint_;
 };
 
 }  // namespace emulator

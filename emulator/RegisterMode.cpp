@@ -15,6 +15,7 @@ constexpr std::uint16_t tallestBarcode = 1000;  // dots
 }  // namespace
 
 std::uint8_t Register::DoEnter(std::uint8_t, View payload) {
+    if (!LikesEntering(payload[0])) return FiscalCommandError;
     if (config_.cashierSystem && !InRange(payload[0], 1, maxCashier)) return FiscalCommandError;
     cashier_ = payload[0];
     fiscalMode_ = true;
@@ -40,6 +41,7 @@ std::uint8_t Register::DoOpenDrawer(std::uint8_t, View) {
 }
 
 std::uint8_t Register::DoComment(std::uint8_t, View payload) {
+    if (!LikesText(payload)) return FiscalCommandError;
     tape_.PrintLine(FromCodePage(payload.data(), payload.size()));
     return Ok;
 }
@@ -50,6 +52,7 @@ std::uint8_t Register::DoBarcode(std::uint8_t, View payload) {
     if (!InRange(height, 1, tallestBarcode)) return FiscalCommandError;
     const View raster = payload.first(dots);
     const View text = payload.subspan(dots + 2);
+    if (!LikesBarcode(raster, height, text)) return FiscalCommandError;
     tape_.PrintBarcode({raster.begin(), raster.end()}, height,
                        FromCodePage(text.data(), text.size()));
     return Ok;

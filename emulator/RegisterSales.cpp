@@ -40,6 +40,7 @@ std::uint8_t Register::DoDepartment(std::uint8_t command, View payload) {
     const auto price = ReadBcd(payload.subspan(1 + width + 3, 4));
     if (!InRange(department, 1, config_.departments) || !quantity || !price)
         return FiscalCommandError;
+    if (!LikesName(payload.subspan(1, width))) return FiscalCommandError;
     std::string name = Trimmed(FromCodePage(payload.data() + 1, width));
     if (name.empty()) name = Numbered("DEPARTMENT", department, 2);
     return SellItem(name, department, *quantity, *price, command == DeptReturn);

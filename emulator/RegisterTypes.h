@@ -52,6 +52,10 @@ struct RegisterConfig {
                                     // unit of currency 1 to 4, in ten-thousandths
     std::vector<std::string> header = {"EMULATED REGISTER"};  // on top of every receipt
     Habits habits;
+    /// Refuses and complains about whatever the driver always does in one way only, which most
+    /// registers let pass: docs/emulator.md lists the rules.
+    bool strict = false;
+    std::uint8_t cashier = 1;  // strict: who enters fiscal mode while the cashier system is on
 
     static std::vector<Plu> DefaultPlus();
 };
