@@ -83,6 +83,7 @@ int Emulate(const EmulateOptions& options) {
         Say(text);
         if (!std::cout) server.Stop();  // the tape has no reader any more
     });
+    device.OnComplaint([](const std::string& complaint) { Say("complaint: " + complaint); });
     device.Paper().OnSlip([&](const emulator::Slip& slip) {
         if (pictures) pictures->Add(slip);
     });

@@ -45,11 +45,14 @@ void AddRegisterOptions(CLI::App& command, RegisterOptions& options) {
                     "What it does otherwise than most registers; once for each habit")
         ->check(CLI::IsMember(HabitWords()))
         ->allow_extra_args(false);
+    command.add_flag("--strict", options.strict,
+                     "It refuses, with a complaint, what no correct driver does");
 }
 
 emulator::RegisterConfig ConfigFor(const RegisterOptions& options) {
     emulator::RegisterConfig config;
     CheckUsage([&] { config = workbench::RegisterOf(options.model, options.protocol); });
+    config.strict = options.strict;
     for (const std::string& word : options.habits) config.habits.Add(*emulator::FindHabit(word));
     return config;
 }

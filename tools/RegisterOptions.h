@@ -13,6 +13,7 @@ struct RegisterOptions {
     int protocol = 2;
     std::string frames;  // empty: those of the model
     std::vector<std::string> habits;
+    bool strict = false;
 };
 
 void AddRegisterOptions(CLI::App& command, RegisterOptions& options);

@@ -184,6 +184,8 @@ class Trial {
         Outcome outcome = RunDriver(name);
         std::cout << "=== " << file << "\n";
         PrintSection("tape", Joined(since.Lines()), "(nothing was printed)");
+        const std::string complaints = Joined(since.Complaints());
+        if (!complaints.empty()) PrintSection("the register complains", complaints, "");
         PrintSection("result file", folder_.Result().value_or(""), "(none)");
         if (!outcome.output.empty()) PrintSection("the driver said", outcome.output, "");
         if (options_.showLog) PrintSection("debug log", folder_.NewDebugLog(), "(none)");

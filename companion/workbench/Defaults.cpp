@@ -14,6 +14,7 @@ emulator::RegisterConfig RegisterOf(std::string_view model, int version) {
         throw std::runtime_error("there is no " + std::string(model) + " with protocol version " +
                                  std::to_string(version));
     }
+    config.strict = true;
     return config;
 }
 

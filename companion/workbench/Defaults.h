@@ -11,9 +11,10 @@ namespace workbench {
 /// "result.txt", beside the command file.
 inline constexpr char resultFileName[] = "result.txt";
 
-/// A register of that model. std::runtime_error: the model has no such protocol version.
+/// A strict register of that model, so that it finds mistakes of the driver. std::runtime_error:
+/// the model has no such protocol version.
 emulator::RegisterConfig RegisterOf(std::string_view model, int version = 2);
-/// A register of the model whose own frames are of that family.
+/// A strict register of the model whose own frames are of that family.
 emulator::RegisterConfig RegisterFor(emulator::WireFamily family);
 
 /// The configuration that a line with these frames needs, and nothing else.

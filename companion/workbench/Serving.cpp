@@ -34,7 +34,10 @@ void Serving::Finish() {
 }
 
 Since::Since(const emulator::Register& device)
-    : device_(device), lines_(device.Paper().Lines().size()), judged_(device.Journal().size()) {}
+    : device_(device),
+      lines_(device.Paper().Lines().size()),
+      judged_(device.Journal().size()),
+      complaints_(device.Complaints().size()) {}
 
 std::vector<std::string> Since::Lines() const {
     return From(device_.Paper().Lines(), lines_);
@@ -42,6 +45,10 @@ std::vector<std::string> Since::Lines() const {
 
 std::vector<emulator::Acted> Since::Journal() const {
     return From(device_.Journal(), judged_);
+}
+
+std::vector<std::string> Since::Complaints() const {
+    return From(device_.Complaints(), complaints_);
 }
 
 }  // namespace workbench

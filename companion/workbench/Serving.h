@@ -45,11 +45,13 @@ class Since {
     explicit Since(const emulator::Register& device);
     std::vector<std::string> Lines() const;
     std::vector<emulator::Acted> Journal() const;
+    std::vector<std::string> Complaints() const;
 
   private:
     const emulator::Register& device_;
     std::size_t lines_;
     std::size_t judged_;
+    std::size_t complaints_;
 };
 
 }  // namespace workbench

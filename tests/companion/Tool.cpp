@@ -120,9 +120,10 @@ Answer Try(Words arguments, const Words& environment) {
     const TempDir temporary;
     Words all = {"TMPDIR=" + temporary.Path()};
     all.insert(all.end(), environment.begin(), environment.end());
-    arguments.insert(arguments.begin(), "try");
+    arguments.insert(arguments.begin(), {"try", "--strict"});
     const Answer answer = RunTool(arguments, all);
     EXPECT_TRUE(fs::is_empty(temporary.Path()));
+    EXPECT_FALSE(Holds(answer.text, {complains}));
     return answer;
 }
 
@@ -138,6 +139,15 @@ std::string Script(const TempDir& folder, const std::string& name, const std::st
     const std::string path = folder.Write(name, "#!/bin/sh\n" + text + "\n");
     chmod(path.c_str(), 0755);
     return path;
+}
+
+std::string Conversation(const Words& frames) {
+    std::string script = "exec 3<>${line:-/dev/ttyS0}; stty raw -echo <&3\n";
+    for (const std::string& frame : frames) {
+        script += "printf '" + frame + "' >&3\n";
+        script += "timeout --foreground 1 head -c 4 <&3 | od -An -tx1\n";
+    }
+    return script;
 }
 
 int EntriesIn(const std::string& folder) {

@@ -56,7 +56,10 @@ struct Answer {
 
 /// Runs voltisctl with these arguments and nothing to read until it ends.
 Answer RunTool(const Words& arguments, const Words& environment = {});
-/// `voltisctl try` with the arguments; a private folder that is not removed fails the test.
+/// What `voltisctl try` prints above the complaints of a strict register.
+inline const std::string complains = "--- the register complains";
+/// `voltisctl try` with the arguments and a strict register; its complaints, and a private folder
+/// that is not removed, fail the test.
 Answer Try(Words arguments, const Words& environment = {});
 /// The section of this title in such an output, up to the next one.
 std::string Section(const std::string& text, const std::string& title, std::size_t from = 0);
@@ -66,11 +69,13 @@ testing::AssertionResult Holds(const std::string& text, const Words& parts);
 /// A shell script that `voltisctl try` runs in the place of the driver or of bubblewrap.
 std::string Script(const TempDir& folder, const std::string& name, const std::string& text);
 
-/// A shell script that sends the register an end-of-file frame where none is due and prints the
-/// answer in hex, in binary frames. The line is in $line, or the first serial port.
-inline constexpr char askForStrayEof[] =
-    "exec 3<>${line:-/dev/ttyS0}; stty raw -echo <&3; printf '\\377\\377\\000\\002' >&3\n"
-    "timeout --foreground 1 head -c 4 <&3 | od -An -tx1\n";
+/// Text of a shell script that sends these frames (each byte as \\ and three octal digits) over the
+/// line that $line names, or the first serial port, and prints four bytes of each answer in hex.
+std::string Conversation(const Words& frames);
+/// An end-of-file frame where none is due, in binary frames.
+inline const Words strayEof = {"\\377\\377\\000\\002"};
+/// Request and data frame of entering fiscal mode, under number 2.
+inline const Words enteringLate = {"\\320\\001\\260\\141\\036", "\\002\\000\\001\\003\\372"};
 
 int EntriesIn(const std::string& folder);
 

@@ -57,7 +57,7 @@ std::string OutputOf(const std::string& command) {
 }  // namespace
 
 TEST(voltisctlEmulate, PrintsThePtyFirst) {
-    Tool tool({"emulate"});
+    Tool tool({"emulate", "--strict"});
     EXPECT_TRUE(IsTerminal(PtyOf(tool)));
 }
 
@@ -85,7 +85,7 @@ TEST(voltisctlEmulate, ObeysTypedLines) {
 }
 
 TEST(voltisctlEmulate, OutlivesTheEndOfItsInput) {
-    Tool tool({"emulate"});
+    Tool tool({"emulate", "--strict"});
     const std::string pty = PtyOf(tool);
     tool.CloseInput();
     EXPECT_EQ(DriveAt(pty, "first-receipt.txt"), 0);  // the register is still there
@@ -94,7 +94,7 @@ TEST(voltisctlEmulate, OutlivesTheEndOfItsInput) {
 }
 
 TEST(voltisctlEmulate, PrintsTheTapeAsItGrows) {
-    Tool tool({"emulate"});
+    Tool tool({"emulate", "--strict"});
     EXPECT_EQ(DriveAt(PtyOf(tool), "first-receipt.txt"), 0);
     EXPECT_TRUE(Holds(tool.SaidUpTo("CHANGE"), {"Apple tart"}));
     tool.Type("status");
@@ -102,7 +102,7 @@ TEST(voltisctlEmulate, PrintsTheTapeAsItGrows) {
 }
 
 TEST(voltisctlEmulate, ServesOneRunAfterTheOther) {
-    Tool tool({"emulate"});
+    Tool tool({"emulate", "--strict"});
     const std::string pty = PtyOf(tool);
     EXPECT_EQ(DriveAt(pty, "first-receipt.txt"), 0);
     EXPECT_EQ(DriveAt(pty, "first-receipt.txt"), 0);
@@ -110,23 +110,41 @@ TEST(voltisctlEmulate, ServesOneRunAfterTheOther) {
 }
 
 TEST(voltisctlEmulate, SpeaksTheModelsOwnFramesUnlessToldOtherwise) {
-    Tool own({"emulate", "--model", "margay"});
+    Tool own({"emulate", "--strict", "--model", "margay"});
     EXPECT_EQ(DriveAt(PtyOf(own), "first-receipt.txt", emulator::WireFamily::Margay), 0);
-    Tool other({"emulate", "--model", "margay", "--frames", "ocelot"});
+    Tool other({"emulate", "--strict", "--model", "margay", "--frames", "ocelot"});
     EXPECT_EQ(DriveAt(PtyOf(other), "first-receipt.txt", emulator::WireFamily::Ocelot), 0);
 }
 
 TEST(voltisctlEmulate, GivesTheRegisterTheHabitsThatAreNamed) {
     const TempDir folder;
-    const std::string stray = Script(folder, "stray", askForStrayEof);
+    const std::string stray = Script(folder, "stray", Conversation(strayEof));
     Tool tool({"emulate", "--habit", "answers-stray-eof"});
     EXPECT_EQ(OutputOf("line=" + PtyOf(tool) + " " + stray), " d9 06 df 42\n");
     Tool other({"emulate", "--habit", "number-only"});
     EXPECT_EQ(OutputOf("line=" + PtyOf(other) + " " + stray), "");
 }
 
-TEST(voltisctlEmulate, FinishClosesAReceiptThatWasLeftOpen) {
+constexpr char acknowledged[] = " d9 06 df 42\n", refused[] = " d9 15 cc 46\n";
+
+TEST(voltisctlEmulate, PrintsTheComplaintsOfAStrictRegister) {
+    const TempDir folder;
+    const std::string late = Script(folder, "late", Conversation(enteringLate));
+    Tool tool({"emulate", "--strict"});
+    EXPECT_EQ(OutputOf("line=" + PtyOf(tool) + " " + late), acknowledged + std::string(refused));
+    tool.SaidUpTo("complaint: number 2 after 0\n");
+}
+
+TEST(voltisctlEmulate, HasALenientRegisterUnlessToldOtherwise) {
+    const TempDir folder;
+    const std::string late = Script(folder, "late", Conversation(enteringLate));
     Tool tool({"emulate"});
+    EXPECT_EQ(OutputOf("line=" + PtyOf(tool) + " " + late),
+              acknowledged + std::string(acknowledged));
+}
+
+TEST(voltisctlEmulate, FinishClosesAReceiptThatWasLeftOpen) {
+    Tool tool({"emulate", "--strict"});
     EXPECT_EQ(DriveAt(PtyOf(tool), "refused-command.txt"), 101);
     tool.Type("finish");
     tool.SaidUpTo(std::string(KeyResultText(emulator::KeyResult::Done)) + "\n");
@@ -136,7 +154,7 @@ TEST(voltisctlEmulate, FinishClosesAReceiptThatWasLeftOpen) {
 
 TEST(voltisctlEmulate, DrawsEachReceiptIntoAFileOfItsOwn) {
     const TempDir folder;
-    Tool tool({"emulate", "--svg", folder.File("pictures")});
+    Tool tool({"emulate", "--strict", "--svg", folder.File("pictures")});
     const std::string pty = PtyOf(tool);
     DriveAt(pty, "first-receipt.txt");
     DriveAt(pty, "first-receipt.txt");

@@ -17,8 +17,8 @@ TEST(voltisctl, HelpOfTryNamesEveryOptionAndTheExitCodes) {
     const Answer answer = RunTool({"try", "--help"});
     EXPECT_EQ(answer.exitCode, 0);
     for (const char* word :
-         {"FILE", "--model", "--protocol", "--frames", "--habit", "--ini", "--log", "--svg",
-          "--driver", "--timeout", "exit code", "bubblewrap"}) {
+         {"FILE", "--model", "--protocol", "--frames", "--habit", "--strict", "--ini", "--log",
+          "--svg", "--driver", "--timeout", "exit code", "bubblewrap"}) {
         EXPECT_TRUE(Holds(answer.text, {word}));
     }
 }
@@ -27,8 +27,8 @@ TEST(voltisctl, HelpOfEmulateTellsHowToReachThePtyAndWhatToType) {
     const Answer answer = RunTool({"emulate", "--help"});
     EXPECT_EQ(answer.exitCode, 0);
     for (const char* word :
-         {"--link", "--svg", "--habit", "/dev/ttyS<n>", "ln -sf", "finish", "key reg", "key off",
-          "paper out", "paper in", "power off", "power on", "status"}) {
+         {"--link", "--svg", "--habit", "--strict", "/dev/ttyS<n>", "ln -sf", "finish", "key reg",
+          "key off", "paper out", "paper in", "power off", "power on", "status"}) {
         EXPECT_TRUE(Holds(answer.text, {word}));
     }
 }

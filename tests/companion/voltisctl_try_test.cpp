@@ -127,6 +127,24 @@ TEST(voltisctlTry, AnInterruptEndsTheDriverAndRemovesThePrivateFolder) {
     EXPECT_TRUE(fs::is_empty(temporary.Path()));
 }
 
+// --- a register that is hard to please, and one that is not -----------------------------------
+
+constexpr char blankName[] = "SALE: DEPTNR=1; NAME=\" Tart\"; AMOUNT=1.00\nTENDER\n";
+
+TEST(voltisctlTry, ShowsWhatAStrictRegisterComplainsAbout) {
+    const TempDir shop;
+    const Answer answer = RunTool({"try", "--strict", shop.Write("sale.txt", blankName)});
+    EXPECT_EQ(answer.exitCode, 101);
+    EXPECT_EQ(Section(answer.text, "the register complains"), "a name begins with a blank\n");
+}
+
+TEST(voltisctlTry, HasALenientRegisterUnlessToldOtherwise) {
+    const TempDir shop;
+    const Answer answer = RunTool({"try", shop.Write("sale.txt", blankName)});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_FALSE(Holds(answer.text, {complains}));
+}
+
 struct Desk {
     const char* model;
     const char* protocol;
@@ -159,7 +177,7 @@ TEST(voltisctlTry, ConfiguresTheDriverForTheFramesUnlessToldOtherwise) {
 TEST(voltisctlTry, GivesTheRegisterTheHabitsThatAreNamed) {
     const TempDir folder;
     const Words stray = {examples + "/first-receipt.txt", "--driver",
-                         Script(folder, "stray", askForStrayEof)};
+                         Script(folder, "stray", Conversation(strayEof))};
     const Words habits = {"--habit", "number-only", "--habit", "answers-stray-eof"};
     EXPECT_EQ(Section(Try(stray + habits).text, "the driver said"), " d9 06 df 42\n");
     EXPECT_FALSE(Holds(Try(stray).text, {"the driver said"}));

@@ -32,6 +32,7 @@ struct Channel {
     emulator::Register device{[] {
         emulator::RegisterConfig config;
         config.model = emulator::FindModel("lynx", 2);
+        config.strict = true;
         return config;
     }()};
     emulator::Line line{emulator::WireFamily::Ocelot, device};
@@ -91,6 +92,7 @@ class Execution : public testing::Test {
         IniFile::SetFile(folder_.Write("voltis.ini", "[VOLTIS]\n" + ini_), false);
         IniFile::SetSection(sectionName, false);
         Execute(folder_.Write("cmd.txt", commands), folder_.File("result.txt"));
+        EXPECT_THAT(TheChannel().device.Complaints(), testing::IsEmpty());
         return ReadWholeFile(folder_.File("result.txt"));
     }
 

@@ -21,11 +21,14 @@ void BreakAfter(std::uint8_t firstCommand, const emulator::Bytes& payload) {
     emulator::Register& device = Device();
     device.Execute(emulator::EnterFiscalMode, 1, emulator::Bytes{1});
     device.CloseCommand();
+    device.NoteStatusRead();
     device.Execute(firstCommand, 1, payload);
 }
 
 Told RunCommands(const std::string& commands) {
-    return RunDriver(RunFolder(WireFamily::Ocelot, commands).Files());
+    const Told told = RunDriver(RunFolder(WireFamily::Ocelot, commands).Files());
+    EXPECT_EQ(Complaint(Device()), std::nullopt);
+    return told;
 }
 
 }  // namespace
@@ -56,6 +59,7 @@ TEST(AcrossRuns, AReceiptLeftOpenIsNeverContinuedByAccident) {
     sale.resize(19, ' ');
     sale.insert(sale.end(), {0x00, 0x10, 0x00});
     sale.insert(sale.end(), amount.begin(), amount.end());
+    Device().NoteStatusRead();
     ASSERT_TRUE(Device().Execute(emulator::DeptSale, 1, sale));
     const Told told = RunCommands("SALE: DEPTNR=1; AMOUNT=10.00\nTENDER\n");
     EXPECT_EQ(told.exitCode, 2);

@@ -31,4 +31,9 @@ int MostFrames(std::size_t commands) {
     return (static_cast<int>(commands) + modeChanges) * command + statusReads * statusRead;
 }
 
+std::optional<std::string> Complaint(const emulator::Register& device) {
+    if (device.Complaints().empty()) return std::nullopt;
+    return "the register complains: " + device.Complaints().front();
+}
+
 }  // namespace faults

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "emulator/Register.h"
@@ -30,5 +32,8 @@ int MostFrames(std::size_t commands);
 
 /// Of the registers of these tests: the last receipt before the first run.
 inline constexpr std::uint32_t receiptsBefore = 41;
+
+/// What a strict register has against the driver, the first of it; nothing when that is nothing.
+std::optional<std::string> Complaint(const emulator::Register& device);
 
 }  // namespace faults

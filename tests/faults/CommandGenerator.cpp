@@ -60,6 +60,13 @@ std::string Text(Random& random, std::size_t longest) {
     return text;
 }
 
+/// A strict register takes a blank at the beginning for padding.
+std::string Name(Random& random, std::size_t longest) {
+    std::string name = Text(random, longest);
+    if (name[0] == ' ') name[0] = 'x';
+    return name;
+}
+
 std::string TextOf(Random& random, std::size_t length) {
     std::string text = Text(random, length);
     text.resize(length, 'x');
@@ -93,7 +100,7 @@ void AddPriceAndQuantity(Random& random, Command& command) {
 
 Command DepartmentSale(Random& random, const Model& model) {
     Command command{"SALE", {{"DEPTNR", Number(1, 99, random)}}, ""};
-    if (Chance(random, 2)) command.parameters.push_back({"NAME", Text(random, NameLimit(model))});
+    if (Chance(random, 2)) command.parameters.push_back({"NAME", Name(random, NameLimit(model))});
     if (Chance(random, 3))
         command.parameters.push_back({"AMOUNT", Money(100 + Below(random, 90000))});
     else

@@ -119,6 +119,7 @@ std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
                                          const Actions& expected) {
     const Actions actions = ActionsSince(line.Device(), 0);
     if (told.escaped) return "an exception that is none of the driver's";
+    if (const auto complaint = Complaint(line.Device())) return complaint;
     if (line.FramesFromDriver() > MostFrames(expected.size())) return "more frames than allowed";
     if (ResultValue(told.result, "ResultCode") != std::to_string(told.exitCode))
         return "result file and exit code differ";

@@ -66,6 +66,8 @@ Outcome JudgeMistake(const Case& c, const Told& told, const std::string& command
 /// The register may have its reasons to refuse a command; the check pass may not.
 Outcome JudgeValid(const Told& told) {
     const int frames = TheLine()->FramesFromDriver();
+    if (const auto complaint = Complaint(TheLine()->Device()))
+        return Judged(Verdict::Violation, told.exitCode, frames, *complaint);
     if (told.exitCode == 0) return Judged(Verdict::Ok, 0, frames);
     const std::string message = ResultValue(told.result, "Message");
     const bool refused = told.exitCode == 101 && !TheLine()->Device().Journal().empty() &&
@@ -76,6 +78,7 @@ Outcome JudgeValid(const Told& told) {
 Outcome RunCase(const Case& c, const TempDir& folder) {
     emulator::RegisterConfig config;
     config.model = c.model;
+    config.strict = true;
     TheLine() = std::make_unique<FaultyLine>(c.model->family, config, FaultPlan());
     const std::string own = std::to_string(getpid());
     const RunFiles files = {

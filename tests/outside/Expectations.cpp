@@ -31,5 +31,6 @@ bool Matches(const std::string& text, const std::string& pattern) {
 
 void LeaveResultCode(Shop& shop, std::uint8_t code) {
     shop.Device().RefuseNext(code);
-    shop.Device().Execute(emulator::Total, 77, {});
+    shop.Device().NoteStatusRead();
+    shop.Device().Execute(emulator::Total, 1, {});
 }

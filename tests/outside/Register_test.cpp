@@ -137,6 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Models, EveryRegister, testing::ValuesIn(AllModelCases(
 TEST_P(EveryRegister, SellsASmallReceipt) {
     emulator::RegisterConfig config;
     config.model = GetParam().model;
+    config.strict = true;
     Shop shop(config, GetParam().family);
     const RunOutcome run = shop.Execute(
         "COMMENT: TEXT=\"Good morning\"\n"

@@ -62,6 +62,7 @@ RunOutcome Shop::Run(const std::vector<std::string>& arguments) {
     const runner::ProgramResult program = run.Process().Wait();
     run.Finish();
     EXPECT_EQ(program.err, "");
+    EXPECT_EQ(since.Complaints(), std::vector<std::string>());
     return {program.exitCode,   program.out,   folder_.Result(), folder_.StandardLog(),
             folder_.DebugLog(), since.Lines(), since.Journal()};
 }

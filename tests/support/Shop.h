@@ -45,7 +45,8 @@ class Shop {
     Shop& StartBy(const std::string& script);
 
     /// Runs the driver with these arguments until it ends, with the register at work. A result file
-    /// of an earlier run is removed first. Anything on standard error fails the test.
+    /// of an earlier run is removed first. Anything on standard error, and a complaint of the
+    /// register, fails the test.
     RunOutcome Run(const std::vector<std::string>& arguments);
     /// Writes the commands to "cmd.txt" in the shop's folder and runs the driver with it there.
     RunOutcome Execute(const std::string& commands);

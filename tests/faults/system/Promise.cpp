@@ -70,6 +70,7 @@ std::optional<std::string> BrokenPromise(const TillRun& told, const Device& devi
                                          const Actions& expected, Allowance allowance) {
     if (!told.inTime) return "did not end in time";
     if (!told.complaint.empty()) return "on standard error: " + told.complaint;
+    if (const auto complaint = Complaint(device.device)) return complaint;
     const Spoken spoken = Listen(device.Family(), device.device.GetModel(), port.FromDriver());
     if (spoken.frames > MostFrames(expected.size())) return "more frames than allowed";
     if (spoken.broken) return "something on the wire that is no frame";
