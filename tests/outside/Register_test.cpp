@@ -79,6 +79,21 @@ TEST(Register, StaysBlockedWhenConfiguredSo) {
     EXPECT_EQ(next.journal.front().command, emulator::DeptSale) << "it need not be entered again";
 }
 
+TEST(Register, IsEnteredByTheConfiguredCashierWhileItsCashierSystemIsOn) {
+    emulator::RegisterConfig config = workbench::RegisterOf("ocelot");
+    config.cashierSystem = true;
+    config.cashier = 7;  // a strict register takes no other
+    Shop shop(config);
+    EXPECT_EQ(shop.Ini("CashierNumber", "7").Execute(sale).exitCode, 0);
+    EXPECT_EQ(shop.Device().Cashier(), 7);
+}
+
+TEST(Register, IsEnteredByCashierOneWhileItsCashierSystemIsOff) {
+    Shop shop;
+    EXPECT_EQ(shop.Ini("CashierNumber", "7").Execute(sale).exitCode, 0);
+    EXPECT_EQ(shop.Device().Cashier(), 1);
+}
+
 TEST(Register, IsLeftUnblockedAfterAnError) {
     Shop shop;
     shop.Ini("KeepEcrBlocked", "1").Execute(unknownArticle);
