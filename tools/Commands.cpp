@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int exitUnable = 3;
+constexpr char versionText[] = "voltisctl 2.5.0";  // of the project; a test compares them
 
 using Action = std::function<int()>;
 
@@ -37,7 +38,7 @@ int Report(const std::exception& failure, int exitCode) {
 int RunVoltisctl(int argc, char** argv) {
     CLI::App app("The companion of the fiscal printer driver: an emulated register on the desk.",
                  "voltisctl");
-    app.set_version_flag("--version", "voltisctl " VOLTIS_VERSION);
+    app.set_version_flag("--version", versionText);
     app.require_subcommand(0, 1);  // none: reported below, after an unknown word
     Action chosen;
     for (const SubCommand& row : subCommands) {

@@ -40,10 +40,10 @@ TEST(voltisctl, HelpEndsWithZeroEvenBesideAWrongOption) {
     }
 }
 
-TEST(voltisctl, TellsItsVersion) {
+TEST(voltisctl, TellsTheVersionOfTheProject) {
     const Answer answer = RunTool({"--version"});
     EXPECT_EQ(answer.exitCode, 0);
-    EXPECT_EQ(answer.text.rfind("voltisctl ", 0), 0U) << answer.text;
+    EXPECT_EQ(answer.text, "voltisctl " VOLTIS_VERSION "\n");
 }
 
 struct BadInput {
