@@ -64,7 +64,7 @@ struct HealthyNotes {
 void NoteHealthy(const Told& told, FaultyLine& line, HealthyNotes& notes) {
     const Register& device = line.Device();
     notes.perfect =
-        told.exitCode == 0 && !told.escaped && !line.Forged().Any() &&
+        told.exitCode == 0 && !told.escaped && !line.Forged().Any() && !line.Strayed().Any() &&
         ResultValue(told.result, "Message") == "OK" &&
         ResultValue(told.result, "LastReceiptNo") == std::to_string(device.ReceiptNumber());
     told.result.copy(notes.message, sizeof notes.message - 1);
@@ -115,35 +115,65 @@ HealthyRun RunHealthy(const RunFolder& folder, WireFamily family) {
     return run;
 }
 
-std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
-                                         const Actions& expected) {
-    const Actions actions = ActionsSince(line.Device(), 0);
+namespace {
+
+/// What the driver owes whatever it heard.
+std::optional<std::string> BrokenByDriver(const Told& told, const FaultyLine& line,
+                                          const Actions& expected) {
     if (told.escaped) return "an exception that is none of the driver's";
-    if (const auto complaint = Complaint(line.Device())) return complaint;
     if (line.FramesFromDriver() > MostFrames(expected.size())) return "more frames than allowed";
     if (ResultValue(told.result, "ResultCode") != std::to_string(told.exitCode))
         return "result file and exit code differ";
+    const bool written = line.FiscalDataFrames() > 0;
+    switch (told.exitCode) {
+        case 0:
+            return std::nullopt;
+        case 101:
+            return written ? std::nullopt : std::optional("101, but nothing was written");
+        case 1:
+        case 2:
+            return written ? std::optional("1 or 2, but a fiscal data frame was written")
+                           : std::nullopt;
+        default:
+            return "an exit code that does not exist";
+    }
+}
+
+/// What it owes if both ends heard what was said to them.
+std::optional<std::string> BrokenInRegister(const Told& told, const Register& device,
+                                            const Actions& expected) {
+    if (const auto complaint = Complaint(device)) return complaint;
+    const Actions actions = ActionsSince(device, 0);
     if (told.exitCode == 0) {
         if (actions != expected) return "OK, but not every command exactly once in order";
-        const std::string number = std::to_string(line.Device().ReceiptNumber());
+        const std::string number = std::to_string(device.ReceiptNumber());
         if (ResultValue(told.result, "LastReceiptNo") != number) return "OK with a wrong number";
         return std::nullopt;
     }
     if (!IsBeginning(actions, expected))
         return "failed, but what was done is no beginning of the file";
-    if (told.exitCode == 101)
-        return line.FiscalDataFrames() > 0 ? std::nullopt
-                                           : std::optional("101, but nothing was written");
-    if (told.exitCode != 1 && told.exitCode != 2) return "an exit code that does not exist";
-    if (line.FiscalDataFrames() > 0) return "1 or 2, but a fiscal data frame was written";
+    if (told.exitCode != 101 && !actions.empty()) return "1 or 2, but something was done";
     return std::nullopt;
 }
 
-std::optional<std::string> Excuse(const Forgeries& forged) {
+}  // namespace
+
+std::optional<Breach> BrokenPromise(const Told& told, FaultyLine& line, const Actions& expected) {
+    if (const auto broken = BrokenByDriver(told, line, expected)) return Breach{*broken, true};
+    if (const auto broken = BrokenInRegister(told, line.Device(), expected))
+        return Breach{*broken, false};
+    return std::nullopt;
+}
+
+std::optional<std::string> Excuse(const Breach& breach, const Forgeries& forged,
+                                  const Strays& strayed) {
+    if (breach.byDriverAlone) return std::nullopt;
     if (forged.data > 0) return "the register took a spoilt data frame";
     if (forged.requests > 0) return "the register took a spoilt request";
     if (forged.statuses > 0) return "the driver took a spoilt status";
     if (forged.acks > 0) return "the driver took a spoilt answer for ACK";
+    if (strayed.noise > 0) return "the driver took noise for an answer";
+    if (strayed.stale > 0) return "the driver took the answer to an earlier frame";
     return std::nullopt;
 }
 
@@ -155,9 +185,9 @@ Outcome MeasuredSale::RunWith(const std::vector<Fault>& faults) const {
     const auto broken = BrokenPromise(told, line, healthy_.actions);
     if (!broken)
         return Judged(told.exitCode == 0 ? Verdict::Ok : Verdict::Failed, told.exitCode, frames);
-    if (const auto excuse = Excuse(line.Forged()))
+    if (const auto excuse = Excuse(*broken, line.Forged(), line.Strayed()))
         return Judged(Verdict::Excused, told.exitCode, frames, *excuse);
-    std::string note = *broken + "; " + ResultValue(told.result, "Message");
+    std::string note = broken->what + "; " + ResultValue(told.result, "Message");
     for (const Fault& fault : faults) note += "; " + Describe(fault);
     return Judged(Verdict::Violation, told.exitCode, frames, note);
 }

@@ -53,11 +53,16 @@ struct HealthyRun {
 /// Ends the process with a message when that run is not perfect. It takes place in a child.
 HealthyRun RunHealthy(const RunFolder& folder, emulator::WireFamily family);
 
-/// The promise that is broken, in words; nothing when all is well.
-std::optional<std::string> BrokenPromise(const Told& told, FaultyLine& line,
-                                         const Actions& expected);
-/// Why a broken promise is excused, from what both ends saw; nothing when it is not.
-std::optional<std::string> Excuse(const Forgeries& forged);
+/// A promise that was not kept.
+struct Breach {
+    std::string what;
+    bool byDriverAlone;  // whatever it heard, so nothing excuses it
+};
+/// Nothing when all is well.
+std::optional<Breach> BrokenPromise(const Told& told, FaultyLine& line, const Actions& expected);
+/// Why a breach is excused, from what both ends saw; nothing when it is not.
+std::optional<std::string> Excuse(const Breach& breach, const Forgeries& forged,
+                                  const Strays& strayed);
 
 /// A command file in a family of frames, with its run without faults.
 class MeasuredSale {

@@ -1,6 +1,7 @@
 #include "tests/faults/FaultyChannel.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "CommChannel.h"
 
@@ -14,6 +15,14 @@ using emulator::WireFamily;
 
 constexpr std::size_t statusSize = 2 + 15;  // sequence number and block
 constexpr std::uint8_t ack = 6, nak = 21, busyOcelot = 11, busyMargay = 27;
+
+/// Bytes that are sent together and differ in this are transmissions of their own.
+struct Group {
+    bool second;  // of the frame after the answer, or in front of it
+    bool ahead;   // noise in front of a frame
+    int late;
+    bool operator==(const Group&) const = default;
+};
 
 bool Same(View a, View b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end());
@@ -30,23 +39,24 @@ FaultyLine::FaultyLine(WireFamily family, emulator::RegisterConfig config, Fault
 
 void FaultyLine::Write(View frame) {
     ++framesFromDriver_;
-    inbox_.clear();  // the serial port drops what is stale before it writes
-    unread_.clear();
+    arrived_.clear();
+    for (Transmission& transmission : onItsWay_) transmission.late -= transmission.late > 0;
     Classify(frame);
     const Bytes reply = Deliver(frame, plan_.Apply(Direction::ToRegister, frame));
     if (!reply.empty()) SendToDriver(reply);
 }
 
-// Seen from the bytes that the driver meant to send, so no fault can confuse it.
+// Seen from the bytes that the driver meant to send, so no fault can confuse it. Not from their
+// number: a driver that was told of another model by a spoilt status sends a frame for that one.
 void FaultyLine::Classify(View frame) {
     if (const auto request = wire_->ParseRequest(frame)) {
         command_ = request->command;
+        firstRequests_.try_emplace(
+            command_, Position{plan_.Sent(Direction::ToRegister), plan_.Sent(Direction::ToDriver)});
         lastWritten_ = Role::Request;
         return;
     }
-    const std::size_t payload = emulator::PayloadSize(device_.GetModel(), command_);
-    if (lastWritten_ == Role::Request && payload != emulator::kNotACommand &&
-        wire_->ParseData(frame, payload + 2)) {
+    if (lastWritten_ == Role::Request && command_ != emulator::ReadFiscalStatus) {
         lastWritten_ = Role::Data;
         ++dataFrames_;
         if (command_ != emulator::EnterFiscalMode && command_ != emulator::ExitFiscalMode)
@@ -88,53 +98,100 @@ void FaultyLine::Watch(const emulator::LineCounters& before, View burst, View se
     forged_.answers += now.answers != before.answers;
 }
 
-// An answer and the status block may come together.
+const FaultyLine::Sent* FaultyLine::Keep(View frame) {
+    return &sent_.emplace_back(Sent{{frame.begin(), frame.end()}, framesFromDriver_});
+}
+
+// An answer and the status block are sent together, but are two transmissions.
 void FaultyLine::SendToDriver(const Bytes& reply) {
-    const std::size_t dataSize = wire_->DataFrameSize(statusSize);
-    if (reply.size() > dataSize) {
-        const auto border = reply.end() - static_cast<std::ptrdiff_t>(dataSize);
-        unread_ = {{reply.begin(), border}, {border, reply.end()}};
-    } else {
-        unread_ = {reply};
+    const std::size_t statusFrame = wire_->DataFrameSize(statusSize);
+    const std::size_t border =
+        reply.size() > statusFrame ? reply.size() - statusFrame : reply.size();
+    const View whole(reply);
+    const Sent* const frames[] = {Keep(whole.first(border)), Keep(whole.subspan(border))};
+    std::optional<Group> last;
+    for (const Arrival& arrival : plan_.Carry(Direction::ToDriver, reply)) {
+        const bool atFront = arrival.origin == 0 || arrival.origin == border;
+        const Group group{arrival.origin >= border, arrival.noise && atFront, arrival.late};
+        if (group != last) onItsWay_.push_back({{}, group.late});
+        last = group;
+        onItsWay_.back().bytes.push_back(
+            {arrival.value, arrival.noise ? nullptr : frames[group.second]});
     }
-    framesFromRegister_ += static_cast<int>(unread_.size());
-    inbox_ = plan_.Apply(Direction::ToDriver, reply);
 }
 
 bool FaultyLine::Read(std::uint8_t* block, std::size_t size) {
-    if (inbox_.size() < size) {
-        inbox_.clear();
-        unread_.clear();
+    while (arrived_.size() < size && !onItsWay_.empty() && onItsWay_.front().late == 0) {
+        const Stretch& bytes = onItsWay_.front().bytes;
+        arrived_.insert(arrived_.end(), bytes.begin(), bytes.end());
+        onItsWay_.pop_front();
+    }
+    if (arrived_.size() < size) {
+        arrived_.clear();
         return false;
     }
-    const View got = View(inbox_).first(size);
-    std::copy(got.begin(), got.end(), block);
-    Bytes expected;
-    if (!unread_.empty()) {
-        expected = unread_.front();
-        unread_.erase(unread_.begin());
-    }
-    WatchDriver(expected, got);
-    inbox_.erase(inbox_.begin(), inbox_.begin() + static_cast<std::ptrdiff_t>(size));
+    const auto end = arrived_.begin() + static_cast<std::ptrdiff_t>(size);
+    const Stretch taken(arrived_.begin(), end);
+    arrived_.erase(arrived_.begin(), end);
+    for (const Byte& byte : taken) *block++ = byte.value;
+    WatchDriver(taken);
     return true;
+}
+
+void FaultyLine::WatchDriver(const Stretch& taken) {
+    Bytes got;
+    for (const Byte& byte : taken) got.push_back(byte.value);
+    const auto own = std::find_if(taken.begin(), taken.end(), [this](const Byte& byte) {
+        return byte.of != nullptr && byte.of->answers == framesFromDriver_;
+    });
+    if (own == taken.end())
+        NoteStray(taken, got);
+    else
+        NoteForgery(own->of->frame, got);
 }
 
 // What the driver takes for good: of an Ocelot answer the first byte does not count, of a Margay
 // frame neither the end byte nor the total of an end-of-file frame.
-void FaultyLine::WatchDriver(View expected, View got) {
+void FaultyLine::NoteForgery(View expected, View got) {
     if (Same(expected, got)) return;
-    if (got.size() == wire_->DataFrameSize(statusSize)) {
+    if (IsStatus(got)) {
         const std::size_t counts = got.size() - (family_ == WireFamily::Margay ? 1 : 0);
         const bool sameContent =
             expected.size() == got.size() && Same(expected.first(counts), got.first(counts));
         forged_.statuses += ChecksOut(got) && !sameContent;
         return;
     }
-    if (lastWritten_ == Role::Answer || !ChecksOut(got)) return;
+    if (lastWritten_ == Role::Answer) return;
+    const Meaning meaning = MeaningOf(got);
+    forged_.acks += meaning == Meaning::Ack;
+    forged_.refusals += meaning == Meaning::Refusal;
+}
+
+void FaultyLine::NoteStray(const Stretch& taken, View got) {
+    if (IsStatus(got)) {
+        if (!ChecksOut(got)) return;
+    } else {
+        if (lastWritten_ == Role::Answer) return;  // an end-of-file frame tells nothing
+        const Meaning meaning = MeaningOf(got);
+        const bool garbageIsGood = lastWritten_ == Role::Request;
+        if (meaning == Meaning::Refusal || (meaning == Meaning::Garbage && !garbageIsGood)) return;
+    }
+    const bool noise = std::all_of(taken.begin(), taken.end(),
+                                   [](const Byte& byte) { return byte.of == nullptr; });
+    ++(noise ? strays_.noise : strays_.stale);
+}
+
+bool FaultyLine::IsStatus(View frame) const {
+    return frame.size() == wire_->DataFrameSize(statusSize);
+}
+
+FaultyLine::Meaning FaultyLine::MeaningOf(View answer) const {
+    if (!ChecksOut(answer)) return Meaning::Garbage;
     const bool ocelot = family_ == WireFamily::Ocelot;
-    const std::uint8_t code = ocelot ? got[1] : got[0];
-    forged_.acks += code == ack;
-    forged_.refusals += code == nak || code == (ocelot ? busyOcelot : busyMargay);
+    const std::uint8_t code = ocelot ? answer[1] : answer[0];
+    if (code == ack) return Meaning::Ack;
+    const bool refusal = code == nak || code == (ocelot ? busyOcelot : busyMargay);
+    return refusal ? Meaning::Refusal : Meaning::Garbage;
 }
 
 bool FaultyLine::ChecksOut(View frame) const {

@@ -1,8 +1,17 @@
 // Replaces the communication channel in the executable that links it: the driver is joined to an
 // emulated register by a line that spoils bytes as planned and notes what both ends saw. A lost
 // answer costs no time.
+//
+// The driver is quick: it goes on as soon as a read has its bytes, whatever they are. So what the
+// register has sent is on its way until a read needs it, one transmission after the other, and what
+// no read has waited for is still on its way at the driver's next write. That write drops only what
+// has arrived, as the serial port does. Noise in front of a frame is a transmission of its own.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -24,19 +33,36 @@ struct Forgeries {
     bool Any() const { return requests + data + eofs + answers + acks + refusals + statuses != 0; }
 };
 
+/// What the driver took for good in place of the answer to the frame that it had just written,
+/// although no byte of it was sent in answer to that frame. For a request, garbage is good.
+struct Strays {
+    int noise = 0;  // nobody had sent it
+    int stale = 0;  // it answered an earlier frame, or did so in part
+
+    bool Any() const { return noise + stale != 0; }
+};
+
+/// The bytes that each end had sent, before any was spoilt.
+struct Position {
+    std::size_t toRegister = 0, toDriver = 0;
+};
+
 class FaultyLine {
   public:
     FaultyLine(emulator::WireFamily family, emulator::RegisterConfig config, FaultPlan plan);
 
+    /// What has arrived and was not read is dropped; the register gets the frame.
     void Write(emulator::View frame);
-    /// False, and what was there is gone, when fewer bytes are there.
+    /// False, and what was there is gone, when fewer bytes arrive.
     bool Read(std::uint8_t* block, std::size_t size);
 
     emulator::Register& Device() { return device_; }
     const FaultPlan& Plan() const { return plan_; }
     const Forgeries& Forged() const { return forged_; }
+    const Strays& Strayed() const { return strays_; }
     int FramesFromDriver() const { return framesFromDriver_; }
-    int FramesFromRegister() const { return framesFromRegister_; }
+    /// Where the driver's first request of that command began; it must have made one.
+    Position FirstRequest(std::uint8_t command) const { return firstRequests_.at(command); }
     /// Data frames that the driver has written for commands other than entering and leaving fiscal
     /// mode.
     int FiscalDataFrames() const { return fiscalDataFrames_; }
@@ -45,12 +71,34 @@ class FaultyLine {
 
   private:
     enum class Role { Request, Data, Eof, Answer };
+    enum class Meaning { Ack, Refusal, Garbage };
+
+    /// A frame as the register sent it.
+    struct Sent {
+        emulator::Bytes frame;
+        int answers;  // the number of the driver's frame
+    };
+    struct Byte {
+        std::uint8_t value;
+        const Sent* of;  // null: noise
+    };
+    using Stretch = std::vector<Byte>;
+    /// Its bytes arrive together.
+    struct Transmission {
+        Stretch bytes;
+        int late;  // writes of the driver that come first
+    };
 
     void Classify(emulator::View frame);
     emulator::Bytes Deliver(emulator::View sent, emulator::View arrived);
     void Watch(const emulator::LineCounters& before, emulator::View burst, emulator::View sent);
+    const Sent* Keep(emulator::View frame);
     void SendToDriver(const emulator::Bytes& reply);
-    void WatchDriver(emulator::View expected, emulator::View got);
+    void WatchDriver(const Stretch& taken);
+    void NoteForgery(emulator::View expected, emulator::View got);
+    void NoteStray(const Stretch& taken, emulator::View got);
+    bool IsStatus(emulator::View frame) const;
+    Meaning MeaningOf(emulator::View answer) const;
     bool ChecksOut(emulator::View frame) const;
 
     emulator::WireFamily family_;
@@ -59,12 +107,14 @@ class FaultyLine {
     emulator::Line line_;
     FaultPlan plan_;
     Forgeries forged_;
-    emulator::Bytes inbox_;                // has arrived at the driver and was not read yet
-    std::vector<emulator::Bytes> unread_;  // the frames that the register has sent for it
-    std::uint8_t command_ = 0;             // of the last request that the driver has written
+    Strays strays_;
+    std::deque<Sent> sent_;  // all of them; they keep their place
+    std::deque<Transmission> onItsWay_;
+    Stretch arrived_;           // and not read yet
+    std::uint8_t command_ = 0;  // of the last request that the driver has written
+    std::map<std::uint8_t, Position> firstRequests_;
     Role lastWritten_ = Role::Request;
     int framesFromDriver_ = 0;
-    int framesFromRegister_ = 0;
     int fiscalDataFrames_ = 0;
     int dataFrames_ = 0;
 };

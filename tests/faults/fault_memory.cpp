@@ -108,7 +108,7 @@ Outcome Judge(int exitCode) {
     if (told.result.empty() && exitCode != 0)
         judged.result = "[VOLTIS]\nResultCode=" + std::to_string(exitCode);
     const auto broken = BrokenPromise(judged, *TheLine(), *child.expected);
-    if (broken) return Judged(Verdict::Violation, exitCode, frames, *broken);
+    if (broken) return Judged(Verdict::Violation, exitCode, frames, broken->what);
     return Judged(exitCode == 0 ? Verdict::Ok : Verdict::Failed, exitCode, frames);
 }
 
