@@ -1,7 +1,9 @@
 // One fault per run: every byte of a sale, in both directions and both families of frames, is
-// replaced by each of the 255 others, dropped, doubled, cut off and preceded by another byte; and
-// from every byte on the line is dead, or all noise; and in the whole run, each value of a byte
-// arrives as another one, so that some frames never come through.
+// replaced by each of the 255 others, dropped, doubled, cut off and preceded by another byte, or by
+// as many as an Ocelot answer has; and from every byte on the line is dead, or all noise; and in
+// the whole run, each value of a byte arrives as another one, so that some frames never come
+// through. And from every byte to the driver on, the transmission is late by one frame of the
+// driver.
 //
 //   fault_bytes            a sample (--runs=N, --seed=N)
 //   fault_bytes --full     all of them
@@ -28,6 +30,7 @@ constexpr std::uint8_t lastingNoise[] = {0x01, 0x13, 0x80, 0xFF};
 struct Case {
     WireFamily family;
     Fault fault;
+    std::size_t times = 1;
 };
 
 void AddCasesOfByte(std::vector<Case>& cases, WireFamily family, Direction direction,
@@ -39,13 +42,25 @@ void AddCasesOfByte(std::vector<Case>& cases, WireFamily family, Direction direc
     for (Kind kind : {Kind::Drop, Kind::Duplicate, Kind::Truncate, Kind::Silence}) add(kind, 0);
     for (int bits : lastingNoise) add(Kind::Noise, bits);
     for (int value : insertedValues) add(Kind::Insert, value);
+    if (direction == Direction::ToDriver) add(Kind::Late, 0);
+}
+
+/// Noise that fills the place of a whole answer.
+void AddAnswersOfNoise(std::vector<Case>& cases, std::size_t index) {
+    constexpr std::size_t answerSize = 4;
+    for (std::uint8_t value : insertedValues) {
+        const Fault noise = {Direction::ToDriver, Kind::Insert, value, index};
+        cases.push_back({WireFamily::Ocelot, noise, answerSize});
+    }
 }
 
 void AppendCases(std::vector<Case>& cases, WireFamily family, const HealthyRun& healthy) {
     for (std::size_t i = 0; i < healthy.bytesToRegister; ++i)
         AddCasesOfByte(cases, family, Direction::ToRegister, i);
-    for (std::size_t i = 0; i < healthy.bytesToDriver; ++i)
+    for (std::size_t i = 0; i < healthy.bytesToDriver; ++i) {
         AddCasesOfByte(cases, family, Direction::ToDriver, i);
+        if (family == WireFamily::Ocelot) AddAnswersOfNoise(cases, i);
+    }
     for (Direction direction : {Direction::ToRegister, Direction::ToDriver}) {
         for (int value = 0; value < 256; ++value)
             cases.push_back(
@@ -71,8 +86,9 @@ int main(int argc, char* argv[]) {
 
     const CampaignLimits limits{10, options.full ? 3000u : 280u};
     const Tally tally = RunCampaign(cases.size(), limits, [&](std::size_t i) {
-        const bool isOcelot = cases[i].family == WireFamily::Ocelot;
-        return (isOcelot ? ocelot : margay).RunWith({cases[i].fault});
+        const Case& c = cases[i];
+        const MeasuredSale& sale = c.family == WireFamily::Ocelot ? ocelot : margay;
+        return sale.RunWith(std::vector<Fault>(c.times, c.fault));
     });
     return Report("fault_bytes, seed " + std::to_string(options.seed) + ", of " +
                       std::to_string(all) + " faults",

@@ -31,15 +31,15 @@ std::uint8_t AnyValue(Random& random) {
 
 /// Retries make a run longer than the healthy one: some of the faults are meant for those.
 Fault AnyFault(Random& random, const HealthyRun& healthy) {
-    const Direction direction = Below(random, 2) == 0 ? Direction::ToRegister : Direction::ToDriver;
-    const std::size_t bytes =
-        direction == Direction::ToRegister ? healthy.bytesToRegister : healthy.bytesToDriver;
     static constexpr Kind kinds[] = {
         Kind::Substitute, Kind::Substitute, Kind::Flip,     Kind::Drop,     Kind::Drop,
         Kind::Duplicate,  Kind::Duplicate,  Kind::Truncate, Kind::Truncate, Kind::Insert,
-        Kind::Insert,     Kind::Stuck,      Kind::Noise};
-    return {direction, kinds[Below(random, std::size(kinds))], AnyValue(random),
-            Below(random, bytes + bytes / 2)};
+        Kind::Insert,     Kind::Late,       Kind::Late,     Kind::Stuck,    Kind::Noise};
+    const Kind kind = kinds[Below(random, std::size(kinds))];
+    const bool toRegister = kind != Kind::Late && Below(random, 2) == 0;
+    const Direction direction = toRegister ? Direction::ToRegister : Direction::ToDriver;
+    const std::size_t bytes = toRegister ? healthy.bytesToRegister : healthy.bytesToDriver;
+    return {direction, kind, AnyValue(random), Below(random, bytes + bytes / 2)};
 }
 
 /// Half of the runs have their faults close together, where one hides the other.
