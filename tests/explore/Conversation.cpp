@@ -1,0 +1,376 @@
+#include "tests/explore/Conversation.h"
+
+#include <algorithm>
+
+namespace explore {
+
+using emulator::Bytes;
+using emulator::View;
+using emulator::WireFamily;
+
+namespace {
+
+constexpr std::size_t statusSize = 2 + 15;  // sequence number and block
+constexpr std::uint8_t refusal = emulator::result::PrinterError;
+constexpr std::uint8_t noiseByte = 0x2A;  // nothing that either end knows
+
+constexpr FaultSet frameFaults = {Fault::None,    Fault::Late,  Fault::Later,     Fault::Lost,
+                                  Fault::Garbled, Fault::Noise, Fault::PowerFails};
+
+/// So that its check bytes, or its single byte, tell.
+Bytes Garble(Bytes frame) {
+    frame.front() ^= 0x80;
+    frame.back() ^= 0x40;
+    return frame;
+}
+
+/// For how many further frames of the driver a frame with that fault is held back.
+std::uint8_t HoldOf(Fault fault) {
+    if (fault == Fault::Later) return 2;
+    return fault == Fault::Late ? 1 : 0;
+}
+
+std::string CommandName(std::uint8_t command) {
+    static const char* const names[] = {"ENTER",    "EXIT",           "COMMENT",    "SALE",
+                                        "RETURN",   "PLU SALE",       "PLU RETURN", "DISCOUNT %",
+                                        "DISCOUNT", "MARKUP %",       "MARKUP",     "TOTAL",
+                                        "TENDER",   "FOREIGN TENDER", "DISPLAY",    "DRAWER"};
+    if (command == emulator::ReadFiscalStatus) return "STATUS";
+    if (command == emulator::Report) return "REPORT";
+    if (command < emulator::EnterFiscalMode || command > emulator::OpenCashDrawer) return "?";
+    return names[command - emulator::EnterFiscalMode];
+}
+
+void Append(Bytes& state, std::size_t value) {
+    for (int shift = 0; shift < 32; shift += 8)
+        state.push_back(static_cast<std::uint8_t>(value >> shift));
+}
+
+void Append(Bytes& state, View bytes) {
+    Append(state, bytes.size());
+    state.insert(state.end(), bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+Conversation::Conversation(const Scenario& scenario, const std::vector<Actions>& expected)
+    : scenario_(&scenario),
+      expected_(&expected),
+      wire_(emulator::MakeWire(scenario.family)),
+      device_(scenario.Register()),
+      line_(scenario.family, device_) {
+    if (!scenario.files->inFiscalMode) return;
+    device_.Execute(emulator::EnterFiscalMode, 1, Bytes{1});
+    device_.CloseCommand();
+    runBegin_ = device_.Journal().size();
+}
+
+Conversation::Conversation(const Conversation& other)
+    : scenario_(other.scenario_),
+      expected_(other.expected_),
+      wire_(other.wire_),
+      device_(other.device_),
+      line_(other.line_, device_),
+      stage_(other.stage_),
+      place_(other.place_),
+      writing_(other.writing_),
+      role_(other.role_),
+      command_(other.command_),
+      toRegister_(other.toRegister_),
+      toDriver_(other.toDriver_),
+      undecided_(other.undecided_),
+      delivered_(other.delivered_),
+      inbox_(other.inbox_),
+      file_(other.file_),
+      runBegin_(other.runBegin_),
+      fiscalFrame_(other.fiscalFrame_),
+      outOfTurn_(other.outOfTurn_),
+      acknowledged_(other.acknowledged_),
+      runs_(other.runs_),
+      done_(other.done_),
+      over_(other.over_) {}
+
+// --- the driver's side ---------------------------------------------------------------------------
+
+void Conversation::Open() {
+    if (Telling()) Tell({Event::Kind::Run, "run " + std::to_string(runs_.size() + 1)});
+    role_ = Role::Answer;
+}
+
+void Conversation::Write(View frame) {
+    writing_.assign(frame.begin(), frame.end());
+    const bool afterData = role_ == Role::Data;
+    role_ = RoleOf(frame);
+    if (afterData && role_ == Role::EndOfFile && !acknowledged_) outOfTurn_ = true;
+    acknowledged_ = false;
+    fiscalFrame_ = fiscalFrame_ || (role_ == Role::Data && command_ != emulator::EnterFiscalMode &&
+                                    command_ != emulator::ExitFiscalMode);
+    stage_ = Stage::Race;
+    if (!Racing()) EndRace();
+}
+
+// Closing the port waits until what was written has gone out.
+void Conversation::Close() {
+    for (const Unit& unit : toRegister_) {
+        Feed(unit);
+        for (const Bytes& answer : undecided_) toDriver_.push_back({.bytes = answer});
+        undecided_.clear();
+    }
+    toRegister_.clear();
+}
+
+bool Conversation::Read(std::uint8_t* block, std::size_t size) {
+    std::size_t place = Event::nowhere;
+    while (inbox_.size() < size && Racing()) {
+        const Unit& unit = toDriver_.front();
+        place = unit.place;
+        inbox_.insert(inbox_.end(), unit.bytes.begin(), unit.bytes.end());
+        toDriver_.pop_front();
+    }
+    if (inbox_.size() < size) {
+        if (Telling()) Tell({Event::Kind::Read, "time-out"});
+        inbox_.clear();
+        return false;
+    }
+    const View got = View(inbox_).first(size);
+    std::copy(got.begin(), got.end(), block);
+    acknowledged_ = wire_->ParseAnswer(got) == emulator::Answer::Ack;
+    if (Telling()) Tell({Event::Kind::Read, NameOf(got), Fault::None, place});
+    inbox_.erase(inbox_.begin(), inbox_.begin() + static_cast<std::ptrdiff_t>(size));
+    return true;
+}
+
+// As the pages tell a shop: the next file after 0, the same file again when nothing was printed,
+// and otherwise somebody looks.
+void Conversation::EndRun(const DriverEnd& end, const std::string& result) {
+    const Told told{end, result, fiscalFrame_, RefusedInRun(), outOfTurn_};
+    const Actions done = ActionsSince(device_, runBegin_);
+    const Actions& expected = expected_->empty() ? done : expected_->at(file_);
+    if (expected_->empty()) done_.push_back(done);
+    runs_.push_back(Judge(told, done, expected, device_));
+    if (Telling()) Tell({Event::Kind::End, EndingText({runs_.back()})});
+    fiscalFrame_ = outOfTurn_ = false;
+    runBegin_ = device_.Journal().size();
+    if (end.exitCode == 0) ++file_;
+    const bool goesOn = end.exitCode == 0 || end.exitCode == 1 || end.exitCode == 2;
+    over_ = !goesOn || file_ == scenario_->files->files.size() || runs_.size() == mostRuns;
+}
+
+// --- what may happen -----------------------------------------------------------------------------
+
+FaultSet Conversation::Options() const {
+    FaultSet options;
+    switch (stage_) {
+        case Stage::Quiet:
+            break;
+        case Stage::Race:
+            options = {Fault::None, Fault::Drained};
+            break;
+        case Stage::Frame:
+            options = frameFaults;
+            if (role_ == Role::Request || role_ == Role::Data) options.Add(Fault::Refused);
+            break;
+        case Stage::Answer:
+            options = frameFaults;
+            break;
+    }
+    return options;
+}
+
+void Conversation::Decide(Fault fault) {
+    switch (stage_) {
+        case Stage::Quiet:
+            return;
+        case Stage::Race:
+            DecideRace(fault);
+            break;
+        case Stage::Frame:
+            DecideFrame(fault);
+            break;
+        case Stage::Answer:
+            DecideAnswer(fault);
+            break;
+    }
+    ++place_;
+}
+
+void Conversation::DecideRace(Fault fault) {
+    while (fault == Fault::Drained && Racing()) {
+        if (Telling())
+            Tell({Event::Kind::Dropped, NameOf(toDriver_.front().bytes), Fault::None,
+                  toDriver_.front().place});
+        toDriver_.pop_front();
+    }
+    EndRace();
+}
+
+// What has arrived is dropped; what is still on its way comes one frame nearer.
+void Conversation::EndRace() {
+    stage_ = Stage::Frame;
+    inbox_.clear();
+    for (Unit& unit : toDriver_)
+        if (unit.hold > 0) --unit.hold;
+}
+
+void Conversation::DecideFrame(Fault fault) {
+    if (Telling()) Tell({Event::Kind::FromDriver, NameOfFrame(), fault, place_});
+    for (Unit& unit : toRegister_)
+        if (unit.hold > 0) --unit.hold;
+    if (fault == Fault::PowerFails) FailPower();
+    if (fault == Fault::Noise) {
+        Bytes noisy = writing_;
+        noisy.insert(noisy.begin(), noiseByte);
+        toRegister_.push_back({noisy, 0, false, place_});
+    } else if (fault != Fault::Lost) {
+        toRegister_.push_back({fault == Fault::Garbled ? Garble(writing_) : writing_, HoldOf(fault),
+                               fault == Fault::Refused, place_});
+    }
+    Deliver();
+}
+
+void Conversation::DecideAnswer(Fault fault) {
+    const Bytes answer = undecided_.front();
+    undecided_.pop_front();
+    if (Telling()) Tell({Event::Kind::FromRegister, NameOf(answer), fault, place_, delivered_});
+    if (fault == Fault::PowerFails) {
+        FailPower();
+        undecided_.clear();
+    } else if (fault != Fault::Lost) {
+        const std::size_t answerSize = wire_->BuildAnswer(emulator::Answer::Ack).size();
+        if (fault == Fault::Noise) toDriver_.push_back({.bytes = Bytes(answerSize, noiseByte)});
+        toDriver_.push_back(
+            {fault == Fault::Garbled ? Garble(answer) : answer, HoldOf(fault), false, place_});
+    }
+    if (undecided_.empty()) Deliver();
+}
+
+void Conversation::Deliver() {
+    stage_ = Stage::Quiet;
+    while (undecided_.empty() && !toRegister_.empty() && toRegister_.front().hold == 0) {
+        const Unit unit = toRegister_.front();
+        toRegister_.pop_front();
+        Feed(unit);
+    }
+    if (!undecided_.empty()) stage_ = Stage::Answer;
+}
+
+// The frame and the pause after it. An answer and the status block come together.
+void Conversation::Feed(const Unit& unit) {
+    delivered_ = unit.place;
+    if (Telling() && unit.place != place_)
+        Tell({Event::Kind::Arrival, "", Fault::None, unit.place});
+    device_.SetBusy(unit.refused);
+    if (unit.refused) device_.RefuseNext(refusal);
+    Bytes reply = line_.Feed(unit.bytes);
+    const Bytes more = line_.Idle();
+    reply.insert(reply.end(), more.begin(), more.end());
+    device_.RefuseNone();
+    device_.SetBusy(false);
+    const std::size_t dataSize = wire_->DataFrameSize(statusSize);
+    if (reply.size() > dataSize) {
+        const auto border = reply.end() - static_cast<std::ptrdiff_t>(dataSize);
+        undecided_.emplace_back(reply.begin(), border);
+        undecided_.emplace_back(border, reply.end());
+    } else if (!reply.empty()) {
+        undecided_.push_back(reply);
+    }
+}
+
+void Conversation::FailPower() {
+    device_.PowerOff();
+    device_.PowerOn();
+}
+
+bool Conversation::RefusedInRun() const {
+    return std::any_of(device_.Journal().begin() + static_cast<std::ptrdiff_t>(runBegin_),
+                       device_.Journal().end(),
+                       [](const emulator::Acted& acted) { return !acted.accepted; });
+}
+
+// Seen from the bytes that the driver means to send, so no fault can confuse it.
+Conversation::Role Conversation::RoleOf(View frame) {
+    if (const auto request = wire_->ParseRequest(frame)) {
+        command_ = request->command;
+        return Role::Request;
+    }
+    const std::size_t payload = emulator::PayloadSize(device_.GetModel(), command_);
+    if (role_ == Role::Request && payload != emulator::kNotACommand &&
+        wire_->ParseData(frame, payload + 2))
+        return Role::Data;
+    return wire_->IsSomeEof(frame) ? Role::EndOfFile : Role::Answer;
+}
+
+// --- the state -----------------------------------------------------------------------------------
+
+void Conversation::Describe(Bytes& state) const {
+    Append(state, runs_.size());
+    for (const RunEnd& end : runs_) {
+        Append(state, static_cast<std::size_t>(end.exitCode));
+        Append(state, end.issues);
+    }
+    for (std::size_t value :
+         {file_, static_cast<std::size_t>(stage_), static_cast<std::size_t>(role_),
+          std::size_t{command_}, std::size_t{fiscalFrame_}, std::size_t{outOfTurn_},
+          std::size_t{RefusedInRun()}})
+        Append(state, value);
+    // What the register is follows from what it has accepted, and from these.
+    Append(state, static_cast<std::size_t>(std::count_if(
+                      device_.Journal().begin() + static_cast<std::ptrdiff_t>(runBegin_),
+                      device_.Journal().end(),
+                      [](const emulator::Acted& acted) { return acted.accepted; })));
+    for (const emulator::Acted& acted : device_.Journal()) {
+        if (!acted.accepted) continue;
+        state.push_back(acted.command);
+        Append(state, View(acted.payload));
+    }
+    Append(state, device_.LastSequence());
+    Append(state, View(device_.StatusBlock()));
+    Append(state, std::size_t{device_.Open().has_value()});
+    if (device_.Open()) {
+        Append(state, std::size_t{device_.Open()->command} << 16 | device_.Open()->sequence);
+        Append(state, View(device_.Open()->payload));
+    }
+    Append(state, View(line_.Exchange()));
+    for (const auto* units : {&toRegister_, &toDriver_}) {
+        Append(state, units->size());
+        for (const Unit& unit : *units) {
+            state.push_back(static_cast<std::uint8_t>(unit.hold << 1 | (unit.refused ? 1 : 0)));
+            Append(state, View(unit.bytes));
+        }
+    }
+    Append(state, undecided_.size());
+    for (const Bytes& answer : undecided_) Append(state, View(answer));
+    Append(state, View(inbox_));
+    if (stage_ == Stage::Race || stage_ == Stage::Frame) Append(state, View(writing_));
+}
+
+// --- the story -----------------------------------------------------------------------------------
+
+void Conversation::Tell(const Event& event) {
+    story_->push_back(event);
+}
+
+std::string Conversation::NameOf(View answer) const {
+    if (const auto code = wire_->ParseAnswer(answer))
+        return *code == emulator::Answer::Ack ? "ACK" : "NAK";
+    const Bytes busy = wire_->BuildAnswer(emulator::Answer::Busy);
+    if (std::equal(answer.begin(), answer.end(), busy.begin(), busy.end())) return "BSY";
+    if (wire_->ParseData(answer, statusSize)) return "status";
+    return wire_->IsSomeEof(answer) ? "end of file" : "garbage";
+}
+
+std::string Conversation::NameOfFrame() const {
+    switch (role_) {
+        case Role::Request:
+            return "request " + CommandName(command_);
+        case Role::Data:
+            return "data " + CommandName(command_);
+        case Role::EndOfFile:
+            return "end of file";
+        case Role::Answer:
+            break;
+    }
+    return NameOf(writing_);
+}
+
+}  // namespace explore

@@ -1,0 +1,41 @@
+// 128 bits by which states are told apart. Two states with the same hash are taken for the same
+// one; among a million states that happens by chance with a probability below 1e-26.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+namespace explore {
+
+struct Hash {
+    std::uint64_t a = 0x9E3779B97F4A7C15U;
+    std::uint64_t b = 0xC2B2AE3D27D4EB4FU;
+    bool operator==(const Hash&) const = default;
+
+    void Add(std::span<const std::uint8_t> bytes) {
+        Mix(bytes.size());
+        std::size_t at = 0;
+        for (; at + 8 <= bytes.size(); at += 8) {
+            std::uint64_t word = 0;
+            std::memcpy(&word, bytes.data() + at, 8);
+            Mix(word);
+        }
+        std::uint64_t rest = 0;
+        if (at < bytes.size()) std::memcpy(&rest, bytes.data() + at, bytes.size() - at);
+        Mix(rest);
+    }
+
+    void Mix(std::uint64_t word) {
+        a = (a ^ word) * 0xFF51AFD7ED558CCDU;
+        a ^= a >> 32;
+        b = (b + word) * 0xC4CEB9FE1A85EC53U;
+        b ^= b >> 29;
+    }
+};
+
+struct HashOfHash {
+    std::size_t operator()(const Hash& hash) const { return hash.a ^ hash.b; }
+};
+
+}  // namespace explore

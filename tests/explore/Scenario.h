@@ -1,0 +1,69 @@
+// What is explored: command files, the register that they are given to, and what the shop does with
+// each exit code.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "emulator/Habit.h"
+#include "emulator/Register.h"
+#include "emulator/Wire.h"
+#include "tests/support/TempDir.h"
+
+namespace explore {
+
+/// The command files of a scenario, one after the other in the same shop.
+struct FileSet {
+    std::string_view word;     // as given on a command line
+    std::string_view meaning;  // for a table
+    std::vector<std::string_view> files;
+    bool inFiscalMode = false;  // when it begins, and kept so (KeepEcrBlocked=1)
+};
+const std::vector<FileSet>& FileSets();
+
+/// At most so many runs of the driver in one scenario.
+inline constexpr std::size_t mostRuns = 3;
+
+struct Scenario {
+    emulator::WireFamily family = emulator::WireFamily::Ocelot;
+    const FileSet* files = nullptr;
+    std::optional<emulator::Habit> habit;  // none: the register as docs/emulator.md describes it
+
+    /// "margay report default"
+    std::string Name() const;
+    emulator::RegisterConfig Register() const;
+};
+
+/// Of every family, set of files and habit.
+std::vector<Scenario> AllScenarios();
+/// Throws std::runtime_error that names the word that is wrong.
+Scenario ParseScenario(std::string_view family, std::string_view files, std::string_view habit);
+
+std::string_view HabitWordOf(const std::optional<emulator::Habit>& habit);  // "default" for none
+std::string_view FamilyWord(emulator::WireFamily family);
+
+/// The files of a scenario on the disk.
+class ScenarioFiles {
+  public:
+    explicit ScenarioFiles(const Scenario& scenario);
+    ~ScenarioFiles();
+    ScenarioFiles(const ScenarioFiles&) = delete;
+    ScenarioFiles& operator=(const ScenarioFiles&) = delete;
+
+    const std::string& Ini() const { return ini_; }
+    const std::string& Command(std::size_t file) const { return commands_.at(file); }
+    const std::string& Result() const { return result_; }
+    /// What the driver has written there; the next call finds it empty.
+    std::string TakeResult() const;
+
+  private:
+    TempDir folder_;
+    int resultFd_;
+    std::string ini_, result_;
+    std::vector<std::string> commands_;
+};
+
+}  // namespace explore
