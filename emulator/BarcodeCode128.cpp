@@ -25,7 +25,7 @@ constexpr std::string_view elements[] = {
     "121142", "121241", "114212", "124112", "124211", "411212", "421112", "421211", "212141",
     "214121", "412121", "111143", "111341", "131141", "114113", "114311", "411113", "411311",
     "113141", "114131", "311141", "411131", "211412", "211214", "211232"};
-constexpr std::string_view stop = "2331112";
+constexpr std::string_view code128Stop = "2331112";
 
 enum Value : std::size_t {
     Function3 = 96,
@@ -46,11 +46,11 @@ using Values = std::vector<std::size_t>;
 std::optional<Values> ReadValues(const Widths& widths) {
     BarReader bars(widths);
     Values values;
-    while (bars.Left() > stop.size()) {
+    while (bars.Left() > code128Stop.size()) {
         values.push_back(PlaceIn(elements, bars.Take(6)));
         if (values.back() == std::string::npos) return std::nullopt;
     }
-    if (!bars.Skip(stop) || values.size() < 2) return std::nullopt;
+    if (!bars.Skip(code128Stop) || values.size() < 2) return std::nullopt;
     const std::size_t check = values.back();
     values.pop_back();
     std::size_t sum = values[0];
