@@ -125,7 +125,7 @@ bool Conversation::Read(std::uint8_t* block, std::size_t size) {
         const Unit& unit = toDriver_.front();
         place = unit.place;
         inbox_.insert(inbox_.end(), unit.bytes.begin(), unit.bytes.end());
-        toDriver_.pop_front();
+        toDriver_.erase(toDriver_.begin());
     }
     if (inbox_.size() < size) {
         if (Telling()) Tell({Event::Kind::Read, "time-out"});
@@ -199,7 +199,7 @@ void Conversation::DecideRace(Fault fault) {
         if (Telling())
             Tell({Event::Kind::Dropped, NameOf(toDriver_.front().bytes), Fault::None,
                   toDriver_.front().place});
-        toDriver_.pop_front();
+        toDriver_.erase(toDriver_.begin());
     }
     EndRace();
 }
@@ -230,7 +230,7 @@ void Conversation::DecideFrame(Fault fault) {
 
 void Conversation::DecideAnswer(Fault fault) {
     const Bytes answer = undecided_.front();
-    undecided_.pop_front();
+    undecided_.erase(undecided_.begin());
     if (Telling()) Tell({Event::Kind::FromRegister, NameOf(answer), fault, place_, delivered_});
     if (fault == Fault::PowerFails) {
         FailPower();
@@ -248,7 +248,7 @@ void Conversation::Deliver() {
     stage_ = Stage::Quiet;
     while (undecided_.empty() && !toRegister_.empty() && toRegister_.front().hold == 0) {
         const Unit unit = toRegister_.front();
-        toRegister_.pop_front();
+        toRegister_.erase(toRegister_.begin());
         Feed(unit);
     }
     if (!undecided_.empty()) stage_ = Stage::Answer;

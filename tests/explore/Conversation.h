@@ -11,7 +11,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -118,8 +117,8 @@ class Conversation {
     emulator::Bytes writing_;
     Role role_ = Role::Answer;
     std::uint8_t command_ = 0;  // of the last request that the driver has written
-    std::deque<Unit> toRegister_, toDriver_;
-    std::deque<emulator::Bytes> undecided_;   // answers to the frame that was delivered last
+    std::vector<Unit> toRegister_, toDriver_;
+    std::vector<emulator::Bytes> undecided_;  // answers to the frame that was delivered last
     std::size_t delivered_ = Event::nowhere;  // its place
     emulator::Bytes inbox_;                   // has arrived at the driver's end
     std::size_t file_ = 0;

@@ -197,6 +197,7 @@ FaultyLine::Meaning FaultyLine::MeaningOf(View answer) const {
 bool FaultyLine::ChecksOut(View frame) const {
     if (family_ == WireFamily::Margay) {
         if (frame.size() == 1) return true;  // there is nothing to check
+        if (frame.size() < 3) return false;
         Bytes closed(frame.begin(), frame.end());
         closed.back() = 0x0D;
         // Not ParseData: letters that are no digits are zeros to the driver.
