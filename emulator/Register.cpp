@@ -35,7 +35,7 @@ bool Register::Execute(std::uint8_t command, std::uint16_t sequence, View payloa
     statusRead_ = false;
     const bool accepted = lastResult_ == Ok;
     open_.reset();
-    if (accepted) open_ = frame;
+    if (accepted) open_ = OpenCommand{command, sequence, frame.payload};
     journal_.push_back({command, frame.payload, sequence, accepted, lastResult_});
     return accepted;
 }
