@@ -63,8 +63,10 @@ std::optional<std::string> TextOf(const Values& values) {
             text += code93Characters[values[i]];
             continue;
         }
-        if (++i == values.size() || values[i] >= code93Characters.size()) return std::nullopt;
-        const auto shifted = Shifted(values[i - 1], code93Characters[values[i]]);
+        const std::size_t shift = values[i];
+        ++i;
+        if (i == values.size() || values[i] >= code93Characters.size()) return std::nullopt;
+        const auto shifted = Shifted(shift, code93Characters[values[i]]);
         if (!shifted) return std::nullopt;
         text += *shifted;
     }

@@ -3,10 +3,10 @@
 
 #include <string>
 
+#include "ctl/Console.h"
+#include "ctl/RegisterOptions.h"
 #include "emulator/Register.h"
 #include "tests/companion/Tool.h"
-#include "tools/Console.h"
-#include "tools/RegisterOptions.h"
 
 struct Keyed : testing::Test {
     emulator::Register device{ConfigFor({})};

@@ -1,4 +1,4 @@
-#include "tools/Interrupts.h"
+#include "ctl/Interrupts.h"
 
 #include <signal.h>
 #include <sys/signalfd.h>

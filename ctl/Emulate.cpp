@@ -1,4 +1,4 @@
-#include "tools/Emulate.h"
+#include "ctl/Emulate.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -9,12 +9,12 @@
 #include <string>
 
 #include "companion/workbench/Serving.h"
+#include "ctl/Console.h"
+#include "ctl/Interrupts.h"
+#include "ctl/Pictures.h"
+#include "ctl/RegisterOptions.h"
 #include "emulator/PtyServer.h"
 #include "emulator/Register.h"
-#include "tools/Console.h"
-#include "tools/Interrupts.h"
-#include "tools/Pictures.h"
-#include "tools/RegisterOptions.h"
 
 using emulator::PtyServer;
 using emulator::Register;

@@ -1,4 +1,4 @@
-#include "tools/Pictures.h"
+#include "ctl/Pictures.h"
 
 #include <array>
 #include <cstdio>

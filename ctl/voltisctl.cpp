@@ -1,4 +1,4 @@
-#include "tools/Commands.h"
+#include "ctl/Commands.h"
 
 int main(int argc, char** argv) {
     return RunVoltisctl(argc, argv);

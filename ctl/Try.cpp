@@ -1,4 +1,4 @@
-#include "tools/Try.h"
+#include "ctl/Try.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -21,10 +21,10 @@
 #include "companion/workbench/DriverRun.h"
 #include "companion/workbench/Serving.h"
 #include "companion/workbench/WorkFolder.h"
-#include "tools/Interrupts.h"
-#include "tools/Pictures.h"
-#include "tools/RegisterOptions.h"
-#include "tools/UsageError.h"
+#include "ctl/Interrupts.h"
+#include "ctl/Pictures.h"
+#include "ctl/RegisterOptions.h"
+#include "ctl/UsageError.h"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "tools/Console.h"
+#include "ctl/Console.h"
 
 #include <algorithm>
 #include <sstream>

@@ -1,13 +1,13 @@
-#include "tools/Commands.h"
+#include "ctl/Commands.h"
 
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <functional>
 #include <iostream>
 
-#include "tools/Emulate.h"
-#include "tools/Try.h"
-#include "tools/UsageError.h"
+#include "ctl/Emulate.h"
+#include "ctl/Try.h"
+#include "ctl/UsageError.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
-#include "tools/RegisterOptions.h"
+#include "ctl/RegisterOptions.h"
 
 #include <set>
 #include <string>
 #include <vector>
 
 #include "companion/workbench/Defaults.h"
-#include "tools/UsageError.h"
+#include "ctl/UsageError.h"
 
 namespace {
 
