@@ -279,7 +279,7 @@ def rows_of(group, ranks, by_name):
         rows[ranks[layer.name]].append(layer.name)
         for lower in direct(layer, by_name):
             if by_name[lower].group != layer.group:
-                raise TableError(f"{layer.name} and {lower} belong in one group of the picture")
+                continue  # its box names it
             passed = range(ranks[layer.name] - 1, ranks[lower], -1)
             gaps = [(layer.name, lower, rank) for rank in passed]
             for gap in gaps:
@@ -333,10 +333,15 @@ def draw_line(line, places):
     return f'<path marker-end="url(#head)" d="{path}"/>'
 
 
-def draw_box(name, x, y):
+def draw_box(name, others, x, y):
+    """A box; what it includes of other groups, if anything, is written below its name."""
     yield (f'<rect x="{x - BOX_WIDTH / 2:.0f}" y="{y - BOX_HEIGHT / 2:.0f}" rx="5" '
            f'width="{BOX_WIDTH}" height="{BOX_HEIGHT}"/>')
-    yield f'<text text-anchor="middle" x="{x:.0f}" y="{y + 5:.0f}">{name}</text>'
+    up = 7 if others else 0
+    yield f'<text text-anchor="middle" x="{x:.0f}" y="{y + 5 - up:.0f}">{name}</text>'
+    if others:
+        yield (f'<text class="group" text-anchor="middle" x="{x:.0f}" y="{y + 13:.0f}">'
+               f'+ {", ".join(others)}</text>')
 
 
 def draw_group(title, group, ranks, by_name, left, top_rank):
@@ -352,7 +357,8 @@ def draw_group(title, group, ranks, by_name, left, top_rank):
                 f'y="{MARGIN + 8}">{title}</text>']
     elements += [draw_line(line, places) for line in lines]
     for layer in group:
-        elements += draw_box(layer.name, *places[layer.name])
+        others = [lower for lower in direct(layer, by_name) if by_name[lower].group != layer.group]
+        elements += draw_box(layer.name, others, *places[layer.name])
     return elements, left + width
 
 
