@@ -1,0 +1,101 @@
+// SQLite, as far as the journal needs it: one connection, prepared statements, transactions.
+// Whatever fails is a JournalError with the file's name.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace journal {
+
+/// A connection. Statements wait for other processes, up to busyTimeoutMs.
+class Database {
+  public:
+    static constexpr int busyTimeoutMs = 10'000;
+
+    /// Opens the file, and makes it where the virtual file system has none. vfs null: the usual
+    /// one.
+    Database(const std::string& path, const char* vfs);
+
+    const std::string& Path() const { return path_; }
+    sqlite3* Handle() const { return handle_.get(); }
+    /// Throws what the last call on this connection complained of.
+    [[noreturn]] void Fail() const;
+
+  private:
+    struct Close {
+        void operator()(sqlite3* handle) const;
+    };
+
+    std::string path_;
+    std::unique_ptr<sqlite3, Close> handle_;
+};
+
+/// Bytes that are stored as they are, where a std::string is stored as text.
+struct Blob {
+    const std::string& bytes;
+};
+
+/// A prepared statement with its values. Columns count from 0.
+class Statement {
+  public:
+    /// The values take the places of the question marks, in their order.
+    template <typename... Values>
+    Statement(const Database& database, const std::string& sql, const Values&... values)
+        : Statement(Prepare(), database, sql) {
+        (Bind(values), ...);
+    }
+
+    /// Goes to the next row; false: there is none.
+    bool Step();
+    /// For a statement that returns no row of interest.
+    void Run();
+
+    std::string Text(int column) const;
+    std::int64_t Integer(int column) const;
+    bool IsNull(int column) const;
+
+  private:
+    struct Prepare {};
+    struct Finalize {
+        void operator()(sqlite3_stmt* handle) const;
+    };
+
+    Statement(Prepare, const Database& database, const std::string& sql);
+    void Bind(std::int64_t value);
+    void Bind(int value) { Bind(static_cast<std::int64_t>(value)); }
+    void Bind(const std::string& text);
+    void Bind(const std::optional<std::string>& text);
+    void Bind(const Blob& blob);
+    void Check(int result) const;
+
+    const Database& database_;
+    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+    int bound_ = 0;
+};
+
+/// A statement of which no row is wanted.
+template <typename... Values>
+void Run(const Database& database, const std::string& sql, const Values&... values) {
+    Statement(database, sql, values...).Run();
+}
+
+/// Everything until Commit, or nothing. Other processes that want to write wait meanwhile.
+class Transaction {
+  public:
+    explicit Transaction(const Database& database);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    void Commit();
+
+  private:
+    const Database& database_;
+};
+
+}  // namespace journal

@@ -1,0 +1,350 @@
+#include "companion/journal/Journal.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <thread>
+
+#include "companion/journal/Place.h"
+
+namespace journal {
+
+namespace {
+
+using Clock = std::chrono::system_clock;
+
+constexpr int schemaVersion = 1;
+constexpr int applicationId = 0x564F4C54;  // the file's mark, at byte 68
+
+// Small enough to be read again in no time by the next process, which finds what is not yet in the
+// main file there.
+constexpr int walPages = 100;
+
+constexpr const char* schema[] = {
+    "CREATE TABLE jobs("
+    "number INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT UNIQUE, register TEXT NOT NULL,"
+    "file TEXT NOT NULL, content BLOB NOT NULL,"
+    "state TEXT NOT NULL CHECK(state IN('received','sending','done','failed','in-doubt')),"
+    "verdict TEXT NOT NULL DEFAULT '', outcome TEXT NOT NULL DEFAULT '', exit_code INTEGER,"
+    "received TEXT NOT NULL, ended TEXT NOT NULL DEFAULT '', logs TEXT NOT NULL DEFAULT '',"
+    "resolved_by TEXT NOT NULL DEFAULT '', resolved_at TEXT NOT NULL DEFAULT '',"
+    "note TEXT NOT NULL DEFAULT '') STRICT",
+    "CREATE INDEX jobs_received ON jobs(received)",
+    // What the attempts before the present one came to.
+    "CREATE TABLE attempts("
+    "job INTEGER NOT NULL, register TEXT NOT NULL, file TEXT NOT NULL, verdict TEXT NOT NULL,"
+    "outcome TEXT NOT NULL, exit_code INTEGER, received TEXT NOT NULL, ended TEXT NOT NULL,"
+    "logs TEXT NOT NULL, resolved_by TEXT NOT NULL, resolved_at TEXT NOT NULL,"
+    "note TEXT NOT NULL) STRICT",
+    "CREATE INDEX attempts_job ON attempts(job)",
+    "CREATE TABLE registers(name TEXT PRIMARY KEY, may_hold INTEGER NOT NULL) STRICT",
+};
+
+struct StateRow {
+    State state;
+    const char* word;
+};
+constexpr StateRow states[] = {
+    {State::Received, "received"}, {State::Sending, "sending"},  {State::Done, "done"},
+    {State::Failed, "failed"},     {State::InDoubt, "in-doubt"},
+};
+
+std::vector<std::string> Texts(Statement statement) {
+    std::vector<std::string> texts;
+    while (statement.Step()) texts.push_back(statement.Text(0));
+    return texts;
+}
+
+std::int64_t Number(const Database& database, const char* sql) {
+    Statement statement(database, sql);
+    return statement.Step() ? statement.Integer(0) : 0;
+}
+
+[[noreturn]] void Refuse(const Database& database, const std::string& reason) {
+    throw JournalError("cannot use the journal '" + database.Path() + "' - " + reason);
+}
+
+// 0 for a database with nothing in it.
+std::int64_t VersionOf(const Database& database) {
+    if (Number(database, "SELECT count(*) FROM sqlite_schema") == 0) return 0;
+    if (Number(database, "PRAGMA application_id") != applicationId) {
+        Refuse(database, "it is a database of something else; name another with --journal");
+    }
+    const std::int64_t version = Number(database, "PRAGMA user_version");
+    if (version > schemaVersion) {
+        Refuse(database, "it has version " + std::to_string(version) + ", and this program knows " +
+                             std::to_string(schemaVersion) + "; use the program that made it");
+    }
+    return version;
+}
+
+bool TryWal(const Database& database) {
+    try {
+        return Texts(Statement(database, "PRAGMA journal_mode=WAL")).at(0) == "wal";
+    } catch (const JournalError&) {
+        if ((sqlite3_errcode(database.Handle()) & 0xFF) != SQLITE_BUSY) throw;
+        return false;
+    }
+}
+
+// SQLite does not wait for others with this change.
+void UseWal(const Database& database) {
+    constexpr std::chrono::milliseconds step(5);
+    for (int waited = 0; waited < Database::busyTimeoutMs;
+         waited += static_cast<int>(step.count())) {
+        if (TryWal(database)) return;
+        std::this_thread::sleep_for(step);
+    }
+    Refuse(database, "another process keeps it locked, or its file system cannot share it");
+}
+
+void MakeTables(const Database& database) {
+    Transaction transaction(database);
+    if (VersionOf(database) == 0) {  // else another process was quicker
+        for (const char* statement : schema) Run(database, statement);
+        Run(database, "PRAGMA application_id=" + std::to_string(applicationId));
+        Run(database, "PRAGMA user_version=" + std::to_string(schemaVersion));
+    }
+    transaction.Commit();
+}
+
+const std::string jobColumns =
+    "number, id, register, file, state, verdict, outcome, exit_code, received, ended, logs, "
+    "resolved_by, resolved_at, note";
+
+State StateIn(const Database& database, const std::string& word) {
+    const std::optional<State> state = StateOf(word);
+    if (!state) Refuse(database, "a job has the unknown state '" + word + "'");
+    return *state;
+}
+
+// Of a row with the columns above, in that order.
+Job JobIn(const Database& database, const Statement& row) {
+    Job job;
+    job.number = row.Integer(0);
+    if (!row.IsNull(1)) job.id = row.Text(1);
+    job.registerName = row.Text(2);
+    job.file = row.Text(3);
+    job.state = StateIn(database, row.Text(4));
+    job.verdict = row.Text(5);
+    job.outcome = row.Text(6);
+    if (!row.IsNull(7)) job.exitCode = static_cast<int>(row.Integer(7));
+    job.received = row.Text(8);
+    job.ended = row.Text(9);
+    job.logs = row.Text(10);
+    job.resolvedBy = row.Text(11);
+    job.resolvedAt = row.Text(12);
+    job.note = row.Text(13);
+    return job;
+}
+
+constexpr int contentColumn = 14;
+
+template <typename Key>
+std::optional<Job> JobWhere(const Database& database, const char* column, const Key& key) {
+    Statement row(database, "SELECT " + jobColumns + ", content FROM jobs WHERE " + column + "=?",
+                  key);
+    if (!row.Step()) return std::nullopt;
+    Job job = JobIn(database, row);
+    job.content = row.Text(contentColumn);
+    return job;
+}
+
+std::int64_t Insert(const Database& database, const NewJob& job) {
+    Run(database,
+        "INSERT INTO jobs(id, register, file, content, state, received) "
+        "VALUES(?,?,?,?,'received',?)",
+        job.id, job.registerName, job.file, Blob{job.content}, TimeText(Clock::now()));
+    return sqlite3_last_insert_rowid(database.Handle());
+}
+
+void WriteMayHold(const Database& database, const std::string& registerName, bool mayHold) {
+    Run(database,
+        "INSERT INTO registers(name, may_hold) VALUES(?, ?)"
+        " ON CONFLICT(name) DO UPDATE SET may_hold=excluded.may_hold",
+        registerName, mayHold ? 1 : 0);
+}
+
+[[noreturn]] void RefuseState(const Job& job, const char* what) {
+    const std::string name = job.id ? "'" + *job.id + "'" : "number " + std::to_string(job.number);
+    throw WrongState("job " + name + " cannot be " + what + ": it is " + Word(job.state) +
+                     (job.verdict.empty() ? "" : " (" + job.verdict + ")"));
+}
+
+}  // namespace
+
+const char* Word(State state) {
+    for (const StateRow& row : states) {
+        if (row.state == state) return row.word;
+    }
+    return "";
+}
+
+std::optional<State> StateOf(const std::string& word) {
+    for (const StateRow& row : states) {
+        if (row.word == word) return row.state;
+    }
+    return std::nullopt;
+}
+
+State StateAfter(const std::string& verdict) {
+    if (verdict == printed || verdict == part) return State::Done;
+    return verdict == notPrinted ? State::Failed : State::InDoubt;
+}
+
+std::string TimeText(Clock::time_point time) {
+    const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+    const auto rest = std::chrono::floor<std::chrono::milliseconds>(time - whole);
+    const std::time_t seconds = Clock::to_time_t(whole);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    std::array<char, 32> text{};
+    const size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text.data() + size, text.size() - size, ".%03dZ", static_cast<int>(rest.count()));
+    return text.data();
+}
+
+Journal::Journal(const std::string& path, const char* vfs)
+    : database_(vfs == nullptr ? MadeFile(path) : path, vfs) {
+    Prepare();
+}
+
+void Journal::Prepare() {
+    const std::int64_t version = VersionOf(database_);  // before anything is changed
+    UseWal(database_);
+    Run(database_, "PRAGMA synchronous=FULL");
+    Run(database_, "PRAGMA wal_autocheckpoint=" + std::to_string(walPages));
+    // The end of a run is not the time to move pages about.
+    sqlite3_db_config(database_.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (version == 0) MakeTables(database_);
+}
+
+std::string Journal::DefaultPath() {
+    return PathIn(siteFolder);
+}
+
+std::optional<Job> Journal::Find(const std::string& id) const {
+    return JobWhere(database_, "id", id);
+}
+
+Job Journal::Get(std::int64_t number) const {
+    const std::optional<Job> job = JobWhere(database_, "number", number);
+    if (!job) {
+        throw JournalError("the journal '" + database_.Path() + "' has no job number " +
+                           std::to_string(number));
+    }
+    return *job;
+}
+
+std::vector<Job> Journal::List(const Filter& filter) const {
+    Statement rows(database_,
+                   "SELECT " + jobColumns +
+                       " FROM jobs WHERE (?1='' OR register=?1) AND (?2='' OR id=?2)"
+                       " AND (?3='' OR received>=?3) AND (?4='' OR state=?4) ORDER BY number",
+                   filter.registerName, filter.id, filter.since,
+                   std::string(filter.state ? Word(*filter.state) : ""));
+    std::vector<Job> jobs;
+    while (rows.Step()) jobs.push_back(JobIn(database_, rows));
+    return jobs;
+}
+
+std::int64_t Journal::Receive(const NewJob& job) {
+    Transaction transaction(database_);
+    const std::optional<Job> old = job.id ? Find(*job.id) : std::nullopt;
+    if (old && old->content != job.content) {
+        throw OtherContent("job '" + *job.id +
+                           "' is in the journal with another content, received " + old->received +
+                           " from '" + old->file + "'; a new job needs a new ID");
+    }
+    if (old) TakeUpAgain(*old, job);
+    const std::int64_t number = old ? old->number : Insert(database_, job);
+    transaction.Commit();
+    return number;
+}
+
+// The row is the latest attempt. One that was never begun has no history.
+void Journal::TakeUpAgain(const Job& old, const NewJob& job) {
+    if (old.state != State::Failed && old.state != State::Received) return;
+    if (old.state == State::Failed) {
+        Run(database_,
+            "INSERT INTO attempts SELECT number, register, file, verdict, outcome, exit_code,"
+            " received, ended, logs, resolved_by, resolved_at, note FROM jobs WHERE number=?",
+            old.number);
+    }
+    Run(database_,
+        "UPDATE jobs SET register=?, file=?, state='received', verdict='', outcome='',"
+        " exit_code=NULL, received=?, ended='', logs='', resolved_by='', resolved_at='', note=''"
+        " WHERE number=?",
+        job.registerName, job.file, TimeText(Clock::now()), old.number);
+}
+
+void Journal::StartSending(std::int64_t number, const std::string& registerName,
+                           const std::string& logs) {
+    Transaction transaction(database_);
+    const Job job = Get(number);
+    if (job.state != State::Received) RefuseState(job, "sent");
+    Run(database_, "UPDATE jobs SET state='sending', register=?, logs=? WHERE number=?",
+        registerName, logs, number);
+    WriteMayHold(database_, registerName, true);
+    transaction.Commit();
+}
+
+void Journal::Finish(std::int64_t number, const Ended& ended) {
+    Transaction transaction(database_);
+    const Job job = Get(number);
+    const State state = StateAfter(ended.verdict);
+    const bool unsent = job.state == State::Received && state == State::Failed;
+    if (!unsent && job.state != State::Sending) RefuseState(job, "finished");
+    Run(database_,
+        "UPDATE jobs SET state=?, verdict=?, outcome=?, exit_code=?, ended=? WHERE number=?",
+        std::string(Word(state)), ended.verdict, ended.outcome, ended.exitCode,
+        TimeText(Clock::now()), number);
+    if (!unsent) WriteMayHold(database_, job.registerName, ended.registerMayHold);
+    transaction.Commit();
+}
+
+std::optional<bool> Journal::MayHold(const std::string& registerName) const {
+    Statement row(database_, "SELECT may_hold FROM registers WHERE name=?", registerName);
+    if (!row.Step()) return std::nullopt;
+    return row.Integer(0) != 0;
+}
+
+void Journal::SetMayHold(const std::string& registerName, bool mayHold) {
+    Transaction transaction(database_);
+    WriteMayHold(database_, registerName, mayHold);
+    transaction.Commit();
+}
+
+void Journal::Resolve(std::int64_t number, Decision decision, const std::string& user,
+                      const std::string& note) {
+    Transaction transaction(database_);
+    const Job job = Get(number);
+    const bool inPart = job.state == State::Done && job.verdict == part;
+    if (!inPart && job.state != State::InDoubt) RefuseState(job, "resolved");
+    const std::string verdict = decision == Decision::Printed ? printed : notPrinted;
+    Run(database_,
+        "UPDATE jobs SET state=?, verdict=?, resolved_by=?, resolved_at=?, note=? WHERE number=?",
+        std::string(Word(StateAfter(verdict))), verdict, user, TimeText(Clock::now()), note,
+        number);
+    transaction.Commit();
+}
+
+std::vector<std::string> Journal::Prune(int days, Clock::time_point now) {
+    const std::string limit = TimeText(now - std::chrono::hours(24) * days);
+    Transaction transaction(database_);
+    const std::string old =
+        "(SELECT number FROM jobs WHERE state IN('done','failed') AND ended<?1)";
+    std::vector<std::string> logs =
+        Texts(Statement(database_,
+                        "SELECT logs FROM jobs WHERE logs<>'' AND number IN" + old +
+                            " UNION SELECT logs FROM attempts WHERE logs<>'' AND job IN" + old,
+                        limit));
+    Run(database_, "DELETE FROM attempts WHERE job IN" + old, limit);
+    Run(database_, "DELETE FROM jobs WHERE number IN" + old, limit);
+    transaction.Commit();
+    return logs;
+}
+
+}  // namespace journal

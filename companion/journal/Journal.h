@@ -1,0 +1,153 @@
+// What became of every job: on disk before anything is sent, and the verdict before anyone is told.
+//
+// A job's states:
+//
+//     Receive         StartSending        Finish
+//     --------> received --------> sending -----> done      printed, or a certain part of it
+//                  ^  |                    -----> in-doubt  unknown: a person decides (Resolve)
+//                  |  +-- Finish ----------\----> failed    not printed: may be tried again
+//                  +------- Receive of the same ID and content ------+
+//
+// What is promised when the power fails, the process is killed or the disk is full:
+//
+// - StartSending, Finish, Resolve and Prune: when they return, it is on disk.
+// - Receive: when it returns, every process sees the job. That is on disk, too, so that a job which
+//   was sent cannot be missing.
+// - When one of them throws, the state afterwards is the one before, or the one that was to be
+//   written: a disk that has failed may have kept it all the same. So after StartSending has thrown
+//   nothing may be sent, and a job found in `sending` was perhaps sent; after Finish has thrown the
+//   verdict may be written by another call, when the state is still `sending`.
+//
+// Processes may use one file at the same time: each call is one transaction, and waits up to
+// Database::busyTimeoutMs for the others. A Journal belongs to one thread at a time.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "companion/journal/Database.h"
+#include "companion/journal/JournalError.h"
+
+namespace journal {
+
+enum class State { Received, Sending, Done, Failed, InDoubt };
+
+/// "received", "sending", "done", "failed", "in-doubt".
+const char* Word(State state);
+/// Nothing for another word.
+std::optional<State> StateOf(const std::string& word);
+
+/// The words of a verdict.
+inline constexpr char printed[] = "printed";
+inline constexpr char notPrinted[] = "not-printed";
+inline constexpr char part[] = "part";
+inline constexpr char unknown[] = "unknown";
+
+/// done for printed and part, failed for not-printed, in-doubt for anything else.
+State StateAfter(const std::string& verdict);
+
+/// UTC, as "2024-05-06T07:08:09.123Z": texts of times sort as the times do.
+std::string TimeText(std::chrono::system_clock::time_point time);
+
+struct NewJob {
+    std::optional<std::string> id;
+    std::string registerName;
+    std::string file;     // absolute path
+    std::string content;  // the bytes of the command file
+};
+
+struct Job {
+    std::int64_t number = 0;        // of the row; never used again
+    std::optional<std::string> id;  // the caller's
+    std::string registerName;
+    std::string file;
+    std::string content;
+    State state = State::Received;
+    std::string verdict;          // empty until it is known
+    std::string outcome;          // the JSON text that the run printed; empty until then
+    std::optional<int> exitCode;  // that the run ended with
+    std::string received;         // of the latest attempt, as TimeText
+    std::string ended;            // empty until then
+    std::string logs;             // the folder with the run's own logs; may be empty
+    std::string resolvedBy;       // the person, when one has decided; then the verdict is theirs
+    std::string resolvedAt;
+    std::string note;
+};
+
+/// How a run ended. Its state follows from the verdict.
+struct Ended {
+    std::string verdict;
+    std::string outcome;
+    int exitCode = 0;
+    bool registerMayHold = true;  // a command number, for the next run on that register
+};
+
+/// What is empty selects nothing.
+struct Filter {
+    std::string registerName;
+    std::string id;
+    std::string since;  // received then or later: the beginning of a TimeText, such as a date
+    std::optional<State> state;
+};
+
+enum class Decision { Printed, NotPrinted };
+
+class Journal {
+  public:
+    /// Opens the file; makes it, and its folders, when it is missing (Place.h). vfs: the name of
+    /// the SQLite file system, for tests; then nothing is made outside it. JournalError also for a
+    /// file that is no journal, or one of a newer version: such a file is not changed.
+    explicit Journal(const std::string& path, const char* vfs = nullptr);
+
+    /// The machine's journal, or the user's own without rights there (Place.h). The two know
+    /// nothing of each other's jobs.
+    static std::string DefaultPath();
+
+    std::optional<Job> Find(const std::string& id) const;
+    /// JournalError: no such job.
+    Job Get(std::int64_t number) const;
+    /// In the order of their numbers, without their contents.
+    std::vector<Job> List(const Filter& filter = {}) const;
+
+    /// The job's number. A new ID, and a job without one, is a new row in state received. An ID
+    /// that is there with the same content keeps its row: in state failed, or left in received, it
+    /// is taken up again, with the new register and file, and what came of an attempt before goes
+    /// to the history. In any other state nothing changes: ask for the state. OtherContent:
+    /// likewise.
+    std::int64_t Receive(const NewJob& job);
+
+    /// From received to sending on that register, which may hold a command number from now on. Of
+    /// several processes that have received one ID it is the first that gets it: WrongState for the
+    /// others. After any exception nothing may be sent.
+    void StartSending(std::int64_t number, const std::string& registerName,
+                      const std::string& logs);
+
+    /// The end of an attempt, in state sending; in state received only as not-printed, which then
+    /// leaves alone what the register may hold. Else WrongState.
+    void Finish(std::int64_t number, const Ended& ended);
+
+    /// Whether the register may hold the command number of a run; nothing when it was never seen.
+    std::optional<bool> MayHold(const std::string& registerName) const;
+    void SetMayHold(const std::string& registerName, bool mayHold);
+
+    /// A person decides what became of a job in doubt, or of one that was printed in part and has
+    /// been completed or undone by hand. It becomes done or failed. The outcome keeps what the run
+    /// said. WrongState for any other job.
+    void Resolve(std::int64_t number, Decision decision, const std::string& user,
+                 const std::string& note);
+
+    /// Removes jobs, done or failed, that ended more than so many days ago, with their history.
+    /// Returns their folders of logs, which are the caller's to remove.
+    std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now);
+
+  private:
+    void Prepare();
+    void TakeUpAgain(const Job& old, const NewJob& job);
+
+    Database database_;
+};
+
+}  // namespace journal

@@ -1,0 +1,23 @@
+// What goes wrong with a journal.
+#pragma once
+
+#include <stdexcept>
+
+namespace journal {
+
+/// The message names the file and, where there is one, the remedy.
+class JournalError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// The ID belongs to a job with another content.
+class OtherContent : public JournalError {
+    using JournalError::JournalError;
+};
+
+/// The job's state does not allow it; nothing was changed.
+class WrongState : public JournalError {
+    using JournalError::JournalError;
+};
+
+}  // namespace journal

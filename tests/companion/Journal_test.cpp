@@ -1,0 +1,501 @@
+#include "companion/journal/Journal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "companion/journal/Place.h"
+#include "tests/support/TempDir.h"
+
+namespace fs = std::filesystem;
+using namespace journal;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+namespace {
+
+constexpr char someFile[] = "/shop/sale.txt";
+constexpr char sale[] = "SALE: DEPTNR=1; AMOUNT=1.00\nTENDER\n";
+constexpr char outcome[] = R"({"verdict": "any"})";
+
+NewJob Sale(const std::string& id) {
+    return {id, "default", someFile, sale};
+}
+
+std::string MessageOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const JournalError& error) {
+        return error.what();
+    }
+    return "no failure";
+}
+
+// A journal in a folder of its own, and jobs that have come to some point in it.
+class JournalTest : public testing::Test {
+  protected:
+    std::int64_t Received(const std::string& id) { return journal.Receive(Sale(id)); }
+    std::int64_t Sending(const std::string& id, const std::string& logs = "") {
+        const std::int64_t number = Received(id);
+        journal.StartSending(number, "default", logs);
+        return number;
+    }
+    std::int64_t Finished(const std::string& id, const std::string& verdict,
+                          const std::string& logs = "") {
+        const std::int64_t number = Sending(id, logs);
+        journal.Finish(number, {verdict, outcome, verdict == printed ? 0 : 101, false});
+        return number;
+    }
+    State StateOfJob(std::int64_t number) const { return journal.Get(number).state; }
+    std::vector<std::string> Ids(const Filter& filter) const {
+        std::vector<std::string> ids;
+        for (const Job& job : journal.List(filter)) ids.push_back(job.id.value_or("-"));
+        return ids;
+    }
+    std::string Query(const std::string& sql) const {
+        return Statement(Database(path, nullptr), sql).Step() ? "a row" : "no row";
+    }
+
+    TempDir folder;
+    // No child may use it: SQLite's connections do not survive a fork.
+    std::string path = folder.File("journal.db");
+    Journal journal{path};
+};
+
+using JournalReceive = JournalTest;
+using JournalStartSending = JournalTest;
+using JournalFinish = JournalTest;
+using JournalResolve = JournalTest;
+using JournalPrune = JournalTest;
+using JournalList = JournalTest;
+using JournalRegisters = JournalTest;
+using JournalFile = JournalTest;
+
+constexpr char timePattern[] = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3}Z";
+
+std::chrono::system_clock::time_point InDays(int days) {
+    return std::chrono::system_clock::now() + std::chrono::hours(24) * days;
+}
+
+}  // namespace
+
+TEST_F(JournalReceive, KeepsEverythingOfANewJob) {
+    const std::string bytes("\0\xFF'; DROP TABLE jobs; --\r\n", 26);
+    const std::int64_t number = journal.Receive({"till 3/1", "bar", "/shop/\xE9.txt", bytes});
+    const Job job = journal.Get(number);
+    EXPECT_EQ(job.number, number);
+    EXPECT_EQ(job.id, "till 3/1");
+    EXPECT_EQ(job.registerName, "bar");
+    EXPECT_EQ(job.file, "/shop/\xE9.txt");
+    EXPECT_EQ(job.content, bytes);
+    EXPECT_EQ(job.state, State::Received);
+    EXPECT_THAT(job.received, MatchesRegex(timePattern));
+    EXPECT_EQ(job.verdict + job.outcome + job.ended + job.logs + job.resolvedBy + job.note, "");
+    EXPECT_FALSE(job.exitCode);
+}
+
+TEST_F(JournalReceive, RecordsJobsWithoutAnIdOneByOne) {
+    const NewJob job = {std::nullopt, "default", someFile, sale};
+    const std::int64_t first = journal.Receive(job);
+    EXPECT_NE(journal.Receive(job), first);
+    EXPECT_FALSE(journal.Get(first).id);
+}
+
+TEST_F(JournalReceive, RefusesAnotherContentUnderTheSameId) {
+    const std::int64_t number = Received("a");
+    NewJob other = Sale("a");
+    other.content += "\n";
+    EXPECT_THROW(journal.Receive(other), OtherContent);
+    EXPECT_THAT(MessageOf([&] { journal.Receive(other); }), HasSubstr("job 'a'"));
+    EXPECT_EQ(journal.Get(number).content, sale);
+}
+
+TEST_F(JournalReceive, RefusesAnotherContentAfterAFailureToo) {
+    Finished("a", notPrinted);
+    NewJob other = Sale("a");
+    other.content = std::string(sale) + '\0';
+    EXPECT_THROW(journal.Receive(other), OtherContent);
+}
+
+TEST_F(JournalReceive, TakesAFailedJobUpAgainInItsRow) {
+    const std::int64_t number = Finished("a", notPrinted, "/logs/1");
+    NewJob again = Sale("a");
+    again.registerName = "bar";
+    again.file = "/shop/again.txt";
+    EXPECT_EQ(journal.Receive(again), number);
+    const Job job = journal.Get(number);
+    EXPECT_EQ(job.state, State::Received);
+    EXPECT_EQ(job.registerName + job.file, "bar/shop/again.txt");
+    EXPECT_EQ(job.verdict + job.outcome + job.ended + job.logs, "");
+    EXPECT_FALSE(job.exitCode);
+}
+
+TEST_F(JournalReceive, KeepsWhatAFailedAttemptCameTo) {
+    Finished("a", notPrinted, "/logs/1");
+    Finished("a", notPrinted, "/logs/2");
+    Received("a");
+    EXPECT_EQ(Query("SELECT 1 FROM attempts WHERE job=1 AND verdict='not-printed' AND exit_code=101"
+                    " AND outcome='" +
+                    std::string(outcome) + "' AND logs='/logs/1' AND ended<>''"),
+              "a row");
+    EXPECT_EQ(Query("SELECT 1 FROM attempts WHERE logs='/logs/2'"), "a row");
+}
+
+TEST_F(JournalReceive, TakesUpAJobThatWasLeftInReceived) {
+    const std::int64_t number = Received("a");
+    NewJob again = Sale("a");
+    again.registerName = "bar";
+    EXPECT_EQ(journal.Receive(again), number);
+    EXPECT_EQ(journal.Get(number).registerName, "bar");
+    EXPECT_EQ(Query("SELECT 1 FROM attempts"), "no row");
+}
+
+TEST_F(JournalReceive, ChangesNothingOfAJobThatMayHaveBeenPrinted) {
+    const std::vector<std::int64_t> numbers = {Sending("sending"), Finished("done", printed),
+                                               Finished("part", part), Finished("doubt", unknown)};
+    for (const std::int64_t number : numbers) {
+        const Job before = journal.Get(number);
+        EXPECT_EQ(journal.Receive(Sale(*before.id)), number);
+        const Job after = journal.Get(number);
+        EXPECT_EQ(after.state, before.state) << *before.id;
+        EXPECT_EQ(after.received + after.verdict, before.received + before.verdict) << *before.id;
+    }
+}
+
+TEST_F(JournalStartSending, RecordsStateRegisterAndLogs) {
+    const std::int64_t number = Received("a");
+    journal.StartSending(number, "bar", "/logs/1");
+    const Job job = Journal(path).Get(number);
+    EXPECT_EQ(job.state, State::Sending);
+    EXPECT_EQ(job.registerName, "bar");
+    EXPECT_EQ(job.logs, "/logs/1");
+}
+
+TEST_F(JournalStartSending, RecordsThatTheRegisterMayHoldACommandNumber) {
+    EXPECT_EQ(journal.MayHold("default"), std::nullopt);
+    Sending("a");
+    EXPECT_EQ(journal.MayHold("default"), true);
+}
+
+TEST_F(JournalStartSending, HappensOnceForAllThatReceivedTheId) {
+    Journal other(path);
+    const std::int64_t number = Received("a");
+    EXPECT_EQ(other.Receive(Sale("a")), number);
+    other.StartSending(number, "default", "");
+    EXPECT_THROW(journal.StartSending(number, "default", ""), WrongState);
+}
+
+TEST_F(JournalStartSending, IsRefusedForAnEndedJobUntilItIsReceivedAgain) {
+    for (const char* verdict : {printed, notPrinted, part, unknown}) {
+        const std::int64_t number = Finished(verdict, verdict);
+        EXPECT_THROW(journal.StartSending(number, "default", ""), WrongState) << verdict;
+        EXPECT_EQ(journal.MayHold("default"), false) << verdict;
+    }
+}
+
+TEST_F(JournalStartSending, IsRefusedForAJobThatIsNotThere) {
+    EXPECT_THAT(MessageOf([&] { journal.StartSending(7, "default", ""); }),
+                HasSubstr("has no job number 7"));
+}
+
+TEST_F(JournalFinish, RecordsTheVerdictAndTheStateThatFollows) {
+    const struct {
+        const char* verdict;
+        State state;
+    } rows[] = {{printed, State::Done},
+                {part, State::Done},
+                {notPrinted, State::Failed},
+                {unknown, State::InDoubt},
+                {"any other word", State::InDoubt}};
+    for (const auto& row : rows) {
+        const Job job = Journal(path).Get(Finished(row.verdict, row.verdict));
+        EXPECT_EQ(job.state, row.state) << row.verdict;
+        EXPECT_EQ(job.verdict, row.verdict);
+        EXPECT_EQ(job.outcome, outcome);
+        EXPECT_EQ(job.exitCode, row.verdict == std::string(printed) ? 0 : 101);
+        EXPECT_THAT(job.ended, MatchesRegex(timePattern));
+    }
+}
+
+TEST_F(JournalFinish, RecordsWhatTheRegisterMayHold) {
+    journal.Finish(Sending("a"), {unknown, outcome, 101, true});
+    EXPECT_EQ(journal.MayHold("default"), true);
+    journal.Finish(Sending("b"), {printed, outcome, 0, false});
+    EXPECT_EQ(journal.MayHold("default"), false);
+}
+
+TEST_F(JournalFinish, TakesAJobThatWasNeverSentOnlyAsNotPrinted) {
+    const std::int64_t number = Received("a");
+    EXPECT_THROW(journal.Finish(number, {printed, outcome, 0, false}), WrongState);
+    EXPECT_EQ(StateOfJob(number), State::Received);
+    journal.Finish(number, {notPrinted, outcome, 2, true});
+    EXPECT_EQ(StateOfJob(number), State::Failed);
+    EXPECT_EQ(journal.MayHold("default"), std::nullopt);
+}
+
+TEST_F(JournalFinish, IsRefusedForAJobThatHasEnded) {
+    const std::int64_t number = Finished("a", unknown);
+    EXPECT_THROW(journal.Finish(number, {notPrinted, outcome, 2, false}), WrongState);
+    EXPECT_EQ(journal.Get(number).verdict, unknown);
+}
+
+TEST_F(JournalResolve, DecidesAJobInDoubt) {
+    const std::int64_t one = Finished("a", unknown);
+    const std::int64_t other = Finished("b", unknown);
+    journal.Resolve(one, Decision::Printed, "anna", "seen on the tape");
+    journal.Resolve(other, Decision::NotPrinted, "anna", "tape is empty");
+    const Job job = journal.Get(one);
+    EXPECT_EQ(job.state, State::Done);
+    EXPECT_EQ(job.verdict, printed);
+    EXPECT_EQ(job.resolvedBy, "anna");
+    EXPECT_EQ(job.note, "seen on the tape");
+    EXPECT_EQ(job.outcome, outcome);
+    EXPECT_THAT(job.resolvedAt, MatchesRegex(timePattern));
+    EXPECT_EQ(journal.Get(other).verdict, notPrinted);
+    EXPECT_EQ(StateOfJob(other), State::Failed);
+}
+
+TEST_F(JournalResolve, DecidesAJobThatWasPrintedInPart) {
+    const std::int64_t number = Finished("a", part);
+    journal.Resolve(number, Decision::Printed, "anna", "completed by hand");
+    EXPECT_EQ(journal.Get(number).verdict, printed);
+}
+
+TEST_F(JournalResolve, IsRefusedWhereNothingIsInDoubt) {
+    for (const std::int64_t number :
+         {Received("a"), Sending("b"), Finished("c", printed), Finished("d", notPrinted)}) {
+        const Job before = journal.Get(number);
+        EXPECT_THROW(journal.Resolve(number, Decision::Printed, "anna", "x"), WrongState);
+        EXPECT_EQ(StateOfJob(number), before.state);
+        EXPECT_EQ(journal.Get(number).resolvedBy, "");
+    }
+}
+
+TEST_F(JournalResolve, KeepsTheDecisionInTheHistoryWhenTheJobIsTriedAgain) {
+    journal.Resolve(Finished("a", unknown), Decision::NotPrinted, "anna", "tape is empty");
+    const Job job = journal.Get(Received("a"));
+    EXPECT_EQ(job.resolvedBy + job.resolvedAt + job.note, "");
+    EXPECT_EQ(Query("SELECT 1 FROM attempts WHERE resolved_by='anna' AND note='tape is empty'"
+                    " AND resolved_at<>''"),
+              "a row");
+}
+
+TEST_F(JournalPrune, RemovesWhatEndedLongAgoAndNamesItsLogs) {
+    Finished("a", printed, "/logs/1");
+    Finished("b", notPrinted, "/logs/2");
+    Finished("b", notPrinted, "/logs/3");
+    Finished("c", part);
+    EXPECT_THAT(journal.Prune(400, InDays(401)), ElementsAre("/logs/1", "/logs/2", "/logs/3"));
+    EXPECT_THAT(journal.List(), IsEmpty());
+    EXPECT_EQ(Query("SELECT 1 FROM attempts"), "no row");
+}
+
+TEST_F(JournalPrune, KeepsWhatIsYoungEnough) {
+    Finished("a", printed, "/logs/1");
+    EXPECT_THAT(journal.Prune(400, InDays(399)), IsEmpty());
+    EXPECT_THAT(Ids({}), ElementsAre("a"));
+}
+
+TEST_F(JournalPrune, KeepsWhatHasNotEndedWhateverItsAge) {
+    Received("received");
+    Sending("sending", "/logs/1");
+    Finished("doubt", unknown, "/logs/2");
+    Finished("again", notPrinted, "/logs/3");
+    Received("again");
+    EXPECT_THAT(journal.Prune(0, InDays(4000)), IsEmpty());
+    EXPECT_THAT(Ids({}), ElementsAre("received", "sending", "doubt", "again"));
+    EXPECT_EQ(Query("SELECT 1 FROM attempts WHERE logs='/logs/3'"), "a row");
+}
+
+TEST_F(JournalPrune, NeverUsesANumberAgain) {
+    const std::int64_t number = Finished("a", printed);
+    journal.Prune(0, InDays(1));
+    EXPECT_GT(Received("a"), number);
+}
+
+TEST_F(JournalList, SelectsByRegisterIdTimeAndState) {
+    Received("a");
+    Finished("b", printed);
+    journal.Receive({"c", "bar", someFile, sale});
+    EXPECT_THAT(Ids({}), ElementsAre("a", "b", "c"));
+    EXPECT_THAT(Ids({"bar", "", "", {}}), ElementsAre("c"));
+    EXPECT_THAT(Ids({"", "b", "", {}}), ElementsAre("b"));
+    EXPECT_THAT(Ids({"default", "", "", State::Received}), ElementsAre("a"));
+    EXPECT_THAT(Ids({"", "", TimeText(InDays(-1)).substr(0, 10), {}}), ElementsAre("a", "b", "c"));
+    EXPECT_THAT(Ids({"", "", TimeText(InDays(1)).substr(0, 10), {}}), IsEmpty());
+}
+
+TEST_F(JournalList, FindsByIdOrSaysThatThereIsNone) {
+    const std::int64_t number = Finished("b", printed);
+    EXPECT_EQ(journal.Find("b")->number, number);
+    EXPECT_EQ(journal.Find("b")->content, sale);
+    EXPECT_FALSE(journal.Find("B"));
+    EXPECT_THROW(journal.Get(number + 1), JournalError);
+}
+
+TEST_F(JournalRegisters, RemembersEachByItself) {
+    journal.SetMayHold("one", true);
+    journal.SetMayHold("two", false);
+    EXPECT_EQ(journal.MayHold("one"), true);
+    EXPECT_EQ(journal.MayHold("two"), false);
+    journal.SetMayHold("one", false);
+    EXPECT_EQ(Journal(path).MayHold("one"), false);
+    EXPECT_EQ(journal.MayHold("three"), std::nullopt);
+}
+
+TEST_F(JournalFile, IsForOwnerAndGroupLessTheUmask) {
+    const mode_t before = umask(0007);
+    const std::string made = folder.File("a/b/other.db");
+    Journal other(made);
+    other.SetMayHold("default", true);
+    umask(before);
+    for (const std::string& name : {made, made + "-wal", made + "-shm"}) {
+        struct stat status {};
+        ASSERT_EQ(stat(name.c_str(), &status), 0) << name;
+        EXPECT_EQ(status.st_mode & 0777U, 0660U) << name;
+    }
+}
+
+TEST_F(JournalFile, SurvivesAProcessThatEndsInTheMiddle) {
+    const std::string shared = folder.File("shared.db");
+    const pid_t child = fork();
+    if (child == 0) {
+        Journal own(shared);
+        own.StartSending(own.Receive(Sale("a")), "default", "");
+        _exit(0);  // without closing anything
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(Journal(shared).Find("a")->state, State::Sending);
+}
+
+TEST_F(JournalFile, OfANewerVersionIsRefusedAndLeftAlone) {
+    Statement(Database(path, nullptr), "PRAGMA user_version=2").Run();
+    EXPECT_THAT(MessageOf([&] { Journal other(path); }),
+                testing::AllOf(HasSubstr("'" + path + "'"), HasSubstr("it has version 2")));
+}
+
+TEST_F(JournalFile, IsNoDatabaseOfSomethingElse) {
+    const std::string other = folder.File("other.db");
+    Statement(Database(other, nullptr), "CREATE TABLE customers(name TEXT)").Run();
+    const std::string before = ReadWholeFile(other);
+    EXPECT_THAT(MessageOf([&] { Journal wrong(other); }),
+                HasSubstr("a database of something else"));
+    EXPECT_EQ(ReadWholeFile(other), before);
+}
+
+TEST_F(JournalFile, IsNoOtherFile) {
+    const std::string text = folder.Write("letter.txt", std::string(5000, 'x'));
+    EXPECT_THAT(MessageOf([&] { Journal wrong(text); }),
+                testing::AllOf(HasSubstr("'" + text + "'"), HasSubstr("file is not a database"),
+                               HasSubstr("--journal")));
+    EXPECT_EQ(ReadWholeFile(text), std::string(5000, 'x'));
+}
+
+TEST_F(JournalFile, CannotBeAFolderOrBelowAFile) {
+    EXPECT_THAT(MessageOf([&] { Journal wrong(folder.Path()); }), HasSubstr("unable to open"));
+    EXPECT_THAT(MessageOf([&] { Journal wrong(path + "/below.db"); }),
+                HasSubstr("Not a directory"));
+    EXPECT_THAT(MessageOf([&] { Journal wrong(""); }), HasSubstr("empty"));
+}
+
+TEST_F(JournalFile, ServesManyProcessesAtOnce) {
+    constexpr int processes = 8;
+    constexpr int jobs = 10;
+    const std::string shared = folder.File("shared.db");  // made by whichever comes first
+    for (int i = 0; i < processes; ++i) {
+        if (fork() != 0) continue;
+        int code = 0;
+        try {
+            Journal own(shared);
+            for (int j = 0; j < jobs; ++j) {
+                const std::int64_t number = own.Receive(Sale(std::to_string(i * jobs + j)));
+                own.StartSending(number, "default", "");
+                own.Finish(number, {printed, outcome, 0, false});
+            }
+        } catch (const JournalError& error) {
+            fprintf(stderr, "%s\n", error.what());
+            code = 1;
+        }
+        _exit(code);
+    }
+    int status = 0;
+    while (wait(&status) > 0) EXPECT_EQ(status, 0);
+    EXPECT_EQ(Journal(shared).List({"", "", "", State::Done}).size(), size_t{processes * jobs});
+}
+
+TEST_F(JournalFile, IsWaitedForWhileAnotherWrites) {
+    Database other(path, nullptr);
+    Transaction transaction(other);
+    std::atomic<bool> written = false;
+    std::thread writer([&] {
+        Journal(path).SetMayHold("default", true);
+        written = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(written);
+    transaction.Commit();
+    writer.join();
+    EXPECT_EQ(journal.MayHold("default"), true);
+}
+
+TEST(JournalDefaultPath, IsTheSitesWhereThatCanBeMade) {
+    const TempDir site;
+    EXPECT_EQ(PathIn(site.Path()), site.File("journal.db"));
+    EXPECT_EQ(PathIn(site.File("a/b")), site.File("a/b/journal.db"));
+    EXPECT_FALSE(fs::exists(site.File("a")));
+}
+
+TEST(JournalDefaultPath, IsTheUsersOwnWhereItCannot) {
+    const TempDir home;
+    const std::string barred = home.Write("file", "") + "/voltis";
+    setenv("HOME", home.Path().c_str(), 1);
+    unsetenv("XDG_STATE_HOME");
+    EXPECT_EQ(PathIn(barred), home.File(".local/state/voltis/journal.db"));
+    setenv("XDG_STATE_HOME", "relative", 1);
+    EXPECT_EQ(PathIn(barred), home.File(".local/state/voltis/journal.db"));
+    setenv("XDG_STATE_HOME", "/var/state", 1);
+    EXPECT_EQ(PathIn(barred), "/var/state/voltis/journal.db");
+}
+
+TEST(JournalDefaultPath, IsTheUsersOwnWhereTheFileCannotBeWritten) {
+    const TempDir site;
+    const std::string path = site.Write("journal.db", "");
+    chmod(site.Path().c_str(), 0777);
+    chmod(path.c_str(), 0444);
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0 && setuid(nobody) != 0) _exit(2);  // root may write everything
+        _exit(PathIn(site.Path()) == path ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(JournalTimeText, IsUtcWithMilliseconds) {
+    using std::chrono::milliseconds;
+    EXPECT_EQ(TimeText(std::chrono::system_clock::time_point(milliseconds(1714979289007))),
+              "2024-05-06T07:08:09.007Z");
+}
+
+TEST(JournalState, HasAWordEach) {
+    for (const char* word : {"received", "sending", "done", "failed", "in-doubt"}) {
+        ASSERT_TRUE(StateOf(word)) << word;
+        EXPECT_STREQ(Word(*StateOf(word)), word);
+    }
+    EXPECT_FALSE(StateOf("lost"));
+}
