@@ -25,6 +25,12 @@ if(VOLTIS_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1
         -gline-tables-only)
     add_link_options(-fsanitize=address,undefined)
+    # Instrumented programs are large, and lld links them soonest. Release keeps the usual linker, whose
+    # maps tests/mutation reads.
+    find_program(LLD_LINKER ld.lld)
+    if(LLD_LINKER AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        add_link_options(-fuse-ld=lld)
+    endif()
 endif()
 if(VOLTIS_COVERAGE)
     add_compile_options(--coverage -O0 -fprofile-update=atomic)

@@ -37,9 +37,10 @@ need_packages() {
         "${missing[@]}"
 }
 
-# need_clang: clang++ with the sanitizers' runtime, whose package has clang's version in its name.
+# need_clang: clang++ with its linker and the sanitizers' runtime, whose package has clang's version in
+# its name.
 need_clang() {
-    need_packages clang
+    need_packages clang lld
     if ! command -v dpkg-query >/dev/null; then return 0; fi
     local version
     version=$(clang -dumpversion)
