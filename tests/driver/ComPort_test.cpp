@@ -10,13 +10,13 @@
 #include <chrono>
 #include <functional>
 #include <new>
-#include <regex>
 #include <thread>
 
 #include "IniFile.h"
 #include "tests/support/Failure.h"
 #include "tests/support/Hex.h"
 #include "tests/support/RecordedLog.h"
+#include "tests/support/Regex.h"
 #include "tests/support/ScarceMemory.h"
 #include "tests/support/SerialLine.h"
 #include "tests/support/TempDir.h"
@@ -92,8 +92,8 @@ constexpr double generous = 8000;  // an upper bound that a loaded machine keeps
 void ExpectBlockLine(const RecordedLine& line, const std::string& begin, const std::string& end) {
     EXPECT_EQ(line.type, DBG_LOG);
     EXPECT_FALSE(line.addTime);
-    const std::regex pattern(begin + R"( bytes in ( {0,5}\d+\.\d| {0,5}\d+) ms :)" + end);
-    EXPECT_TRUE(std::regex_match(line.message, pattern)) << line.message;
+    const Regex pattern(begin + R"( bytes in ( {0,5}\d+\.\d| {0,5}\d+) ms :)" + end);
+    EXPECT_TRUE(pattern.Match(line.message)) << line.message;
 }
 
 std::vector<int> InstalledTenths() {

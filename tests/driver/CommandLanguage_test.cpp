@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <regex>
 #include <set>
 
 #include "Globals.h"
 #include "ProcessorInternal.h"
+#include "tests/support/Regex.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -19,13 +19,9 @@ std::string Document(const std::string& name) {
 /// The commands that a "### NAME, NAME" heading of the document names.
 std::set<std::string> DocumentedCommands() {
     std::set<std::string> names;
-    const std::string text = Document("docs/command-language.md");
-    const std::regex heading("(^|\n)### ([A-Z_, ]+)"), name("[A-Z_]+");
-    for (std::sregex_iterator it(text.begin(), text.end(), heading), end; it != end; ++it) {
-        const std::string line = (*it)[2];
-        for (std::sregex_iterator word(line.begin(), line.end(), name); word != end; ++word) {
-            names.insert(word->str());
-        }
+    const Regex heading("(^|\n)### ([A-Z_, ]+)"), name("[A-Z_]+");
+    for (const auto& found : heading.FindAll(Document("docs/command-language.md"))) {
+        for (const auto& word : name.FindAll(found.at(2))) names.insert(word.at(0));
     }
     return names;
 }

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <vector>
 
 #include "tests/support/Failure.h"
 #include "tests/support/Hex.h"
+#include "tests/support/Regex.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -577,13 +577,14 @@ struct LogLine {
 
 /// The block lines of the page, in its order.
 std::vector<LogLine> SampleLines() {
-    static const std::regex pattern(R"(PC(->|<-)ECR +(\d+) bytes in +[\d.]+ ms : ([0-9a-f ]+))");
+    static const Regex pattern(R"(PC(->|<-)ECR +(\d+) bytes in +[\d.]+ ms : ([0-9a-f ]+))");
     std::vector<LogLine> lines;
     std::istringstream page(WireFormatPage());
     for (std::string text; std::getline(page, text);) {
-        std::smatch m;
-        if (!std::regex_match(text, m, pattern)) continue;
-        lines.push_back({m[1] == "<-", static_cast<unsigned int>(std::stoul(m[2])), FromHex(m[3])});
+        const auto m = pattern.Match(text);
+        if (!m) continue;
+        lines.push_back(
+            {m->at(1) == "<-", static_cast<unsigned int>(std::stoul(m->at(2))), FromHex(m->at(3))});
     }
     return lines;
 }

@@ -1,6 +1,8 @@
 #include "tests/outside/Expectations.h"
 
-#include <regex>
+#include <string_view>
+
+#include "tests/support/Regex.h"
 
 std::string ClosedResult(int receipt) {
     return "[VOLTIS]\nResultCode=0\nMessage=OK\nLastReceiptNo=" + std::to_string(receipt);
@@ -17,7 +19,13 @@ std::string FailedResult(int resultCode, const std::string& message, int errorCo
 }
 
 std::string Literally(const std::string& text) {
-    return std::regex_replace(text, std::regex(R"([.+*?^$(){}|\[\]\\])"), R"(\$&)");
+    std::string pattern;
+    for (char c : text) {
+        if (std::string_view(R"(.+*?^$(){}|[]\)").find(c) != std::string_view::npos)
+            pattern += '\\';
+        pattern += c;
+    }
+    return pattern;
 }
 
 std::string StartPattern(const std::string& arguments) {
@@ -26,7 +34,7 @@ std::string StartPattern(const std::string& arguments) {
 }
 
 bool Matches(const std::string& text, const std::string& pattern) {
-    return std::regex_match(text, std::regex(pattern));
+    return Regex(pattern).Match(text).has_value();
 }
 
 void LeaveResultCode(Shop& shop, std::uint8_t code) {

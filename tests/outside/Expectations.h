@@ -35,6 +35,7 @@ inline const std::string timeStamp = R"(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\.\d{3} 
 std::string Literally(const std::string& text);
 /// What every run puts into both logs first, as a regular expression.
 std::string StartPattern(const std::string& arguments);
+/// The whole text.
 bool Matches(const std::string& text, const std::string& pattern);
 
 /// The register refuses a command outside any run, so that its status carries the code.

@@ -3,13 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <iterator>
 #include <ostream>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include "tests/outside/Expectations.h"
+#include "tests/support/Regex.h"
 #include "tests/support/Shop.h"
 
 namespace fs = std::filesystem;
@@ -85,11 +84,9 @@ TEST(LogText, BeginsWithAnEmptyLineAndTheCommandLine) {
     Shop shop;
     shop.Folder().Write("my sale.txt", sale);
     const RunOutcome run = shop.Run({"my sale.txt"});
-    const std::regex start("^" + StartPattern(" my sale.txt"));
-    EXPECT_TRUE(std::regex_search(run.stdLog, start, std::regex_constants::match_continuous))
-        << run.stdLog;
-    EXPECT_TRUE(std::regex_search(run.dbgLog, start, std::regex_constants::match_continuous))
-        << run.dbgLog;
+    const Regex start("^" + StartPattern(" my sale.txt"));
+    EXPECT_TRUE(start.Find(run.stdLog)) << run.stdLog;
+    EXPECT_TRUE(start.Find(run.dbgLog)) << run.dbgLog;
 }
 
 TEST(LogText, OfASaleIsStartStatisticsAndThePointerInTheStandardLog) {
@@ -113,22 +110,20 @@ TEST(LogText, OfAFailureHoldsItsMessageInBothLogs) {
 TEST(LogText, OfAFailureEndsWithTheClosingOfThePortAndTheStatistics) {
     Shop shop;
     const RunOutcome run = shop.Execute(unknownArticle);
-    const std::regex end("Closing serial port\n" + timeStamp +
-                         R"(I/O statistics : OUT frames = \d+, IN frames = \d+, NAK = 1\n$)");
-    EXPECT_TRUE(std::regex_search(run.dbgLog, end)) << run.dbgLog;
+    const Regex end("Closing serial port\n" + timeStamp +
+                    R"(I/O statistics : OUT frames = \d+, IN frames = \d+, NAK = 1\n$)");
+    EXPECT_TRUE(end.Find(run.dbgLog)) << run.dbgLog;
 }
 
 TEST(LogText, HoldsEveryFrameOfTheLine) {
     Shop shop;
     const RunOutcome run = shop.Execute(sale);
-    const std::regex frame(R"(PC(->|<-)ECR +\d+ bytes in +\d+\.\d ms :( [0-9a-f]{2})+)");
-    const auto frames = std::distance(
-        std::sregex_iterator(run.dbgLog.begin(), run.dbgLog.end(), frame), std::sregex_iterator());
-    std::smatch counts;
-    ASSERT_TRUE(std::regex_search(run.dbgLog, counts,
-                                  std::regex(R"(OUT frames = (\d+), IN frames = (\d+)\n)")));
-    EXPECT_EQ(frames, std::stoi(counts[1]) + std::stoi(counts[2]));
-    EXPECT_GT(frames, 20);
+    const Regex frame(R"(PC(->|<-)ECR +\d+ bytes in +\d+\.\d ms :( [0-9a-f]{2})+)");
+    const std::size_t frames = frame.FindAll(run.dbgLog).size();
+    const auto counts = Regex(R"(OUT frames = (\d+), IN frames = (\d+)\n)").Find(run.dbgLog);
+    ASSERT_TRUE(counts);
+    EXPECT_EQ(frames, std::stoul(counts->at(1)) + std::stoul(counts->at(2)));
+    EXPECT_GT(frames, 20U);
 }
 
 TEST(LogText, HoldsTheCommandFileAfterAnErrorInIt) {

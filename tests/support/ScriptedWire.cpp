@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
 
 #include "CommChannel.h"
 #include "DriverException.h"
+#include "tests/support/Regex.h"
 
 namespace {
 
@@ -88,27 +88,27 @@ void MatchParameter(Kind kind, const std::string& parameter, const std::string& 
 
 /// Cuts an outcome off the end of a line.
 void TakeOutcome(std::string& line, Event& event) {
-    std::smatch found;
-    static const std::regex raises("^(.*)\\braises (\\d+) (.*)$");
-    static const std::regex lost("^(.*)\\b(lost|fails)$");
-    if (std::regex_match(line, found, raises)) {
+    static const Regex raises("^(.*)\\braises (\\d+) (.*)$");
+    static const Regex lost("^(.*)\\b(lost|fails)$");
+    auto found = raises.Match(line);
+    if (found) {
         event.outcome = Outcome::Raises;
-        event.code = std::stoi(found[2]);
-        event.message = found[3];
-    } else if (std::regex_match(line, found, lost)) {
+        event.code = std::stoi(found->at(2));
+        event.message = found->at(3);
+    } else if ((found = lost.Match(line))) {
         event.outcome = Outcome::Lost;
     } else {
         return;
     }
-    line = TrimRight(found[1], " ");
+    line = TrimRight(found->at(1), " ");
 }
 
 Bytes ParseHex(const std::string& text, const std::string& line) {
-    static const std::regex byte("[0-9a-f]{2}");
+    static const Regex byte("[0-9a-f]{2}");
     Bytes bytes;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
-        if (!std::regex_match(word, byte)) throw std::invalid_argument("No byte in: " + line);
+        if (!byte.Match(word)) throw std::invalid_argument("No byte in: " + line);
         bytes.push_back(static_cast<BYTE>(std::stoi(word, nullptr, 16)));
     }
     return bytes;
@@ -116,15 +116,16 @@ Bytes ParseHex(const std::string& text, const std::string& line) {
 
 /// A line with an arrow, in its short form or as the debug log has it.
 void AddFrame(const std::string& line, std::vector<Event>& events) {
-    static const std::regex form("^PC(->|<-)ECR( +(\\d+) bytes( in +[0-9.]+ ms)? *)?:(.*)$");
-    std::smatch found;
-    if (!std::regex_match(line, found, form)) throw std::invalid_argument("What is: " + line);
-    std::string rest = Trim(found[5], " ");
+    static const Regex form("^PC(->|<-)ECR( +(\\d+) bytes( in +[0-9.]+ ms)? *)?:(.*)$");
+    const auto found = form.Match(line);
+    if (!found) throw std::invalid_argument("What is: " + line);
+    std::string rest = Trim(found->at(5), " ");
     if (rest.starts_with("(ignored)")) return;
-    Event event{found[1] == "->" ? Kind::Write : Kind::Read, line, Outcome::Good, {}, {}, 0, {}};
+    Event event{
+        found->at(1) == "->" ? Kind::Write : Kind::Read, line, Outcome::Good, {}, {}, 0, {}};
     TakeOutcome(rest, event);
     event.bytes = ParseHex(rest, line);
-    if (found[3].matched && event.bytes.size() != std::stoul(found[3])) {
+    if (!found->at(3).empty() && event.bytes.size() != std::stoul(found->at(3))) {
         throw std::invalid_argument("Not so many bytes: " + line);
     }
     if (event.bytes.empty() && event.outcome == Outcome::Good) {
@@ -135,27 +136,28 @@ void AddFrame(const std::string& line, std::vector<Event>& events) {
 
 /// A line that is no frame.
 void AddOther(const std::string& line, std::vector<Event>& events) {
-    static const std::regex form("^(time-out|pause|open|close)( (-?\\d+|serial|ethernet))?$");
+    static const Regex form("^(time-out|pause|open|close)( (-?\\d+|serial|ethernet))?$");
     Event event{Kind::Close, line, Outcome::Good, {}, {}, 0, {}};
     std::string rest = line;
     TakeOutcome(rest, event);
-    std::smatch found;
-    if (!std::regex_match(rest, found, form)) throw std::invalid_argument("What is: " + line);
-    if (found[1] == "time-out") event.kind = Kind::TimeOut;
-    if (found[1] == "pause") event.kind = Kind::Pause;
-    if (found[1] == "open") event.kind = Kind::Open;
-    event.parameter = found[3];
+    const auto found = form.Match(rest);
+    if (!found) throw std::invalid_argument("What is: " + line);
+    if (found->at(1) == "time-out") event.kind = Kind::TimeOut;
+    if (found->at(1) == "pause") event.kind = Kind::Pause;
+    if (found->at(1) == "open") event.kind = Kind::Open;
+    event.parameter = found->at(3);
     events.push_back(event);
 }
 
 void Start(const std::string& text, bool onlyFrames) {
     ExpectNothingLeft();
-    static const std::regex timeStamp("^\\d\\d\\.\\d\\d\\.\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3}  ");
+    static const Regex timeStamp("^\\d\\d\\.\\d\\d\\.\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3}  ");
     std::vector<Event> events;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         line = Trim(line, " \t\r\n");
-        const std::string bare = std::regex_replace(line, timeStamp, "");
+        const auto stamp = timeStamp.Find(line);
+        const std::string bare = stamp ? line.substr(stamp->at(0).size()) : line;
         const bool ignored = onlyFrames || bare.empty() || bare[0] == '#' || bare != line;
         if (bare.starts_with("PC->ECR") || bare.starts_with("PC<-ECR")) {
             AddFrame(bare, events);

@@ -1,8 +1,9 @@
 #include "tests/faults/system/DriverWatch.h"
 
 #include <algorithm>
-#include <regex>
 #include <sstream>
+
+#include "tests/support/Regex.h"
 
 namespace faults {
 
@@ -132,7 +133,7 @@ bool DriverMisled(WireFamily family, const std::vector<Bytes>& read,
 }
 
 std::string BrokenLogLine(const std::string& log) {
-    static const std::regex whole(
+    static const Regex whole(
         "|\\d\\d\\.\\d\\d\\.\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3}  .*"
         "|PC(->|<-)ECR +\\d+ bytes in +\\d+(\\.\\d)? ms :( \\(ignored\\))?( [0-9a-f]{2})+"
         "|\t.*");
@@ -141,7 +142,7 @@ std::string BrokenLogLine(const std::string& log) {
         const std::size_t end = log.find('\n', begin);
         if (end == std::string::npos) return log.substr(begin) + " (without an end)";
         const std::string line = log.substr(begin, end - begin);
-        if (!std::regex_match(line, whole)) return line;
+        if (!whole.Match(line)) return line;
         begin = end + 1;
     }
     return "";
