@@ -32,9 +32,11 @@ function(voltis_optimise)
 endfunction()
 
 # Every test of an executable runs in a process of its own, so that flags which the driver never
-# clears start fresh.
+# clears start fresh. With WHOLE all of them run in one process: for units without state of the
+# process, since the start of a process takes longer than most tests do. With UNITY, so many sources
+# are compiled as one: what they share of the headers takes longer than their own lines.
 function(voltis_add_test name)
-    cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+    cmake_parse_arguments(arg "WHOLE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS" ${ARGN})
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
     endif()
@@ -51,8 +53,16 @@ function(voltis_add_test name)
     if("unit" IN_LIST arg_LABELS)
         add_dependencies(voltis_unit_tests ${name})
     endif()
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
+    if(arg_UNITY)
+        set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${arg_UNITY})
+    endif()
+    if(arg_WHOLE)
+        add_test(NAME ${name} COMMAND ${name})
+        set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    else()
+        gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+            PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
+    endif()
 endfunction()
 
 # The linker redirects calls of these functions to the program's own __wrap_ functions.
