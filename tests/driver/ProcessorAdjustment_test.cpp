@@ -132,10 +132,10 @@ TEST_F(AdjustmentType, OfAnyOtherNameIsRefusedInUpperCase) {
 }
 
 TEST_F(AdjustmentType, IsTheNumber1ForAnItemAnd2ForTheSale) {
-    FiscalCommand item("DISCOUNT: TYPE=ITEM");
-    FiscalCommand sale("DISCOUNT: TYPE=SALE");
-    EXPECT_EQ(GetDiscountMarkupType(item), 1);
-    EXPECT_EQ(GetDiscountMarkupType(sale), 2);
+    FiscalCommand ofAnItem("DISCOUNT: TYPE=ITEM");
+    FiscalCommand ofTheSale("DISCOUNT: TYPE=SALE");
+    EXPECT_EQ(GetDiscountMarkupType(ofAnItem), 1);
+    EXPECT_EQ(GetDiscountMarkupType(ofTheSale), 2);
 }
 
 // In which order the parameters are looked at

@@ -12,7 +12,7 @@ using ReportCommand = ProcessorTest;
 using OpenDrawer = ProcessorTest;
 using Display = ProcessorTest;
 using ShowTotal = ProcessorTest;
-using Comment = ProcessorTest;
+using CommentCommand = ProcessorTest;
 using ReceiptCopy = ProcessorTest;
 
 Told Reported(const std::string& payload) {
@@ -131,7 +131,7 @@ TEST_F(ShowTotal, HasNoOtherParameter) {
     ExpectRefused("SHOW_TOTAL: SECONDS=2; TEXT=a", "Too many parameters (line: 1)");
 }
 
-TEST_F(Comment, FillsTheLineOfTheModel) {
+TEST_F(CommentCommand, FillsTheLineOfTheModel) {
     struct {
         Model model;
         std::size_t length;
@@ -149,26 +149,26 @@ TEST_F(Comment, FillsTheLineOfTheModel) {
     }
 }
 
-TEST_F(Comment, KeepsBlanksAndQuotes) {
+TEST_F(CommentCommand, KeepsBlanksAndQuotes) {
     ExpectSent("COMMENT: TEXT=\" a \\\"b\\\"\"", {"b2 fiscal : 20 61 20 22 62 22 " + Hex("", 29)});
 }
 
-TEST_F(Comment, WantsAText) {
+TEST_F(CommentCommand, WantsAText) {
     ExpectRefused("COMMENT", "TEXT is missing (line: 1)");
     ExpectRefused("COMMENT: FOO=1", "TEXT is missing (line: 1)");
 }
 
-TEST_F(Comment, OfTwoQuotesIsAnEmptyLine) {
+TEST_F(CommentCommand, OfTwoQuotesIsAnEmptyLine) {
     ExpectSent("COMMENT: TEXT=\"\"", {"b2 fiscal : " + Hex("", 35)});
 }
 
-TEST_F(Comment, OfNoTextIsAnEmptyLine) {
+TEST_F(CommentCommand, OfNoTextIsAnEmptyLine) {
     State = STATE_EXECUTE;
     PrintComment("");
     EXPECT_EQ(Ecr().Told(), Told{"b2 fiscal : " + Hex("", 35)});
 }
 
-TEST_F(Comment, IsTooLongInBothPasses) {
+TEST_F(CommentCommand, IsTooLongInBothPasses) {
     State = STATE_EXECUTE;
     const auto failure = FailureOf([] { PrintComment(std::string(36, 'c')); });
     ASSERT_NE(failure, nullptr);

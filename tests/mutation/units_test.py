@@ -57,7 +57,7 @@ class UnitsOfThisBuild(unittest.TestCase):
             self.assertEqual(self.names(unit)[0], test)
 
     def test_what_a_unit_is_used_by_tests_it_too(self):
-        self.assertIn("ProcessorSales_test", self.names("src/ProcessorCodePage.cpp"))
+        self.assertIn("Processor_test", self.names("src/ProcessorCodePage.cpp"))
         self.assertIn("ECR_test", self.names("src/ProtocolFormatting.cpp"))
         self.assertIn("VOLTIS_test", self.names("src/VOLTIS.cpp"))
 
@@ -68,9 +68,9 @@ class UnitsOfThisBuild(unittest.TestCase):
         self.assertNotIn("ECR_test", self.names("src/LogFile.cpp"))
 
     def test_the_register_of_a_test_does_not_test_the_link(self):
-        self.assertIn("ProcessorSales_test", self.names("src/ProcessorSales.cpp"))
-        self.assertNotIn("ProcessorSales_test", self.names("src/EcrExchange.cpp"))
-        self.assertNotIn("ProcessorSales_test", self.names("src/ECR.cpp"))
+        self.assertIn("Processor_test", self.names("src/ProcessorSales.cpp"))
+        self.assertNotIn("Processor_test", self.names("src/EcrExchange.cpp"))
+        self.assertNotIn("Processor_test", self.names("src/ECR.cpp"))
 
     def test_only_unit_tests_count(self):
         names = {name for unit in self.units.tests for name in self.names(unit)}
