@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -488,6 +489,8 @@ TEST(JournalDefaultPath, IsTheUsersOwnWhereTheFileCannotBeWritten) {
 
 TEST(JournalTimeText, IsUtcWithMilliseconds) {
     using std::chrono::milliseconds;
+    setenv("TZ", "UTC-9", 1);
+    tzset();
     EXPECT_EQ(TimeText(std::chrono::system_clock::time_point(milliseconds(1714979289007))),
               "2024-05-06T07:08:09.007Z");
 }
