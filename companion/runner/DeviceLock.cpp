@@ -50,7 +50,7 @@ std::string RealPath(const std::string& device) {
     return real.empty() ? device : real.string();
 }
 
-std::string NameOf(const std::string& device) {
+std::string LockNameOf(const std::string& device) {
     const std::string folder = "/dev/";
     return WithoutSlashes(device.substr(device.starts_with(folder) ? folder.size() : 1));
 }
@@ -173,8 +173,8 @@ Clock::duration Pause(Clock::duration waited) {
 }  // namespace
 
 std::string LockFileOf(const Profile& profile, const std::string& folder) {
-    const std::string name =
-        profile.network.empty() ? NameOf(RealPath(profile.device)) : NetworkName(profile.network);
+    const std::string name = profile.network.empty() ? LockNameOf(RealPath(profile.device))
+                                                     : NetworkName(profile.network);
     return folder + "/LCK.." + name;
 }
 

@@ -14,7 +14,7 @@ namespace workbench {
 namespace {
 
 // What follows the last slash; the driver uses no more than that of its ResultFileName.
-std::string NameOf(const std::string& path) {
+std::string FileNameOf(const std::string& path) {
     const std::size_t slash = path.find_last_of("/\\");
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
@@ -30,7 +30,7 @@ WorkFolder::WorkFolder(runner::DriverSettings first)
     : settings(std::move(first)), files_(folder_.File("files")), logs_(folder_.File("logs")) {
     fs::create_directory(files_.Path());
     fs::create_directory(logs_.Path());
-    const std::string name = NameOf(settings->Get("ResultFileName"));
+    const std::string name = FileNameOf(settings->Get("ResultFileName"));
     if (!name.empty()) resultFile_ = files_.File(name);
 }
 
