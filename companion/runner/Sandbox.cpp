@@ -39,7 +39,8 @@ void AppendIfThere(CommandLine& to, std::initializer_list<const char*> paths) {
 
 // The programs and libraries of the machine, read-only. On a merged system /bin and the like are
 // links into /usr and must be so inside, too.
-void AppendSystem(CommandLine& to) {
+void AppendSystem(CommandLine& to, const std::string& base) {
+    if (!base.empty()) Append(to, {"--bind", base, "/"});
     Append(to, {"--ro-bind", "/usr", "/usr"});
     for (const std::string path : {"/bin", "/sbin", "/lib", "/lib32", "/lib64"}) {
         if (fs::is_symlink(path)) {
@@ -79,6 +80,12 @@ void AppendPrivatePaths(CommandLine& to, const SandboxPlan& plan) {
     if (!plan.workDir.empty()) Append(to, {"--chdir", plan.workDir});
 }
 
+CommandLine Unsandboxed(const SandboxPlan& plan, const CommandLine& command) {
+    CommandLine all = {"env", "-C", plan.workDir.empty() ? "." : plan.workDir};
+    Append(all, command);
+    return all;
+}
+
 // --- the process -----------------------------------------------------------------------------
 
 struct Pipe {
@@ -100,6 +107,7 @@ struct ChildEnds {
     int out;
     int err;
     int status;
+    int keep;  // -1: none
 };
 
 // Nothing to read, bubblewrap's account to childStatusFd.
@@ -108,6 +116,8 @@ void WireUp(posix_spawn_file_actions_t& actions, const ChildEnds& ends) {
     posix_spawn_file_actions_adddup2(&actions, ends.out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, ends.err, STDERR_FILENO);
     posix_spawn_file_actions_adddup2(&actions, ends.status, childStatusFd);
+    // Onto itself: no longer closed by the exec.
+    if (ends.keep != -1) posix_spawn_file_actions_adddup2(&actions, ends.keep, ends.keep);
 }
 
 // A group of its own, so that an interrupt on the terminal reaches the driver only through us, and
@@ -171,11 +181,13 @@ bool Holds(const std::string& text, const char* part) {
 }  // namespace
 
 CommandLine SandboxCommandLine(const SandboxPlan& plan, const CommandLine& command, int statusFd) {
+    if (plan.root == Root::None) return Unsandboxed(plan, command);
     CommandLine all = {plan.bwrap, "--die-with-parent"};
     // A run that is watched gets a session of its own; what becomes the sandbox keeps its terminal.
     if (statusFd != -1)
         Append(all, {"--new-session", "--json-status-fd", std::to_string(statusFd)});
-    plan.root == Root::System ? AppendSystem(all) : AppendMachine(all);
+    plan.root == Root::System ? AppendSystem(all, plan.base) : AppendMachine(all);
+    Append(all, plan.folders);
     AppendPrivatePaths(all, plan);
     Append(all, plan.bwrapArguments);
     all.push_back("--");
@@ -217,7 +229,8 @@ bool SandboxedRun::Stream::Drain() {
     return count != 0;
 }
 
-SandboxedRun::SandboxedRun(const SandboxPlan& plan, const CommandLine& command, Streams streams) {
+SandboxedRun::SandboxedRun(const SandboxPlan& plan, const CommandLine& command, Streams streams)
+    : sandboxed_(plan.root != Root::None) {
     const Pipe out = MakePipe();
     const Pipe err = streams == Streams::Apart ? MakePipe() : Pipe{};
     const Pipe status = MakePipe();
@@ -225,7 +238,7 @@ SandboxedRun::SandboxedRun(const SandboxPlan& plan, const CommandLine& command, 
     err_.fd = err.readEnd;
     status_.fd = status.readEnd;
     const ChildEnds ends = {out.writeEnd, err.writeEnd == -1 ? out.writeEnd : err.writeEnd,
-                            status.writeEnd};
+                            status.writeEnd, plan.keepFd};
     const int error = Spawn(pid_, SandboxCommandLine(plan, command, childStatusFd), ends);
     for (const int fd : {out.writeEnd, err.writeEnd, status.writeEnd}) CloseIfOpen(fd);
     if (error == 0) {
@@ -277,9 +290,14 @@ void SandboxedRun::Kill() {
     DrainAll();
 }
 
+void SandboxedRun::WaitUntilGone(int longestMs) const {
+    pollfd output = {out_.fd, 0, 0};  // asks for nothing but the end of the last writer
+    poll(&output, 1, longestMs);
+}
+
 int SandboxedRun::ExitCode() const {
     // Bubblewrap names an exit code only when it came as far as starting the program.
-    if (WIFEXITED(waitStatus_) && !Holds(status_.text, "exit-code")) {
+    if (sandboxed_ && WIFEXITED(waitStatus_) && !Holds(status_.text, "exit-code")) {
         throw SandboxError(SandboxRemedy(err_.fd == -1 ? out_.text : err_.text));
     }
     return WIFEXITED(waitStatus_) ? WEXITSTATUS(waitStatus_) : 128 + WTERMSIG(waitStatus_);

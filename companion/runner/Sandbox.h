@@ -23,13 +23,17 @@ enum class Root {
     System,   ///< Programs and libraries, read-only. Nothing of the machine can be changed.
     Machine,  ///< Everything as it is, but /etc has only what a program needs to start, /dev only
               ///< the standard devices and /var/log only the driver's folder.
+    None,     ///< No sandbox: the program runs as it is, in workDir. Of the plan, only this and
+              ///< keepFd count.
 };
 
 /// What of the machine becomes what inside; all but workDir are paths outside.
 struct SandboxPlan {
     Root root = Root::System;
-    std::string driver = {};  // becomes insideDriver; empty: nothing does. With Root::System only.
-    std::string files = {};   // becomes insideFolder, writable and the working directory. Likewise.
+    std::string base = {};     // becomes /, writable; empty: a new folder. With Root::System only.
+    CommandLine folders = {};  // arguments for bubblewrap, applied before all that follows
+    std::string driver = {};   // becomes insideDriver; empty: nothing does. With Root::System only.
+    std::string files = {};  // becomes insideFolder, writable and the working directory. Likewise.
     std::string workDir = {};  // the working directory, inside; empty: as above, or the caller's
     std::string ini = {};      // becomes /etc/voltis/voltis.ini, read-only; empty: there is none
     std::string config = {};   // becomes /etc/voltis, writable; empty: a new folder
@@ -37,6 +41,7 @@ struct SandboxPlan {
     std::string device = {};   // becomes /dev/ttyS0; empty: there is none
     std::vector<std::string> bwrapArguments = {};  // further ones for bubblewrap, applied last
     std::string bwrap = "bwrap";                   // looked for on PATH when it holds no slash
+    int keepFd = -1;  // a descriptor that the program inherits under its number, 16 or above
 };
 
 /// Where the driver is found inside, and the command files and their neighbours.
@@ -85,6 +90,9 @@ class SandboxedRun {
     ProgramResult Wait();
     /// Ends the run at once; Ended() is true afterwards.
     void Kill();
+    /// To be called after the end: waits until no process has the program's output open any more,
+    /// for longestMs at most. A program whose sandbox was killed dies a little later.
+    void WaitUntilGone(int longestMs) const;
 
     /// What the program wrote so far; with Streams::Together to both standard streams.
     const std::string& Output() const { return out_.text; }
@@ -110,6 +118,7 @@ class SandboxedRun {
     Stream status_;  // bubblewrap's JSON lines
     int endFd_ = -1;
     int waitStatus_ = 0;
+    bool sandboxed_;
 };
 
 /// Runs the command until it ends, with the streams apart.
