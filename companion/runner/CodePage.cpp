@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string_view>
+
+#include "companion/runner/Utf8.h"
 
 namespace runner {
 
 namespace {
 
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-constexpr char32_t invalid = 0xffffffff;
 
 // The register's own page, Windows-1257, from 0x80 on; 0 where it has no character. Written down
 // because the C library has it only when one of its optional packages is installed.
@@ -76,45 +76,6 @@ std::optional<char> ByteFor(char32_t character, const Letters& letters) {
                    letters);
 }
 
-// --- UTF-8 -------------------------------------------------------------------------------------
-
-struct Lead {
-    unsigned mask;
-    unsigned mark;
-    std::size_t length;
-    char32_t least;  // a smaller character has a shorter form
-};
-constexpr Lead leads[] = {
-    {0x80, 0x00, 1, 0}, {0xe0, 0xc0, 2, 0x80}, {0xf0, 0xe0, 3, 0x800}, {0xf8, 0xf0, 4, 0x10000}};
-
-bool IsCharacter(char32_t value, const Lead& lead) {
-    return value >= lead.least && value <= 0x10ffff && (value < 0xd800 || value > 0xdfff);
-}
-
-// The bytes of the character, without what marks them; invalid when one is missing.
-char32_t Assembled(std::string_view text, const Lead& lead) {
-    if (text.size() < lead.length) return invalid;
-    char32_t value = static_cast<unsigned char>(text[0]) & ~lead.mask & 0xffU;
-    for (const char c : text.substr(1, lead.length - 1)) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte & 0xc0U) != 0x80U) return invalid;
-        value = value << 6U | (byte & 0x3fU);
-    }
-    return value;
-}
-
-// Takes the next character off the front. Invalid: it is no UTF-8, and nothing was taken.
-char32_t Next(std::string_view& text) {
-    const auto first = static_cast<unsigned char>(text[0]);
-    const auto* lead = std::ranges::find_if(
-        leads, [&](const Lead& row) { return (first & row.mask) == row.mark; });
-    if (lead == std::ranges::end(leads)) return invalid;
-    const char32_t value = Assembled(text, *lead);
-    if (value == invalid || !IsCharacter(value, *lead)) return invalid;
-    text.remove_prefix(lead->length);
-    return value;
-}
-
 // --- the message -------------------------------------------------------------------------------
 
 // The line's characters from its begin up to that place.
@@ -152,8 +113,8 @@ std::string FromUtf8(const std::string& text, const std::string& codePage) {
     std::string bytes;
     for (std::string_view rest = whole; !rest.empty();) {
         const std::size_t place = whole.size() - rest.size();
-        const char32_t character = Next(rest);
-        if (character == invalid) FailAt(whole, place, "this is not UTF-8");
+        const char32_t character = NextCharacter(rest);
+        if (character == noCharacter) FailAt(whole, place, "this is not UTF-8");
         const std::optional<char> byte = ByteFor(character, letters);
         if (!byte) FailAt(whole, place, "code page " + codePage + " lacks this character");
         bytes += *byte;
