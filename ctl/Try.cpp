@@ -1,20 +1,17 @@
 #include "ctl/Try.h"
 
 #include <poll.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "companion/runner/DriverPath.h"
 #include "companion/runner/Files.h"
 #include "companion/runner/Sandbox.h"
 #include "companion/workbench/Defaults.h"
@@ -100,17 +97,6 @@ Outcome Await(runner::SandboxedRun& run, Interrupts& interrupts, double timeoutS
     return outcome;
 }
 
-std::string DriverPath(const TryOptions& options) {
-    const std::string path = options.driver.empty()
-                                 ? fs::read_symlink("/proc/self/exe").parent_path() / "voltis"
-                                 : fs::path(options.driver);
-    if (access(path.c_str(), X_OK) != 0) {
-        throw std::runtime_error("no driver at '" + path + "' - " + std::strerror(errno) +
-                                 "; build it, or name another with --driver");
-    }
-    return fs::canonical(path);
-}
-
 // What looks like a setting and is no file belongs to the --ini before it: "--ini A=1 B=2".
 bool IsSetting(const TryOptions& options, const std::string& word) {
     const size_t equals = word.find('=');
@@ -162,7 +148,7 @@ class Trial {
   public:
     explicit Trial(const TryOptions& options)
         : options_(options),
-          driver_(DriverPath(options)),
+          driver_(runner::DriverPath(options.driver)),
           station_(ConfigFor(options.device), FramesFor(options.device)),
           folder_(SettingsFor(options)) {}
 
@@ -233,7 +219,7 @@ std::function<int()> BindTry(CLI::App& command) {
         ->type_name("FILE");
     command
         .add_option("--driver", options->driver,
-                    "The driver to run (default: voltis beside voltisctl)")
+                    "The driver to run (default: voltis beside voltisctl, else on PATH)")
         ->type_name("PATH");
     command
         .add_option("--timeout", options->timeoutSeconds,
