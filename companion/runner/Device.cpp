@@ -48,7 +48,7 @@ bool IsCharacterDevice(const std::string& path) {
 
 std::string UsableDevice(const Profile& profile) {
     std::error_code error;
-    const std::string device = fs::canonical(profile.device, error);
+    std::string device = fs::canonical(profile.device, error);
     if (error) Fail(profile, "cannot be found - " + error.message());
     if (!IsCharacterDevice(device)) Fail(profile, "is not a character device");
     // Not by opening it: that would move the line's control signals.

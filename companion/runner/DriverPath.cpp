@@ -27,14 +27,14 @@ fs::path OnPath() {
     const char* path = std::getenv("PATH");
     std::istringstream folders(path == nullptr ? "" : path);
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const fs::path candidate = fs::path(folder) / driverName;
+        fs::path candidate = fs::path(folder) / driverName;
         if (!folder.empty() && IsProgram(candidate)) return candidate;
     }
     return {};
 }
 
 fs::path Default() {
-    const fs::path beside = fs::read_symlink("/proc/self/exe").parent_path() / driverName;
+    fs::path beside = fs::read_symlink("/proc/self/exe").parent_path() / driverName;
     if (IsProgram(beside)) return beside;
     const fs::path found = OnPath();
     return found.empty() ? beside : found;

@@ -49,7 +49,7 @@ std::string AppendTo(const std::string& file, const std::string& block) {
     errno = ENOSPC;  // of a write that is cut short
     const bool written =
         write(fd, block.data(), block.size()) == static_cast<ssize_t>(block.size());
-    const std::string warning = written ? "" : Warning(file);
+    std::string warning = written ? "" : Warning(file);
     close(fd);
     return warning;
 }
