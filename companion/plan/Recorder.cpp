@@ -1,0 +1,56 @@
+#include "companion/plan/Recorder.h"
+
+#include <utility>
+
+#include "DriverException.h"
+#include "ECR.h"
+#include "EcrModel.h"
+
+namespace plan {
+
+namespace {
+
+std::vector<std::uint8_t> notes;
+EcrSettings settings;
+EcrStatus status;
+
+FiscalProtocol ProtocolOf(std::uint8_t code) {
+    try {
+        return GetFiscalProtocol(code);
+    } catch (DriverException* unknown) {
+        delete unknown;
+        return {EcrType_ValkorOcelotT, 2};
+    }
+}
+
+}  // namespace
+
+void BeModel(std::optional<std::uint8_t> protocol) {
+    constexpr std::uint8_t firstModel = 0;
+    const FiscalProtocol known = ProtocolOf(protocol.value_or(firstModel));
+    settings.ecrType = known.ecrType;
+    settings.fiscalProtocolVersion = known.protocolVersion;
+    settings.printerLength = ModelOf(known.ecrType).printerLength;
+}
+
+std::vector<std::uint8_t> TakeNotes() {
+    return std::exchange(notes, {});
+}
+
+}  // namespace plan
+
+// --- what the processor calls of the link --------------------------------------------------------
+
+void SendCommand(BYTE cmd, const BUF&, bool) {
+    plan::notes.push_back(cmd);
+}
+
+void SetCmdTimeout(CommandType) {}
+
+const EcrSettings& ECR_Settings() {
+    return plan::settings;
+}
+
+const EcrStatus& ECR_Status() {
+    return plan::status;
+}

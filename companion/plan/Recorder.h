@@ -1,0 +1,16 @@
+// The register of the driver's processor in this program: it takes notes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace plan {
+
+/// Of the model that the byte of a status block names.
+void BeModel(std::optional<std::uint8_t> protocol);
+
+/// The command codes sent since the last call.
+std::vector<std::uint8_t> TakeNotes();
+
+}  // namespace plan
