@@ -78,6 +78,9 @@ class Records {
             if (!plan_.limits.kinds.Has(static_cast<Fault>(i)))
                 name += " no-" + std::string(FaultWord(static_cast<Fault>(i)));
         if (!plan_.limits.reduce) name += " plain";
+        if (scenario.telling == Telling::Alone) name += " verdicts-alone";
+        if (scenario.telling == Telling::WithStatus) name += " verdicts";
+        if (!scenario.habitTold) name += " untold";
         std::ranges::replace(name, ' ', '_');
         return folder_ / (name + ".json");
     }

@@ -14,6 +14,12 @@ constexpr std::size_t statusSize = 2 + 15;  // sequence number and block
 constexpr std::uint8_t refusal = emulator::result::PrinterError;
 constexpr std::uint8_t noiseByte = 0x2A;  // nothing that either end knows
 
+constexpr std::uint8_t ocelotStatusRequest[] = {0xD9, 0x01, 0xD1, 0x09, 0x4C};
+constexpr std::uint8_t margayStatusRequest[] = {0x02, 0xD1, '2', 'D', 0x03};
+
+constexpr std::uint8_t ocelotShowRequest[] = {0xD0, 0x01, 0xBE, 0x6F, 0x02};
+constexpr std::uint8_t margayShowRequest[] = {0x02, 0xBE, '4', '0', 0x03};
+
 constexpr FaultSet frameFaults = {Fault::None,    Fault::Late,  Fault::Later,     Fault::Lost,
                                   Fault::Garbled, Fault::Noise, Fault::PowerFails};
 
@@ -84,9 +90,12 @@ Conversation::Conversation(const Conversation& other)
       file_(other.file_),
       runBegin_(other.runBegin_),
       fiscalFrame_(other.fiscalFrame_),
+      firstNumber_(other.firstNumber_),
       outOfTurn_(other.outOfTurn_),
       acknowledged_(other.acknowledged_),
       runs_(other.runs_),
+      account_(other.account_),
+      remains_(other.remains_),
       done_(other.done_),
       over_(other.over_) {}
 
@@ -95,6 +104,7 @@ Conversation::Conversation(const Conversation& other)
 void Conversation::Open() {
     if (Telling()) Tell({Event::Kind::Run, "run " + std::to_string(runs_.size() + 1)});
     role_ = Role::Answer;
+    BeginAccount();
 }
 
 void Conversation::Write(View frame) {
@@ -103,8 +113,10 @@ void Conversation::Write(View frame) {
     role_ = RoleOf(frame);
     if (afterData && role_ == Role::EndOfFile && !acknowledged_) outOfTurn_ = true;
     acknowledged_ = false;
-    fiscalFrame_ = fiscalFrame_ || (role_ == Role::Data && command_ != emulator::EnterFiscalMode &&
-                                    command_ != emulator::ExitFiscalMode);
+    const bool fiscal = role_ == Role::Data && command_ != emulator::EnterFiscalMode &&
+                        command_ != emulator::ExitFiscalMode;
+    if (fiscal && !fiscalFrame_) firstNumber_ = NumberOf(frame);
+    fiscalFrame_ = fiscalFrame_ || fiscal;
     stage_ = Stage::Race;
     if (!Racing()) EndRace();
 }
@@ -129,12 +141,14 @@ bool Conversation::Read(std::uint8_t* block, std::size_t size) {
     }
     if (inbox_.size() < size) {
         if (Telling()) Tell({Event::Kind::Read, "time-out"});
+        if (account_) account_->Arrived(inbox_);
         inbox_.clear();
         return false;
     }
     const View got = View(inbox_).first(size);
     std::copy(got.begin(), got.end(), block);
     acknowledged_ = wire_->ParseAnswer(got) == emulator::Answer::Ack;
+    if (account_) account_->Arrived(got);
     if (Telling()) Tell({Event::Kind::Read, NameOf(got), Fault::None, place});
     inbox_.erase(inbox_.begin(), inbox_.begin() + static_cast<std::ptrdiff_t>(size));
     return true;
@@ -148,6 +162,11 @@ void Conversation::EndRun(const DriverEnd& end, const std::string& result) {
     const Actions& expected = expected_->empty() ? done : expected_->at(file_);
     if (expected_->empty()) done_.push_back(done);
     runs_.push_back(Judge(told, done, expected, device_));
+    if (account_) {
+        JudgeAccount(runs_.back());
+        if (scenario_->telling == Telling::WithStatus && !remains_.held.Empty()) MakeForget();
+        account_.reset();
+    }
     if (Telling()) Tell({Event::Kind::End, EndingText({runs_.back()})});
     fiscalFrame_ = outOfTurn_ = false;
     runBegin_ = device_.Journal().size();
@@ -199,6 +218,7 @@ void Conversation::DecideRace(Fault fault) {
         if (Telling())
             Tell({Event::Kind::Dropped, NameOf(toDriver_.front().bytes), Fault::None,
                   toDriver_.front().place});
+        if (account_) account_->Arrived(toDriver_.front().bytes);
         toDriver_.erase(toDriver_.begin());
     }
     EndRace();
@@ -207,6 +227,10 @@ void Conversation::DecideRace(Fault fault) {
 // What has arrived is dropped; what is still on its way comes one frame nearer.
 void Conversation::EndRace() {
     stage_ = Stage::Frame;
+    if (account_) {
+        account_->Arrived(inbox_);  // is thrown away
+        account_->Wrote(writing_);
+    }
     inbox_.clear();
     for (Unit& unit : toDriver_)
         if (unit.hold > 0) --unit.hold;
@@ -300,6 +324,103 @@ Conversation::Role Conversation::RoleOf(View frame) {
     return wire_->IsSomeEof(frame) ? Role::EndOfFile : Role::Answer;
 }
 
+// --- the verdict ---------------------------------------------------------------------------------
+
+void Conversation::BeginAccount() {
+    if (scenario_->telling == Telling::None || expected_->empty()) return;
+    verdict::Question question;
+    const bool margay = scenario_->family == WireFamily::Margay;
+    question.wire.family = margay ? ProtocolFormatting_Margay : ProtocolFormatting_Ocelot;
+    for (const Action& action : expected_->at(file_)) question.plan.push_back(action.command);
+    if (scenario_->habit && scenario_->habitTold)
+        question.promises = verdict::PromisesOf(HabitWordOf(scenario_->habit));
+    question.before = remains_;
+    account_.emplace(std::move(question));
+}
+
+// A frame that nothing happens to, with the answers to it.
+Bytes Conversation::Exchange(View frame) {
+    account_->Wrote(frame);
+    Bytes reply = line_.Feed(frame);
+    const Bytes more = line_.Idle();
+    reply.insert(reply.end(), more.begin(), more.end());
+    account_->Arrived(reply);
+    return reply;
+}
+
+// What is still on its way arrives after the status was asked for.
+void Conversation::ReadStatus() {
+    account_->NextRun();
+    for (const Unit& unit : toDriver_) account_->Arrived(unit.bytes);
+    toDriver_.clear();
+    inbox_.clear();
+    const Bytes ack = wire_->BuildAnswer(emulator::Answer::Ack);
+    const bool margay = scenario_->family == WireFamily::Margay;
+    Exchange(margay ? View(margayStatusRequest) : View(ocelotStatusRequest));
+    Exchange(ack);
+    Exchange(ack);
+}
+
+// The display is switched off by a run of its own, whose first command has the number in question.
+void Conversation::MakeForget() {
+    const bool margay = scenario_->family == WireFamily::Margay;
+    account_->NextRun();
+    Exchange(margay ? View(margayShowRequest) : View(ocelotShowRequest));
+    const Bytes data = wire_->BuildData(Bytes{1, 0, 0, 0});
+    Exchange(data);
+    Exchange(wire_->BuildEof(wire_->TotalOf(data)));
+    remains_ = account_->Conclude().remains;
+    runBegin_ = device_.Journal().size();
+}
+
+void Conversation::JudgeAccount(RunEnd& end) {
+    using Known = Verdicts::Known;
+    const auto known = [](const verdict::Verdict& told) {
+        return told.What() == verdict::Kind::Unknown ? Known::Unknown : Known::Certain;
+    };
+    const verdict::Verdict atOnce = account_->Conclude();
+    if (!Holds(atOnce)) end.Add(Issue::Untold);
+    remains_ = atOnce.remains;
+    end.verdicts = {known(atOnce), known(atOnce)};
+    if (scenario_->telling == Telling::Alone || (end.exitCode == 0 && !account_->Odd())) return;
+    ReadStatus();
+    const verdict::Verdict withStatus = account_->Conclude();
+    if (!Holds(withStatus)) end.Add(Issue::Untold);
+    remains_ = withStatus.remains;
+    end.verdicts.withStatus = known(withStatus);
+}
+
+// By the sequence number of what the register did: a file's commands have numbers one after the
+// other, from 1, or 2 when fiscal mode is entered.
+bool Conversation::Holds(const verdict::Verdict& told) const {
+    std::vector<int> done(told.commands.size());
+    bool alien = false;
+    for (std::size_t i = runBegin_; i < device_.Journal().size(); ++i) {
+        const emulator::Acted& acted = device_.Journal()[i];
+        const bool mode =
+            acted.command == emulator::EnterFiscalMode || acted.command == emulator::ExitFiscalMode;
+        if (!acted.accepted || mode) continue;
+        const std::size_t place = std::size_t{acted.sequence} - firstNumber_;
+        const bool known = acted.sequence >= firstNumber_ && place < done.size() &&
+                           expected_->at(file_)[place].command == acted.command;
+        if (known) ++done[place];
+        alien = alien || !known;
+    }
+    if (alien && told.What() != verdict::Kind::Unknown) return false;
+    for (std::size_t i = 0; i < done.size(); ++i) {
+        if (told.commands[i] == verdict::Acted::Yes && done[i] != 1) return false;
+        if (told.commands[i] == verdict::Acted::No && done[i] != 0) return false;
+    }
+    return true;
+}
+
+// The sequence number in a data frame of the driver.
+std::uint16_t Conversation::NumberOf(View frame) const {
+    const auto data =
+        wire_->ParseData(frame, emulator::PayloadSize(device_.GetModel(), command_) + 2);
+    return static_cast<std::uint16_t>(data->at(0) | data->at(1) << 8);
+}
+
 // --- the state -----------------------------------------------------------------------------------
 
 void Conversation::Describe(Bytes& state) const {
@@ -307,6 +428,8 @@ void Conversation::Describe(Bytes& state) const {
     for (const RunEnd& end : runs_) {
         Append(state, static_cast<std::size_t>(end.exitCode));
         Append(state, end.issues);
+        Append(state, static_cast<std::size_t>(end.verdicts.atOnce) << 8 |
+                          static_cast<std::size_t>(end.verdicts.withStatus));
     }
     for (std::size_t value :
          {file_, static_cast<std::size_t>(stage_), static_cast<std::size_t>(role_),
@@ -342,6 +465,13 @@ void Conversation::Describe(Bytes& state) const {
     for (const Bytes& answer : undecided_) Append(state, View(answer));
     Append(state, View(inbox_));
     if (stage_ == Stage::Race || stage_ == Stage::Frame) Append(state, View(writing_));
+    if (account_) account_->Describe(state);
+    if (scenario_->telling != Telling::None) {
+        Append(state, static_cast<std::size_t>(remains_.coming));
+        for (std::size_t command = 0; command < 256; ++command)
+            if (remains_.held.Has(static_cast<std::uint8_t>(command))) Append(state, command);
+        Append(state, firstNumber_);
+    }
 }
 
 // --- the story -----------------------------------------------------------------------------------

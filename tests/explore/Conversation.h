@@ -12,9 +12,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "companion/verdict/Account.h"
 #include "emulator/Line.h"
 #include "tests/explore/Fault.h"
 #include "tests/explore/Scenario.h"
@@ -100,7 +102,14 @@ class Conversation {
     void Feed(const Unit& unit);
     void FailPower();
     bool RefusedInRun() const;
+    void BeginAccount();
+    void JudgeAccount(RunEnd& end);
+    void ReadStatus();
+    void MakeForget();
+    emulator::Bytes Exchange(emulator::View frame);
+    bool Holds(const verdict::Verdict& told) const;
     Role RoleOf(emulator::View frame);
+    std::uint16_t NumberOf(emulator::View frame) const;
     bool Racing() const { return !toDriver_.empty() && toDriver_.front().hold == 0; }
     std::string NameOf(emulator::View answer) const;
     std::string NameOfFrame() const;
@@ -124,9 +133,12 @@ class Conversation {
     std::size_t file_ = 0;
     std::size_t runBegin_ = 0;
     bool fiscalFrame_ = false;
+    std::uint16_t firstNumber_ = 1;  // of the data frames of the file's commands in this run
     bool outOfTurn_ = false;
     bool acknowledged_ = false;  // what the driver has read last
     Ending runs_;
+    std::optional<verdict::Account> account_;  // of the run, when verdicts are told
+    verdict::Remains remains_;                 // of the run before
     std::vector<Actions> done_;
     bool over_ = false;
     Story* story_ = nullptr;

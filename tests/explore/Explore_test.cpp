@@ -185,6 +185,55 @@ TEST_P(Families, NoRunWritesMoreFramesThanItsBound) {
     }
 }
 
+// The campaigns of explore --verdicts cover all scenarios; these are what they rest on.
+class VerdictsOf : public testing::TestWithParam<const char*> {
+  protected:
+    static Tally Told(const char* files, const char* habit, bool habitTold, int faults) {
+        Scenario scenario = Of(GetParam(), files, habit);
+        scenario.telling = Telling::WithStatus;
+        scenario.habitTold = habitTold;
+        return Explore(scenario, faults);
+    }
+    static std::uint64_t Wrong(const Tally& tally, std::size_t faults) {
+        std::uint64_t count = 0;
+        for (const Tally::Row& row : tally.Rows())
+            if (std::ranges::any_of(row.ending,
+                                    [](const RunEnd& end) { return end.Has(Issue::Untold); }))
+                count += row.counts.at(faults);
+        return count;
+    }
+    static std::uint64_t Unknown(const Tally& tally, std::size_t faults) {
+        using Known = Verdicts::Known;
+        std::uint64_t count = 0;
+        for (const Tally::Row& row : tally.Rows())
+            if (std::ranges::any_of(row.ending, [](const RunEnd& end) {
+                    return end.verdicts.withStatus == Known::Unknown;
+                }))
+                count += row.counts.at(faults);
+        return count;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Explore, VerdictsOf, testing::Values("ocelot", "margay"));
+
+TEST_P(VerdictsOf, AreCertainAfterAnySingleFaultOfASale) {
+    const Tally tally = Told("sale", "default", true, 1);
+    EXPECT_GT(tally.Sum().at(1), 500U);
+    EXPECT_EQ(Wrong(tally, 1), 0U);
+    EXPECT_EQ(Unknown(tally, 1), 0U);
+}
+
+TEST_P(VerdictsOf, AreFoundToBeWrongOfARegisterWithAHabitThatTheyDoNotKnowOf) {
+    for (const char* const habit : {"forgets-at-request", "forgets-at-status"}) {
+        EXPECT_GT(Wrong(Told("sale", habit, false, 1), 1), 0U) << habit;
+        EXPECT_EQ(Wrong(Told("sale", habit, true, 1), 1), 0U) << habit;
+    }
+}
+
+TEST_P(VerdictsOf, OfARegisterThatAnswersStrayEofsAreWrongAfterTwoFaultsWhenTheyAreNotToldOfIt) {
+    EXPECT_GT(Wrong(Told("sale", "answers-stray-eof", false, 2), 2), 0U);
+    EXPECT_EQ(Wrong(Told("sale", "answers-stray-eof", true, 2), 2), 0U);
+}
+
 TEST(Expectation, IsWhatTheFilesSay) {
     const std::vector<std::string> found = InChild([&](std::ostream& out) {
         for (const char* files : {"drawer", "again", "report", "sale", "discount", "shared"}) {

@@ -91,7 +91,7 @@ std::vector<Scenario> AllScenarios() {
     for (const auto& habit : habits)
         for (const FileSet& files : FileSets())
             for (const WireFamily family : {WireFamily::Ocelot, WireFamily::Margay})
-                all.push_back({family, &files, habit});
+                all.push_back({family, &files, habit, Telling::None, true});
     return all;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,10 +28,20 @@ const std::vector<FileSet>& FileSets();
 /// At most so many runs of the driver in one scenario.
 inline constexpr std::size_t mostRuns = 3;
 
+/// Whether a verdict is told of every run, and judged.
+enum class Telling : std::uint8_t {
+    None,
+    Alone,       // nothing is sent but what the driver sends
+    WithStatus,  // after a run in which anything was odd the status is read, and what the register
+                 // may hold is made forgotten before the next file, both without a fault
+};
+
 struct Scenario {
     emulator::WireFamily family = emulator::WireFamily::Ocelot;
     const FileSet* files = nullptr;
     std::optional<emulator::Habit> habit;  // none: the register as docs/emulator.md describes it
+    Telling telling = Telling::None;
+    bool habitTold = true;  // the verdict knows of the habit
 
     /// "margay report default"
     std::string Name() const;

@@ -62,7 +62,9 @@ std::string Tally::Text() const {
     nlohmann::json rows = nlohmann::json::array();
     for (const Row& row : rows_) {
         nlohmann::json ending = nlohmann::json::array();
-        for (const RunEnd& end : row.ending) ending.push_back({end.exitCode, end.issues});
+        for (const RunEnd& end : row.ending)
+            ending.push_back({end.exitCode, end.issues, static_cast<int>(end.verdicts.atOnce),
+                              static_cast<int>(end.verdicts.withStatus)});
         rows.push_back({{"ending", ending},
                         {"counts", row.counts},
                         {"fewest", row.fewest},
@@ -79,7 +81,10 @@ Tally Tally::Parse(const std::string& text) {
     for (const nlohmann::json& each : all.at("rows")) {
         Row& row = tally.rows_.emplace_back();
         for (const nlohmann::json& end : each.at("ending"))
-            row.ending.push_back({end.at(0).get<int>(), end.at(1).get<unsigned>()});
+            row.ending.push_back({end.at(0).get<int>(),
+                                  end.at(1).get<unsigned>(),
+                                  {static_cast<Verdicts::Known>(end.at(2).get<int>()),
+                                   static_cast<Verdicts::Known>(end.at(3).get<int>())}});
         row.counts = each.at("counts");
         row.fewest = each.at("fewest");
         const Schedule example = ParseSchedule(each.at("example").get<std::string>());

@@ -20,7 +20,8 @@ constexpr std::array<std::string_view, issueCount> words = {"a command is missin
                                                             "an end-of-file frame out of turn",
                                                             "wrong receipt number",
                                                             "result file and exit code differ",
-                                                            "unexpected exception"};
+                                                            "unexpected exception",
+                                                            "the verdict is wrong"};
 
 long CountOf(const Actions& all, const Action& one) {
     return std::count(all.begin(), all.end(), one);
@@ -65,7 +66,7 @@ std::string_view IssueWord(Issue issue) {
 
 RunEnd Judge(const Told& told, const Actions& done, const Actions& expected,
              const emulator::Register& device) {
-    RunEnd end{told.end.exitCode, 0};
+    RunEnd end{told.end.exitCode, 0, {}};
     for (const Action& one : done) {
         if (CountOf(done, one) <= CountOf(expected, one)) continue;
         end.Add(CountOf(expected, one) > 0 ? Issue::Twice : Issue::Alien);
@@ -91,6 +92,8 @@ std::string EndingText(const Ending& ending) {
             issues += issues.empty() ? " (" : ", ";
             issues += words.at(i);
         }
+        if (end.verdicts.withStatus == Verdicts::Known::Unknown)
+            issues += (issues.empty() ? " (" : ", ") + std::string("nobody can tell");
         if (!issues.empty()) text += issues + ")";
     }
     return text;

@@ -30,14 +30,26 @@ enum class Issue : std::uint8_t {
     WrongNumber,  // 0, but the receipt number in the result file is not the register's
     WrongResult,  // the result file and the exit code differ, or an exit code that does not exist
     Escaped,      // an exception that is none of the driver's
+    Untold,       // the verdict told from the conversation is wrong
 };
-inline constexpr std::size_t issueCount = 12;
+inline constexpr std::size_t issueCount = 13;
 std::string_view IssueWord(Issue issue);
+
+/// What companion/verdict tells of a run; where it is not asked, None.
+struct Verdicts {
+    enum class Known : std::uint8_t { None, Certain, Unknown };
+    Known atOnce = Known::None;      // from the conversation alone
+    Known withStatus = Known::None;  // when the register then answers one status read
+
+    bool operator==(const Verdicts&) const = default;
+    auto operator<=>(const Verdicts&) const = default;
+};
 
 /// The end of one run.
 struct RunEnd {
     int exitCode = -1;
     unsigned issues = 0;  // a bit for each Issue
+    Verdicts verdicts = {};
 
     bool Has(Issue issue) const { return (issues >> static_cast<unsigned>(issue) & 1U) != 0; }
     void Add(Issue issue) { issues |= 1U << static_cast<unsigned>(issue); }

@@ -17,6 +17,7 @@
 #include "tests/explore/Campaign.h"
 #include "tests/explore/Drawing.h"
 #include "tests/explore/Pages.h"
+#include "tests/explore/Shares.h"
 
 namespace {
 
@@ -33,6 +34,7 @@ struct Options {
     std::string checkPages, writePages;
     bool counts = false;
     bool againstPlain = false, againstAlone = false;
+    bool verdicts = false, verdictsAlone = false;
 };
 
 bool Wanted(const std::vector<std::string>& words, std::string_view word) {
@@ -53,7 +55,9 @@ void Known(const std::vector<std::string>& words, std::vector<std::string_view> 
 std::vector<Scenario> ScenariosOf(const Options& options) {
     std::vector<std::string_view> families, files, habits;
     std::vector<Scenario> scenarios;
-    for (const Scenario& scenario : AllScenarios()) {
+    for (Scenario scenario : AllScenarios()) {
+        if (options.verdicts) scenario.telling = Telling::WithStatus;
+        if (options.verdictsAlone) scenario.telling = Telling::Alone;
         families.push_back(FamilyWord(scenario.family));
         files.push_back(scenario.files->word);
         habits.push_back(HabitWordOf(scenario.habit));
@@ -83,7 +87,9 @@ int ReplayOne(const Options& options) {
     std::string family, files, habit, schedule;
     words >> family >> files >> habit;
     std::getline(words, schedule);
-    const Scenario scenario = ParseScenario(family, files, habit);
+    Scenario scenario = ParseScenario(family, files, habit);
+    if (options.verdicts) scenario.telling = Telling::WithStatus;
+    if (options.verdictsAlone) scenario.telling = Telling::Alone;
     Story story;
     const Ending ending = Replay(scenario, ParseSchedule(schedule), &story);
     std::cout << StoryText(story) << "\n"
@@ -148,6 +154,15 @@ int CompareWithAlone(const Options& options) {
     return result;
 }
 
+int ShowVerdicts(const Options& options, const std::vector<Explored>& all) {
+    if (options.counts) std::cout << EndsTable(all);
+    std::cout << SharesTable(all, options.faults);
+    for (const Shares& shares : SharesOf(all))
+        for (const std::uint64_t wrong : shares.wrong)
+            if (wrong != 0) return 1;
+    return 0;
+}
+
 int Explore(const Options& options) {
     if (options.againstAlone) return CompareWithAlone(options);
     const std::vector<Explored> all = RunCampaign(PlanOf(options));
@@ -155,6 +170,7 @@ int Explore(const Options& options) {
         std::cout << CountsTable(all, options.faults);
         return CompareWithPlain(options, all);
     }
+    if (options.verdicts || options.verdictsAlone) return ShowVerdicts(options, all);
     if (!options.writePages.empty()) return WritePages(all, options.writePages), 0;
     if (!options.checkPages.empty()) {
         const std::vector<std::string> differences =
@@ -186,6 +202,10 @@ void Declare(CLI::App& app, Options& options) {
                    "there");
     app.add_flag("--counts", options.counts,
                  "Print how many schedules there are, not how they end");
+    app.add_flag("--verdicts", options.verdicts,
+                 "Tell a verdict of every run and judge it; 1 when one is wrong");
+    app.add_flag("--verdicts-alone", options.verdictsAlone,
+                 "The same, and nothing is sent to the register but by the driver");
     app.add_flag("--against-plain", options.againstPlain,
                  "Compare with running every schedule; 1 when one is lost");
     app.add_flag("--against-alone", options.againstAlone,
