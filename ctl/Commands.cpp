@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "ctl/Emulate.h"
+#include "ctl/Run.h"
 #include "ctl/Status.h"
 #include "ctl/Try.h"
 #include "ctl/UsageError.h"
@@ -26,6 +27,7 @@ struct SubCommand {
 // A new sub-command is a row here and a unit that binds its options.
 constexpr SubCommand subCommands[] = {
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
+    {"run", "Print a command file once, and tell what was printed", BindRun},
     {"status", "Ask a register of this site how it is", BindStatus},
     {"try", "Run the driver on command files against an emulated register", BindTry},
 };

@@ -1,0 +1,200 @@
+#include "companion/job/Attempt.h"
+
+#include <poll.h>
+
+#include <exception>
+#include <filesystem>
+#include <iterator>
+#include <utility>
+
+#include "ECR.h"
+#include "companion/runner/SiteLogs.h"
+
+namespace fs = std::filesystem;
+
+namespace job {
+
+using verdict::Account;
+using verdict::Acted;
+using verdict::Kind;
+
+namespace {
+
+constexpr char statusFile[] = "GET_STATUS\n";
+constexpr char displayOff[] = "DISPLAY_OFF\n";
+constexpr char displayOffInReceipt[] = "CONTINUE\nDISPLAY_OFF\nCONTINUE\n";
+constexpr char displayOffName[] = "forget.txt";
+constexpr char statusName[] = "status.txt";
+constexpr int statusReads = 2;  // a second one when the first has told nothing
+constexpr int pollStepMs = 100;
+
+/// All that a register whose past nobody knows may still have to say.
+verdict::Remains AnythingMayRemain() {
+    constexpr int answers = 4;
+    return {verdict::Commands::All(), answers};
+}
+
+/// What a run begins with at worst.
+verdict::Remains AfterForgetting() {
+    verdict::Remains remains;
+    remains.held.Add(CMD_SHOW_INFO);
+    return remains;
+}
+
+// A driver that is killed says nothing more.
+End EndOf(const runner::RunResult& run) {
+    if (run.killedBySignal != 0) return End::Killed;
+    return run.exitCode == exitMistake || run.exitCode == exitNotPrinted ? End::Refusing
+                                                                         : End::ByItself;
+}
+
+DriverWord WordOf(const runner::RunResult& run) {
+    DriverWord word = ReadResult(run.exitCode, run.resultText.value_or(""));
+    if (run.killedBySignal != 0 && word.message.empty())
+        word.message = "The driver was ended by signal " + std::to_string(run.killedBySignal);
+    return word;
+}
+
+// What a killed driver's log may lack only the register can tell.
+void DoubtTheRest(verdict::Verdict& told) {
+    for (Acted& command : told.commands)
+        if (command == Acted::No) command = Acted::Perhaps;
+}
+
+std::optional<int> NextLine(const verdict::Verdict& told, const std::vector<plan::Command>& plan) {
+    for (std::size_t i = 0; i < plan.size(); ++i)
+        if (told.commands[i] != Acted::Yes) return plan[i].line;
+    return std::nullopt;
+}
+
+ReceiptState ReceiptOf(const verdict::Verdict& told) {
+    ReceiptState receipt;
+    if (told.before) receipt.before = told.before->receipt;
+    if (!told.after) return receipt;
+    receipt.after = told.after->receipt;
+    receipt.open = told.after->ReceiptOpen();
+    if (*receipt.open) receipt.subtotal = told.after->subtotal;
+    return receipt;
+}
+
+}  // namespace
+
+Attempt::Attempt(const runner::Profile& profile, const Site& site, const runner::DeviceLock& lock,
+                 Watcher watcher)
+    : profile_(profile), site_(site), lock_(lock), watcher_(std::move(watcher)) {}
+
+runner::RunRequest Attempt::RequestFor(const Errand& errand) const {
+    runner::RunRequest request;
+    request.profile = profile_;
+    request.commandFile = errand.file;
+    request.command = errand.content;
+    request.folder = errand.folder;
+    request.driver = site_.driver;
+    request.lockFd = lock_.Fd();
+    request.siteLogs = site_.logs;
+    return request;
+}
+
+runner::RunResult Attempt::Await(const runner::RunRequest& request) {
+    runner::RegisterRun run(request);
+    const std::vector<plan::Command> plan = watcher_.progress
+                                                ? plan::CommandsOf(request.folder + "/command")
+                                                : std::vector<plan::Command>();
+    while (!run.Ended()) {
+        pollfd news[] = {{run.EndFd(), POLLIN, 0}, {watcher_.stopFd, POLLIN, 0}};
+        poll(news, std::size(news), pollStepMs);
+        if ((news[1].revents & POLLIN) != 0) run.Kill();
+        if (watcher_.progress) watcher_.progress(CommandsIn(profile_, run.DebugLog()), plan);
+    }
+    runner::RunResult result = run.Wait();
+    runner::AppendToSiteLogs(profile_, result, site_.logs);
+    return result;
+}
+
+std::vector<plan::Command> Attempt::PlanOf(const Errand& errand, const std::string& log) const {
+    const auto status = FirstStatus(profile_, log);
+    return plan::CommandsOf(errand.folder + "/command",
+                            status ? std::optional(status->protocol) : std::nullopt);
+}
+
+// The log of a run that asks for the status; nothing when there could be none.
+std::optional<std::string> Attempt::AskStatus(const std::string& folder) {
+    try {
+        fs::create_directories(folder);
+        return Await(RequestFor({statusName, statusFile, folder})).debugLog;
+    } catch (const std::exception&) {  // the register is gone: nothing more is known
+        return std::nullopt;
+    }
+}
+
+void Attempt::Clarify(Account& account, const std::string& folder) {
+    for (int i = 1; i <= statusReads; ++i) {
+        const auto log = AskStatus(folder + "/status" + std::to_string(i));
+        if (!log) return;
+        FollowStatusRead(account, *log);
+        const verdict::Verdict told = account.Conclude();
+        if (told.after && told.What() != Kind::Unknown && told.remains.coming == 0) return;
+    }
+}
+
+void Attempt::BeFirst() {
+    remains_ = {verdict::Commands::All(), 0};
+}
+
+bool Attempt::MakeForget(const std::string& folder) {
+    remains_ = AnythingMayRemain();
+    const auto before = AskStatus(folder + "/before");
+    if (!before) return false;
+    const auto status = FirstStatus(profile_, *before);
+    if (!status) return false;
+    const Errand errand = {displayOffName, status->ReceiptOpen() ? displayOffInReceipt : displayOff,
+                           folder + "/forget"};
+    fs::create_directories(errand.folder);
+    const runner::RunResult run = Await(RequestFor(errand));
+    Account account = Follow(profile_, {}, remains_, *before, End::ByItself);
+    account = Follow(profile_, PlanOf(errand, run.debugLog), account.Conclude().remains,
+                     run.debugLog, EndOf(run));
+    remains_ = account.Conclude().remains;
+    return run.exitCode == 0;
+}
+
+Outcome Attempt::Run(const Errand& errand) {
+    const runner::RunResult run = Await(RequestFor(errand));
+    const std::vector<plan::Command> plan = PlanOf(errand, run.debugLog);
+    Account account = Follow(profile_, plan, remains_, run.debugLog, EndOf(run));
+    if (run.exitCode != 0 || account.Odd()) Clarify(account, errand.folder);
+    Outcome outcome = Tell(account, plan, WordOf(run));
+    outcome.seconds = run.seconds;
+    return outcome;
+}
+
+Outcome Attempt::Recover(const Errand& errand) {
+    const std::string log = runner::DebugLogOf(errand.folder);
+    const std::vector<plan::Command> plan = PlanOf(errand, log);
+    Account account = Follow(profile_, plan, AfterForgetting(), log, End::Killed);
+    account.OperatorMayHaveActed();
+    Clarify(account, errand.folder + "/recovery");
+    constexpr int killed = 137;  // as a shell has it
+    return Tell(account, plan, {killed, "The run was cut off", {}, {}});
+}
+
+Outcome Attempt::Tell(const Account& account, const std::vector<plan::Command>& plan,
+                      const DriverWord& driver) {
+    verdict::Verdict told = account.Conclude();
+    if (driver.exitCode > 128 && !told.after) DoubtTheRest(told);
+    remains_ = told.remains;
+    Outcome outcome;
+    outcome.registerName = profile_.name;
+    outcome.verdict = told.What();
+    if (plan.empty() && driver.exitCode != 0) outcome.verdict = Kind::NotPrinted;
+    outcome.of = plan.size();
+    outcome.atLeast = told.AtLeast();
+    outcome.atMost = told.AtMost();
+    outcome.nextLine = NextLine(told, plan);
+    outcome.receipt = ReceiptOf(told);
+    outcome.driver = driver;
+    Settle(outcome, profile_.oldResultFileFormat);
+    return outcome;
+}
+
+}  // namespace job

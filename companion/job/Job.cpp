@@ -1,0 +1,184 @@
+#include "companion/job/Job.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "DriverException.h"
+
+namespace fs = std::filesystem;
+
+namespace job {
+
+using journal::State;
+using verdict::Kind;
+
+namespace {
+
+/// Raised while nothing has been sent yet.
+class NothingSent : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+constexpr char forgetFailed[] =
+    "The register may hold the command number of an earlier run and could not be made to forget "
+    "it; nothing was sent. Run the job again when the register answers";
+
+std::string AbsolutePath(const std::string& file) {
+    std::error_code none;
+    const fs::path path = fs::absolute(file, none);
+    return none ? file : path.lexically_normal().string();
+}
+
+// What a person has decided goes before what the run said.
+void TakeDecision(const journal::Job& job, bool oldFormat, Outcome& outcome) {
+    if (job.resolvedAt.empty() || job.verdict != journal::printed) return;
+    outcome.verdict = Kind::Printed;
+    outcome.atLeast = outcome.atMost = outcome.of;
+    outcome.nextLine.reset();
+    outcome.exitCode = exitPrinted;
+    outcome.result = oldFormat ? "0\nOK" : "[VOLTIS]\nResultCode=0\nMessage=OK";
+}
+
+journal::Ended EndedOf(const Outcome& outcome, bool mayHold) {
+    return {Word(outcome.verdict), ToRecord(outcome), outcome.exitCode, mayHold};
+}
+
+}  // namespace
+
+bool IsJobId(const std::string& id) {
+    constexpr std::size_t longest = 200;
+    return !id.empty() && id.size() <= longest && std::ranges::all_of(id, [](char letter) {
+        const auto code = static_cast<unsigned char>(letter);
+        return code >= 0x20 && code != 0x7F;
+    });
+}
+
+Jobs::Jobs(journal::Journal& journal, const runner::Profile& profile, Site site,
+           std::string runsFolder)
+    : journal_(journal), profile_(profile), site_(std::move(site)), runs_(std::move(runsFolder)) {}
+
+std::string Jobs::FolderOf(std::int64_t number) const {
+    return runs_ + "/" + std::to_string(number);
+}
+
+Outcome Jobs::Unsent(const Request& request, int exitCode, int errorCode,
+                     const std::string& reason) const {
+    Outcome outcome;
+    outcome.id = request.id;
+    outcome.registerName = profile_.name;
+    SettleUnsent(outcome, profile_.oldResultFileFormat, exitCode, errorCode, reason);
+    return outcome;
+}
+
+// What became of it before, when that is an answer.
+std::optional<Outcome> Jobs::Known(const Request& request) const {
+    if (!request.id) return std::nullopt;
+    const auto job = journal_.Find(*request.id);
+    if (!job) return std::nullopt;
+    if (job->content != request.content)
+        return Unsent(request, exitNotPrinted, ERR_SYSTEM,
+                      "Job '" + *request.id + "' has another content: it is the job of " +
+                          job->received + " from '" + job->file + "'");
+    if (job->state != State::Done && job->state != State::InDoubt) return std::nullopt;
+    Outcome outcome = FromRecord(job->outcome);
+    TakeDecision(*job, profile_.oldResultFileFormat, outcome);
+    outcome.replayed = true;
+    return outcome;
+}
+
+Outcome Jobs::Do(const Request& request, const Watcher& watcher) {
+    try {
+        if (auto known = Known(request)) return *known;
+        const runner::DeviceLock lock(runner::LockFileOf(profile_, site_.locks), request.wait);
+        return DoLocked(request, watcher, lock);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& failure) {  // whatever it is, nothing was sent
+        return Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
+    }
+}
+
+Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher,
+                       const runner::DeviceLock& lock) {
+    RecoverAll(lock);
+    if (auto known = Known(request)) return *known;  // while the lock was waited for
+    const std::int64_t number =
+        journal_.Receive({request.id, profile_.name, AbsolutePath(request.file), request.content});
+    Attempt attempt(profile_, site_, lock, watcher);
+    try {
+        Prepare(attempt, FolderOf(number));
+        journal_.StartSending(number, profile_.name, FolderOf(number));
+    } catch (const std::exception& failure) {
+        Outcome outcome = Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
+        journal_.Finish(number, EndedOf(outcome, true));
+        return outcome;
+    }
+    return Send(number, request, attempt);
+}
+
+void Jobs::Prepare(Attempt& attempt, const std::string& folder) const {
+    fs::create_directories(folder);
+    const auto mayHold = journal_.MayHold(profile_.name);
+    if (!mayHold) attempt.BeFirst();
+    if (mayHold.value_or(false) && !attempt.MakeForget(folder + "/before"))
+        throw NothingSent(forgetFailed);
+}
+
+// From here on the job may have been printed, and its state says so.
+Outcome Jobs::Send(std::int64_t number, const Request& request, Attempt& attempt) {
+    Outcome outcome;
+    try {
+        outcome = attempt.Run({request.file, request.content, FolderOf(number)});
+    } catch (const std::exception& failure) {  // the driver was not started
+        outcome = Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
+    }
+    outcome.id = request.id;
+    Finish(number, outcome, attempt);
+    return outcome;
+}
+
+// What is not written down must not be told as certain: the next call with this ID finds out again.
+void Jobs::Finish(std::int64_t number, Outcome& outcome, const Attempt& attempt) {
+    try {
+        journal_.Finish(number, EndedOf(outcome, attempt.MayHold()));
+        RemoveOldRuns();
+    } catch (const std::exception& failure) {
+        outcome.verdict = Kind::Unknown;
+        outcome.atLeast = 0;
+        outcome.atMost = outcome.of;
+        outcome.reason = failure.what();
+        if (!outcome.driver) outcome.driver.emplace(DriverWord{.exitCode = exitUncertain});
+        Settle(outcome, profile_.oldResultFileFormat);
+    }
+}
+
+void Jobs::RemoveOldRuns() {
+    for (const std::string& folder :
+         journal_.Prune(profile_.journalDays, std::chrono::system_clock::now())) {
+        std::error_code ignored;
+        // Only what is ours: the journal may have come from another place.
+        if (folder.starts_with(runs_ + "/")) fs::remove_all(folder, ignored);
+    }
+}
+
+// Whoever held the lock of this register is dead: what it was sending is to be found out.
+void Jobs::RecoverAll(const runner::DeviceLock& lock) {
+    for (const journal::Job& lost : journal_.List({profile_.name, "", "", State::Sending}))
+        Recover(lost, lock);
+}
+
+void Jobs::Recover(const journal::Job& lost, const runner::DeviceLock& lock) {
+    Attempt attempt(profile_, site_, lock);
+    const journal::Job whole = journal_.Get(lost.number);
+    Outcome outcome = attempt.Recover({whole.file, whole.content, whole.logs});
+    outcome.id = whole.id;
+    journal_.Finish(lost.number, EndedOf(outcome, attempt.MayHold()));
+}
+
+}  // namespace job

@@ -1,0 +1,190 @@
+#include "ctl/Run.h"
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "companion/job/Job.h"
+#include "companion/job/Outcome.h"
+#include "companion/journal/Journal.h"
+#include "companion/runner/CodePage.h"
+#include "companion/runner/DriverPath.h"
+#include "companion/runner/Files.h"
+#include "companion/runner/ResultPublication.h"
+#include "ctl/Interrupts.h"
+#include "ctl/ProgressBar.h"
+#include "ctl/SiteOptions.h"
+#include "ctl/UsageError.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char runFooter[] =
+    "What the caller may rely on:\n"
+    "  exit 0    printed: all of the file, once\n"
+    "  exit 1    not printed: a mistake in the file\n"
+    "  exit 2    not printed, for another reason: the same file may be run again\n"
+    "  exit 101  anything else: part of it was printed, or nobody can tell\n"
+    "The result file beside the command file says the same. With --job the same ID and content "
+    "are\n"
+    "never printed twice: a repeated call gets the answer of the first one.";
+
+// Of the driver, for what a caller reads in the result file.
+constexpr int errorCommandFile = 1;
+constexpr int errorSystem = 50;
+
+struct RunOptions {
+    SiteOptions site;
+    std::string file;
+    std::optional<std::string> id;
+    std::string encoding;
+    std::string journal;
+    bool json = false;
+};
+
+std::string ForPeople(const job::Outcome& outcome) {
+    std::string text = std::string(job::Word(outcome.verdict)) + ": ";
+    const std::string of = " of " + std::to_string(outcome.of) + " commands";
+    if (outcome.atLeast == outcome.atMost) {
+        text += std::to_string(outcome.atLeast) + of;
+    } else {
+        text += "at least " + std::to_string(outcome.atLeast) + ", at most " +
+                std::to_string(outcome.atMost) + of;
+    }
+    const bool begun = outcome.verdict != verdict::Kind::NotPrinted;
+    if (begun && outcome.nextLine) text += ", go on at line " + std::to_string(*outcome.nextLine);
+    if (outcome.receipt.after) text += ", receipt " + std::to_string(*outcome.receipt.after);
+    if (outcome.receipt.open.value_or(false)) text += " is open";
+    if (outcome.replayed) text += " (known from before, nothing was sent)";
+    return text + "\n";
+}
+
+std::string WhyOf(const job::Outcome& outcome) {
+    if (!outcome.reason.empty()) return outcome.reason;
+    const bool failed = outcome.driver && outcome.driver->exitCode != 0;
+    return failed ? outcome.driver->message : "";
+}
+
+void Tell(const job::Outcome& outcome, bool json) {
+    if (json) {
+        std::cout << job::ToJson(outcome) << std::endl;
+        return;
+    }
+    std::cout << ForPeople(outcome) << std::flush;
+    if (const std::string why = WhyOf(outcome); !why.empty())
+        std::cerr << "voltisctl: " << why << '\n';
+}
+
+job::Watcher WatcherOf(Interrupts& interrupts, ProgressBar& bar) {
+    job::Watcher watcher;
+    watcher.stopFd = interrupts.Fd();
+    if (bar.Drawing())
+        watcher.progress = [&](std::size_t done, const std::vector<plan::Command>& all) {
+            bar.Show(done, all);
+        };
+    return watcher;
+}
+
+// One call: the register, the journal and the file are known.
+class Call {
+  public:
+    explicit Call(const RunOptions& options)
+        : options_(options), profile_(ProfileFor(options.site)) {}
+
+    job::Outcome Run() {
+        runner::ResultPublication result(options_.file, profile_.resultFileName);
+        result.RemoveOld();
+        job::Outcome outcome = Do();
+        result.Publish(outcome.result);
+        return outcome;
+    }
+
+  private:
+    job::Outcome Do() {
+        std::string content;
+        try {
+            content = runner::ReadFile(options_.file);
+        } catch (const std::exception& failure) {
+            return Refuse(errorSystem, failure.what());
+        }
+        try {
+            if (!options_.encoding.empty()) content = runner::FromUtf8(content, profile_.codePage);
+        } catch (const runner::CodePageError& mistake) {
+            return Refuse(errorCommandFile, mistake.what());
+        }
+        return Print(content);
+    }
+
+    job::Outcome Print(const std::string& content) {
+        const std::string path =
+            options_.journal.empty() ? journal::Journal::DefaultPath() : options_.journal;
+        journal::Journal journal(path);
+        job::Site site;
+        site.driver = runner::DriverPath(options_.site.driver);
+        site.locks = options_.site.locks;
+        site.logs = options_.site.logs;
+        job::Jobs jobs(journal, profile_, site,
+                       fs::absolute(path).parent_path().string() + "/runs");
+        Interrupts interrupts;
+        ProgressBar bar;
+        return jobs.Do(
+            {options_.id, options_.file, content, WaitFor(options_.site)},
+            options_.json ? job::Watcher{interrupts.Fd(), {}} : WatcherOf(interrupts, bar));
+    }
+
+    job::Outcome Refuse(int errorCode, const std::string& reason) const {
+        job::Outcome outcome;
+        outcome.id = options_.id;
+        outcome.registerName = profile_.name;
+        job::SettleUnsent(outcome, profile_.oldResultFileFormat, job::exitMistake, errorCode,
+                          reason);
+        return outcome;
+    }
+
+    const RunOptions& options_;
+    const runner::Profile profile_;
+};
+
+job::Outcome NothingSent(const RunOptions& options, const std::string& reason) {
+    job::Outcome outcome;
+    outcome.id = options.id;
+    outcome.registerName =
+        options.site.registerName.empty() ? runner::defaultRegister : options.site.registerName;
+    job::SettleUnsent(outcome, false, job::exitNotPrinted, errorSystem, reason);
+    return outcome;
+}
+
+int Run(const RunOptions& options) {
+    if (options.id && !job::IsJobId(*options.id))
+        throw UsageError("--job wants 1 to 200 printable characters");
+    job::Outcome outcome;
+    try {
+        outcome = Call(options).Run();
+    } catch (const std::exception& failure) {
+        outcome = NothingSent(options, failure.what());
+    }
+    Tell(outcome, options.json);
+    return outcome.exitCode;
+}
+
+}  // namespace
+
+std::function<int()> BindRun(CLI::App& command) {
+    const auto options = std::make_shared<RunOptions>();
+    command.add_option("FILE", options->file, "The command file")->required()->type_name("");
+    AddSiteOptions(command, options->site);
+    command
+        .add_option("--job", options->id,
+                    "The caller's name for this job: the same one is never printed twice")
+        ->type_name("ID");
+    command.add_option("--from", options->encoding, "What the texts of the file are encoded in")
+        ->check(CLI::IsMember({"utf-8"}, CLI::ignore_case))
+        ->type_name("utf-8");
+    command.add_option("--journal", options->journal, "The journal of jobs")->type_name("PATH");
+    command.add_flag("--json", options->json, "Print the outcome as one JSON object");
+    command.footer(runFooter);
+    return [options] { return Run(*options); };
+}
