@@ -70,7 +70,7 @@ std::string WhyOf(const job::Outcome& outcome) {
 
 void Tell(const job::Outcome& outcome, bool json) {
     if (json) {
-        std::cout << job::ToJson(outcome) << std::endl;
+        std::cout << job::ToJson(outcome) << '\n' << std::flush;
         return;
     }
     std::cout << ForPeople(outcome) << std::flush;

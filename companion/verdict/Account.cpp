@@ -197,9 +197,8 @@ void Account::OperatorMayHaveActed() {
 
 // What the worlds agree on stays; what they do not agree on can no longer be found out.
 void Account::Settle() {
-    std::vector<Acted> all;
-    for (std::size_t i = 0; i < steps_.size(); ++i)
-        all.push_back(What(static_cast<std::int32_t>(i)));
+    std::vector<Acted> all(steps_.size());
+    for (std::size_t i = 0; i < all.size(); ++i) all[i] = What(static_cast<std::int32_t>(i));
     settled_ = std::move(all);
     worlds_.clear();
 }
