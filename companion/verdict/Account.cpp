@@ -30,7 +30,7 @@ Acted InWorld(const World& world, std::int32_t step) {
     return Holds(world.missing, step) ? Acted::No : Acted::Yes;
 }
 
-constexpr Heard::Kind answers[] = {Heard::Kind::Ack, Heard::Kind::Status, Heard::Kind::EndOfFile};
+constexpr Heard::Kind everyAnswer[] = {Heard::Kind::Ack, Heard::Kind::Status, Heard::Kind::EndOfFile};
 
 // So many answers of an earlier conversation may still come. Which they are nobody knows: of a few,
 // each may be each; of more, all may come of all, which is more than there is.
@@ -41,7 +41,7 @@ Worlds WithComing(int count) {
         Worlds next;
         for (const World& world : worlds) {
             if (count > few) next.push_back(world);
-            for (const Heard::Kind kind : answers) {
+            for (const Heard::Kind kind : everyAnswer) {
                 if (count <= few) next.push_back(world);
                 next.back().coming.push_back({kind});
             }
