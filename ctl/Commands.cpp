@@ -6,6 +6,8 @@
 #include <iostream>
 
 #include "ctl/Emulate.h"
+#include "ctl/Jobs.h"
+#include "ctl/Resolve.h"
 #include "ctl/Run.h"
 #include "ctl/Status.h"
 #include "ctl/Try.h"
@@ -27,6 +29,8 @@ struct SubCommand {
 // A new sub-command is a row here and a unit that binds its options.
 constexpr SubCommand subCommands[] = {
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
+    {"jobs", "Show what became of the jobs in the journal", BindJobs},
+    {"resolve", "Decide by hand what became of a job in doubt", BindResolve},
     {"run", "Print a command file once, and tell what was printed", BindRun},
     {"status", "Ask a register of this site how it is", BindStatus},
     {"try", "Run the driver on command files against an emulated register", BindTry},

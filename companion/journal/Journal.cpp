@@ -140,6 +140,12 @@ Job JobIn(const Database& database, const Statement& row) {
     return job;
 }
 
+std::vector<Job> JobsOf(Statement rows, const Database& database) {
+    std::vector<Job> jobs;
+    while (rows.Step()) jobs.push_back(JobIn(database, rows));
+    return jobs;
+}
+
 constexpr int contentColumn = 14;
 
 template <typename Key>
@@ -229,8 +235,12 @@ std::optional<Job> Journal::Find(const std::string& id) const {
     return JobWhere(database_, "id", id);
 }
 
+std::optional<Job> Journal::Find(std::int64_t number) const {
+    return JobWhere(database_, "number", number);
+}
+
 Job Journal::Get(std::int64_t number) const {
-    const std::optional<Job> job = JobWhere(database_, "number", number);
+    const std::optional<Job> job = Find(number);
     if (!job) {
         throw JournalError("the journal '" + database_.Path() + "' has no job number " +
                            std::to_string(number));
@@ -238,16 +248,24 @@ Job Journal::Get(std::int64_t number) const {
     return *job;
 }
 
+std::vector<Job> Journal::History(std::int64_t number) const {
+    return JobsOf(Statement(database_,
+                            "SELECT job, NULL, register, file, 'failed', verdict, outcome,"
+                            " exit_code, received, ended, logs, resolved_by, resolved_at, note"
+                            " FROM attempts WHERE job=? ORDER BY rowid",
+                            number),
+                  database_);
+}
+
 std::vector<Job> Journal::List(const Filter& filter) const {
-    Statement rows(database_,
-                   "SELECT " + jobColumns +
-                       " FROM jobs WHERE (?1='' OR register=?1) AND (?2='' OR id=?2)"
-                       " AND (?3='' OR received>=?3) AND (?4='' OR state=?4) ORDER BY number",
-                   filter.registerName, filter.id, filter.since,
-                   std::string(filter.state ? Word(*filter.state) : ""));
-    std::vector<Job> jobs;
-    while (rows.Step()) jobs.push_back(JobIn(database_, rows));
-    return jobs;
+    return JobsOf(
+        Statement(database_,
+                  "SELECT " + jobColumns +
+                      " FROM jobs WHERE (?1='' OR register=?1) AND (?2='' OR id=?2)"
+                      " AND (?3='' OR received>=?3) AND (?4='' OR state=?4) ORDER BY number",
+                  filter.registerName, filter.id, filter.since,
+                  std::string(filter.state ? Word(*filter.state) : "")),
+        database_);
 }
 
 std::int64_t Journal::Receive(const NewJob& job) {

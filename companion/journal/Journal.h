@@ -107,10 +107,14 @@ class Journal {
     static std::string DefaultPath();
 
     std::optional<Job> Find(const std::string& id) const;
+    std::optional<Job> Find(std::int64_t number) const;
     /// JournalError: no such job.
     Job Get(std::int64_t number) const;
     /// In the order of their numbers, without their contents.
     std::vector<Job> List(const Filter& filter = {}) const;
+
+    /// What the attempts before the present one came to, the first one first.
+    std::vector<Job> History(std::int64_t number) const;
 
     /// The job's number. A new ID, and a job without one, is a new row in state received. An ID
     /// that is there with the same content keeps its row: in state failed, or left in received, it

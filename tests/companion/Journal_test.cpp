@@ -155,6 +155,20 @@ TEST_F(JournalReceive, KeepsWhatAFailedAttemptCameTo) {
     EXPECT_EQ(Query("SELECT 1 FROM attempts WHERE logs='/logs/2'"), "a row");
 }
 
+TEST_F(JournalReceive, TellsTheHistoryFirstAttemptFirst) {
+    const std::int64_t number = Finished("a", notPrinted, "/logs/1");
+    Finished("a", notPrinted, "/logs/2");
+    EXPECT_EQ(journal.History(number).size(), 1U);
+    Received("a");
+    const std::vector<Job> history = journal.History(number);
+    ASSERT_EQ(history.size(), 2U);
+    EXPECT_EQ(history[0].logs + history[1].logs, "/logs/1/logs/2");
+    EXPECT_EQ(history[0].verdict, notPrinted);
+    EXPECT_EQ(history[0].outcome, outcome);
+    EXPECT_EQ(history[0].exitCode, 101);
+    EXPECT_EQ(history[0].registerName + history[0].file, std::string("default") + someFile);
+}
+
 TEST_F(JournalReceive, TakesUpAJobThatWasLeftInReceived) {
     const std::int64_t number = Received("a");
     NewJob again = Sale("a");
