@@ -116,7 +116,7 @@ Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher,
         journal_.StartSending(number, profile_.name, FolderOf(number));
     } catch (const std::exception& failure) {
         Outcome outcome = Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
-        journal_.Finish(number, EndedOf(outcome, true));
+        journal_.GiveUp(number, ToRecord(outcome), outcome.exitCode);
         return outcome;
     }
     return Send(number, request, attempt);

@@ -173,6 +173,13 @@ void WriteMayHold(const Database& database, const std::string& registerName, boo
         registerName, mayHold ? 1 : 0);
 }
 
+void WriteEnd(const Database& database, std::int64_t number, const Ended& ended) {
+    Run(database,
+        "UPDATE jobs SET state=?, verdict=?, outcome=?, exit_code=?, ended=? WHERE number=?",
+        std::string(Word(StateAfter(ended.verdict))), ended.verdict, ended.outcome, ended.exitCode,
+        TimeText(Clock::now()), number);
+}
+
 [[noreturn]] void RefuseState(const Job& job, const char* what) {
     const std::string name = job.id ? "'" + *job.id + "'" : "number " + std::to_string(job.number);
     throw WrongState("job " + name + " cannot be " + what + ": it is " + Word(job.state) +
@@ -220,6 +227,8 @@ Journal::Journal(const std::string& path, const char* vfs)
 void Journal::Prepare() {
     const std::int64_t version = VersionOf(database_);  // before anything is changed
     UseWal(database_);
+    // For every step: what a failed sync has lost no later one brings, so a step must not count on
+    // the next one to bring it to disk.
     Run(database_, "PRAGMA synchronous=FULL");
     Run(database_, "PRAGMA wal_autocheckpoint=" + std::to_string(walPages));
     // The end of a run is not the time to move pages about.
@@ -309,17 +318,20 @@ void Journal::StartSending(std::int64_t number, const std::string& registerName,
     transaction.Commit();
 }
 
+void Journal::GiveUp(std::int64_t number, const std::string& outcome, int exitCode) {
+    Transaction transaction(database_);
+    const Job job = Get(number);
+    if (job.state != State::Received) RefuseState(job, "given up");
+    WriteEnd(database_, number, {notPrinted, outcome, exitCode, true});
+    transaction.Commit();
+}
+
 void Journal::Finish(std::int64_t number, const Ended& ended) {
     Transaction transaction(database_);
     const Job job = Get(number);
-    const State state = StateAfter(ended.verdict);
-    const bool unsent = job.state == State::Received && state == State::Failed;
-    if (!unsent && job.state != State::Sending) RefuseState(job, "finished");
-    Run(database_,
-        "UPDATE jobs SET state=?, verdict=?, outcome=?, exit_code=?, ended=? WHERE number=?",
-        std::string(Word(state)), ended.verdict, ended.outcome, ended.exitCode,
-        TimeText(Clock::now()), number);
-    if (!unsent) WriteMayHold(database_, job.registerName, ended.registerMayHold);
+    if (job.state != State::Sending) RefuseState(job, "finished");
+    WriteEnd(database_, number, ended);
+    WriteMayHold(database_, job.registerName, ended.registerMayHold);
     transaction.Commit();
 }
 

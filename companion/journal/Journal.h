@@ -5,14 +5,12 @@
 //     Receive         StartSending        Finish
 //     --------> received --------> sending -----> done      printed, or a certain part of it
 //                  ^  |                    -----> in-doubt  unknown: a person decides (Resolve)
-//                  |  +-- Finish ----------\----> failed    not printed: may be tried again
+//                  |  +-- GiveUp --------------> failed    not printed: may be tried again
 //                  +------- Receive of the same ID and content ------+
 //
 // What is promised when the power fails, the process is killed or the disk is full:
 //
-// - StartSending, Finish, Resolve and Prune: when they return, it is on disk.
-// - Receive: when it returns, every process sees the job. That is on disk, too, so that a job which
-//   was sent cannot be missing.
+// - When a call returns, what it has changed is on disk, and every process sees it.
 // - When one of them throws, the state afterwards is the one before, or the one that was to be
 //   written: a disk that has failed may have kept it all the same. So after StartSending has thrown
 //   nothing may be sent, and a job found in `sending` was perhaps sent; after Finish has thrown the
@@ -129,8 +127,12 @@ class Journal {
     void StartSending(std::int64_t number, const std::string& registerName,
                       const std::string& logs);
 
-    /// The end of an attempt, in state sending; in state received only as not-printed, which then
-    /// leaves alone what the register may hold. Else WrongState.
+    /// The end of a job that was received and could not be sent: not-printed. WrongState in any
+    /// other state, so that nobody ends what another process is sending.
+    void GiveUp(std::int64_t number, const std::string& outcome, int exitCode);
+
+    /// The end of a job in state sending, by the process that sent it, or by one that knows that
+    /// there is none any more. Else WrongState.
     void Finish(std::int64_t number, const Ended& ended);
 
     /// Whether the register may hold the command number of a run; nothing when it was never seen.

@@ -78,6 +78,7 @@ class JournalTest : public testing::Test {
 
 using JournalReceive = JournalTest;
 using JournalStartSending = JournalTest;
+using JournalGiveUp = JournalTest;
 using JournalFinish = JournalTest;
 using JournalResolve = JournalTest;
 using JournalPrune = JournalTest;
@@ -252,13 +253,31 @@ TEST_F(JournalFinish, RecordsWhatTheRegisterMayHold) {
     EXPECT_EQ(journal.MayHold("default"), false);
 }
 
-TEST_F(JournalFinish, TakesAJobThatWasNeverSentOnlyAsNotPrinted) {
+TEST_F(JournalFinish, IsRefusedForAJobThatWasNeverSent) {
     const std::int64_t number = Received("a");
-    EXPECT_THROW(journal.Finish(number, {printed, outcome, 0, false}), WrongState);
+    EXPECT_THROW(journal.Finish(number, {notPrinted, outcome, 2, false}), WrongState);
     EXPECT_EQ(StateOfJob(number), State::Received);
-    journal.Finish(number, {notPrinted, outcome, 2, true});
-    EXPECT_EQ(StateOfJob(number), State::Failed);
+}
+
+TEST_F(JournalGiveUp, EndsAJobThatWasNeverSentAsNotPrinted) {
+    const std::int64_t number = Received("a");
+    journal.GiveUp(number, outcome, 2);
+    const Job job = journal.Get(number);
+    EXPECT_EQ(job.state, State::Failed);
+    EXPECT_EQ(job.verdict, notPrinted);
+    EXPECT_EQ(job.outcome, outcome);
+    EXPECT_EQ(job.exitCode, 2);
+    EXPECT_THAT(job.ended, MatchesRegex(timePattern));
     EXPECT_EQ(journal.MayHold("default"), std::nullopt);
+}
+
+TEST_F(JournalGiveUp, IsRefusedForWhatAnotherProcessIsSendingOrHasSent) {
+    for (const std::int64_t number : {Sending("a"), Finished("b", unknown), Finished("c", printed),
+                                      Finished("d", notPrinted)}) {
+        const State before = StateOfJob(number);
+        EXPECT_THROW(journal.GiveUp(number, outcome, 2), WrongState);
+        EXPECT_EQ(StateOfJob(number), before);
+    }
 }
 
 TEST_F(JournalFinish, IsRefusedForAJobThatHasEnded) {

@@ -112,8 +112,12 @@ class Life {
     // One attempt; true when it may be, and is, tried again.
     bool Try(const std::string& id, const std::string& content) {
         Receive(id, content);
-        if (Below(random_, 6) != 0) Send(id);
-        Finish(id, next.jobs.at(id).state == State::Received ? notPrinted : AnyVerdict());
+        if (Below(random_, 6) == 0) {
+            GiveUp(id);
+        } else {
+            Send(id);
+            Finish(id, AnyVerdict());
+        }
         return next.jobs.at(id).state == State::Failed && Below(random_, 2) == 0;
     }
 
@@ -130,14 +134,23 @@ class Life {
         Do([&] { journal_->StartSending(numbers_.at(id), registerName, logs); });
     }
 
-    void Finish(const std::string& id, const std::string& verdict) {
+    const std::string& End(const std::string& id, const std::string& verdict) {
         World::Facts& facts = next.jobs[id];
-        const bool holds = Below(random_, 2) == 0;
-        if (facts.state == State::Sending) next.mayHold = holds;
         facts.state = StateAfter(verdict);
         facts.verdict = verdict;
-        facts.outcome = "outcome " + std::to_string(Below(random_, 1000));
-        Do([&] { journal_->Finish(numbers_.at(id), {verdict, facts.outcome, 101, holds}); });
+        return facts.outcome = "outcome " + std::to_string(Below(random_, 1000));
+    }
+
+    void GiveUp(const std::string& id) {
+        const std::string outcome = End(id, notPrinted);
+        Do([&] { journal_->GiveUp(numbers_.at(id), outcome, 2); });
+    }
+
+    void Finish(const std::string& id, const std::string& verdict) {
+        const std::string outcome = End(id, verdict);
+        const bool holds = Below(random_, 2) == 0;
+        next.mayHold = holds;
+        Do([&] { journal_->Finish(numbers_.at(id), {verdict, outcome, 101, holds}); });
     }
 
     void Resolve(const std::string& id) {
@@ -245,8 +258,7 @@ class Campaign {
         const Database database(path, disk.Name());
         Statement check(database, "PRAGMA integrity_check");
         if (!check.Step() || check.Text(0) != "ok") throw JournalError("damaged: " + check.Text(0));
-        journal.Finish(journal.Receive({std::nullopt, "other", "/sale.txt", "x"}),
-                       {notPrinted, "", 1, false});
+        journal.GiveUp(journal.Receive({std::nullopt, "other", "/sale.txt", "x"}), "", 1);
         return world;
     }
 
