@@ -5,6 +5,7 @@
 #include <ucontext.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -22,6 +23,9 @@ extern char _end[];
 namespace explore {
 
 namespace {
+
+/// Where to go on: frame, place and stack (GCC manual, "Nonlocal Gotos").
+using Place = std::array<void*, 5>;
 
 constexpr std::size_t usualImage = std::size_t{16} << 10;
 constexpr std::size_t stackSize = std::size_t{256} << 10;
@@ -41,6 +45,11 @@ std::span<std::uint8_t> DataSegment() {
     return static_cast<std::uint8_t*>(__builtin_frame_address(0));
 }
 
+/// A function with a place must not leave for another itself.
+[[noreturn, gnu::noinline]] void Leave(Place& place) {
+    __builtin_longjmp(place.data(), 1);
+}
+
 void AddTo(std::vector<std::uint8_t>& bytes, std::span<const std::uint8_t> more) {
     bytes.insert(bytes.end(), more.begin(), more.end());
 }
@@ -49,7 +58,7 @@ void AddTo(std::vector<std::uint8_t>& bytes, std::span<const std::uint8_t> more)
 
 struct DriverProcess::Image {
     std::vector<std::uint8_t> bytes;  // data segment, heap and stack
-    ucontext_t context{};
+    Place place{};
     std::uint8_t exceptions[exceptionGlobals] = {};
     Call pending;
     Hash hash;
@@ -59,13 +68,17 @@ struct DriverProcess::Image {
 struct DriverProcess::Machine {
     RunFiles files;
     DriverEnd end;
-    ucontext_t explorer{}, driver{};
+    // Not swapcontext, which asks the kernel for the signal mask each time.
+    Place explorer{}, driver{};
     ucontext_t beginning{};  // of every run, with the same registers
+    bool begun = false;
     std::uint8_t* stack = nullptr;
-    std::uint8_t* low = nullptr;  // of the driver's stack while it is suspended
+    /// Of the driver's stack while it is suspended; all is zero below.
+    std::uint8_t* low = nullptr;
     Call pending;
     bool answer = true;
     std::vector<std::uint8_t> pristine;  // the data segment before the first run
+    std::vector<std::uint8_t> masked;    // for the hash
     std::shared_ptr<const Image> live;   // the image that the driver is in, while that is one
 
     std::span<std::uint8_t> StackInUse() const {
@@ -139,7 +152,7 @@ void DriverProcess::Body() {
     DriverProcess& self = *running;
     heap::Enter();
     self.machine_->end = RunDriver(self.machine_->files);
-    for (;;) self.Suspend({Call::Kind::Ended, nullptr, 0});
+    for (;;) self.Suspend(Call::Kind::Ended, nullptr, 0);
 }
 
 const Call& DriverProcess::Start(const RunFiles& files) {
@@ -147,9 +160,9 @@ const Call& DriverProcess::Start(const RunFiles& files) {
     machine.files = files;
     std::ranges::copy(machine.pristine, DataSegment().begin());
     heap::Clear();
-    std::memset(machine.stack, 0, stackSize);
+    std::ranges::fill(machine.StackInUse(), std::uint8_t{0});
     std::memset(abi::__cxa_get_globals(), 0, exceptionGlobals);
-    machine.driver = machine.beginning;
+    machine.begun = false;
     return SwitchIn();
 }
 
@@ -169,18 +182,29 @@ DriverEnd DriverProcess::End() const {
 const Call& DriverProcess::SwitchIn() {
     Machine& machine = *machine_;
     machine.live.reset();
-    swapcontext(&machine.explorer, &machine.driver);
+    SwitchOver();
     std::uint8_t* const bottom = std::max(machine.stack, machine.low - wiped);
     std::memset(bottom, 0, static_cast<std::size_t>(machine.low - bottom));
     return machine.pending;
 }
 
-bool DriverProcess::Suspend(Call call) {
+// Nothing is in this frame that could differ when it is returned to.
+void DriverProcess::SwitchOver() {
+    if (__builtin_setjmp(machine_->explorer.data()) != 0) return;
+    if (machine_->begun) Leave(machine_->driver);
+    machine_->begun = true;
+    setcontext(&machine_->beginning);
+}
+
+// Not a Call, whose padding would be garbage on the stack.
+bool DriverProcess::Suspend(Call::Kind kind, std::uint8_t* block, std::size_t size) {
     Machine& machine = *machine_;
     heap::Leave();
-    machine.pending = call;
+    machine.pending.kind = kind;
+    machine.pending.block = block;
+    machine.pending.size = size;
     machine.low = BelowCaller();
-    swapcontext(&machine.driver, &machine.explorer);
+    if (__builtin_setjmp(machine.driver.data()) == 0) Leave(machine.explorer);
     heap::Enter();
     return machine.answer;
 }
@@ -194,17 +218,17 @@ std::shared_ptr<const DriverProcess::Image> DriverProcess::Save() {
     AddTo(image->bytes, data);
     heap::Save(image->bytes);
     AddTo(image->bytes, machine.StackInUse());
-    image->context = machine.driver;
+    image->place = machine.driver;
     std::memcpy(image->exceptions, abi::__cxa_get_globals(), exceptionGlobals);
     image->pending = machine.pending;
 
-    std::vector<std::uint8_t> copy(data.begin(), data.end());
-    MaskWhatDoesNotCount(copy, machine.pending);
-    image->hash.Add(copy);
+    machine.masked.assign(data.begin(), data.end());
+    MaskWhatDoesNotCount(machine.masked, machine.pending);
+    image->hash.Add(machine.masked);
     image->hash.Add(std::span(image->bytes).subspan(data.size()));
     image->hash.Add(image->exceptions);
-    image->hash.Add({reinterpret_cast<const std::uint8_t*>(&image->context.uc_mcontext),
-                     sizeof image->context.uc_mcontext});
+    image->hash.Add(
+        {reinterpret_cast<const std::uint8_t*>(image->place.data()), sizeof image->place});
     machine.live = image;
     return image;
 }
@@ -216,11 +240,11 @@ void DriverProcess::Restore(const std::shared_ptr<const Image>& image) {
     std::memcpy(DataSegment().data(), bytes.data(), DataSegment().size());
     const std::span<const std::uint8_t> rest = bytes.subspan(DataSegment().size());
     const std::span<const std::uint8_t> stack = rest.subspan(heap::Restore(rest));
+    std::ranges::fill(machine.StackInUse(), std::uint8_t{0});
     machine.low = machine.stack + stackSize - stack.size();
-    std::uint8_t* const bottom = std::max(machine.stack, machine.low - wiped);
-    std::memset(bottom, 0, static_cast<std::size_t>(machine.low - bottom));
     std::ranges::copy(stack, machine.low);
-    machine.driver = image->context;
+    machine.driver = image->place;
+    machine.begun = true;
     std::memcpy(abi::__cxa_get_globals(), image->exceptions, exceptionGlobals);
     machine.pending = image->pending;
     machine.live = image;
@@ -231,19 +255,19 @@ const Hash& DriverProcess::HashOf(const Image& image) {
 }
 
 void DriverProcess::Open() {
-    Suspend({Call::Kind::Open, nullptr, 0});
+    Suspend(Call::Kind::Open, nullptr, 0);
 }
 
 void DriverProcess::Close() {
-    Suspend({Call::Kind::Close, nullptr, 0});
+    Suspend(Call::Kind::Close, nullptr, 0);
 }
 
 bool DriverProcess::Read(std::uint8_t* block, std::size_t size) {
-    return Suspend({Call::Kind::Read, block, size});
+    return Suspend(Call::Kind::Read, block, size);
 }
 
 void DriverProcess::Write(const std::uint8_t* block, std::size_t size) {
-    Suspend({Call::Kind::Write, const_cast<std::uint8_t*>(block), size});
+    Suspend(Call::Kind::Write, const_cast<std::uint8_t*>(block), size);
 }
 
 }  // namespace explore

@@ -46,8 +46,9 @@ class DriverProcess : public Driver, private Port {
     bool Read(std::uint8_t* block, std::size_t size) override;
     void Write(const std::uint8_t* block, std::size_t size) override;
 
-    bool Suspend(Call call);
+    bool Suspend(Call::Kind kind, std::uint8_t* block, std::size_t size);
     const Call& SwitchIn();
+    void SwitchOver();
     static void Body();
 
     std::unique_ptr<Machine> machine_;
