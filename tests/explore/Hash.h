@@ -15,15 +15,33 @@ struct Hash {
 
     void Add(std::span<const std::uint8_t> bytes) {
         Mix(bytes.size());
-        std::size_t at = 0;
-        for (; at + 8 <= bytes.size(); at += 8) {
-            std::uint64_t word = 0;
-            std::memcpy(&word, bytes.data() + at, 8);
-            Mix(word);
-        }
+        std::size_t at = AddBlocks(bytes);
+        for (; at + 8 <= bytes.size(); at += 8) Mix(WordAt(bytes, at));
         std::uint64_t rest = 0;
         if (at < bytes.size()) std::memcpy(&rest, bytes.data() + at, bytes.size() - at);
         Mix(rest);
+    }
+
+    /// Four hashes of every fourth word each, which the processor computes side by side, and then
+    /// these. Returns where the rest begins.
+    std::size_t AddBlocks(std::span<const std::uint8_t> bytes) {
+        constexpr std::size_t width = 4;
+        if (bytes.size() < 16 * width) return 0;
+        Hash lanes[width];
+        std::size_t at = 0;
+        for (; at + 8 * width <= bytes.size(); at += 8 * width)
+            for (std::size_t i = 0; i < width; ++i) lanes[i].Mix(WordAt(bytes, at + 8 * i));
+        for (const Hash& lane : lanes) {
+            Mix(lane.a);
+            Mix(lane.b);
+        }
+        return at;
+    }
+
+    static std::uint64_t WordAt(std::span<const std::uint8_t> bytes, std::size_t at) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, bytes.data() + at, sizeof word);
+        return word;
     }
 
     void Mix(std::uint64_t word) {
