@@ -22,16 +22,23 @@ Line::Line(WireFamily family, Register& device, std::uint8_t networkId)
       powerCycles_(device.PowerCycles()) {}
 
 Line::Line(const Line& other, Register& device)
-    : wire_(other.wire_),
-      device_(device),
-      networkId_(other.networkId_),
-      powerCycles_(other.powerCycles_),
-      state_(other.state_),
-      burst_(other.burst_),
-      command_(other.command_),
-      dataSize_(other.dataSize_),
-      total_(other.total_),
-      counters_(other.counters_) {}
+    : device_(device), networkId_(other.networkId_), powerCycles_(other.powerCycles_) {
+    GoOnFrom(other);
+}
+
+void Line::GoOnFrom(const Line& other) {
+    wire_ = other.wire_;
+    networkId_ = other.networkId_;
+    powerCycles_ = other.powerCycles_;
+    state_ = other.state_;
+    burst_ = other.burst_;
+    command_ = other.command_;
+    dataSize_ = other.dataSize_;
+    total_ = other.total_;
+    counters_ = other.counters_;
+    onReceive_ = nullptr;
+    onSend_ = nullptr;
+}
 
 Bytes Line::Exchange() const {
     Bytes where = burst_;

@@ -36,6 +36,8 @@ class Line {
     /// A line to another register that is where that one is in its exchange, with its counters and
     /// without its filters.
     Line(const Line& other, Register& device);
+    /// The same for the register that this line has, which must be equal to the other's.
+    void GoOnFrom(const Line& other);
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 

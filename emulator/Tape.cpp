@@ -110,6 +110,11 @@ void Tape::Cut(Slip::Kind kind, std::uint32_t number) {
     if (onSlip_) onSlip_(slips_.back());
 }
 
+void Tape::TearOff() {
+    slips_.clear();
+    lines_.clear();
+}
+
 std::string Tape::Text() const {
     std::string text;
     for (const std::string& line : lines_) text += line + "\n";

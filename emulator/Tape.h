@@ -48,6 +48,10 @@ class Tape {
     /// Ends the slip with what was printed since the last cut (and one empty line between slips).
     void Cut(Slip::Kind kind, std::uint32_t number = 0);
 
+    /// Takes the slips and all lines away. What was printed since the last cut still comes onto the
+    /// next slip.
+    void TearOff();
+
     /// What was printed since the last cut.
     const std::vector<TapeItem>& Pending() const { return pending_; }
     const std::vector<Slip>& Slips() const { return slips_; }

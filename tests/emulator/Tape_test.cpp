@@ -111,6 +111,22 @@ TEST(Tape, TellsItsListenersAsItGrows) {
     EXPECT_EQ(tape.Text(), "one\n████\n████\n████\ndata\n\n");
 }
 
+TEST(Tape, TornOffItHasOnlyWhatIsNotCutYet) {
+    Tape tape(20);
+    tape.PrintLine("one");
+    tape.Cut(Slip::Kind::Receipt, 7);
+    tape.PrintLine("two");
+    tape.TearOff();
+    EXPECT_TRUE(tape.Slips().empty());
+    EXPECT_EQ(tape.Text(), "");
+    tape.PrintLine("three");
+    tape.Cut(Slip::Kind::Cash, 8);
+    ASSERT_EQ(tape.Slips().size(), 1U);
+    EXPECT_EQ(tape.Slips()[0].number, 8U);
+    EXPECT_EQ(tape.Slips()[0].items.size(), 2U);
+    EXPECT_EQ(tape.Text(), "three\n\n");
+}
+
 TEST(BarcodeRow, ScalesTheRasterToHalfCharacters) {
     // Four characters of 12 dots: 48 dots, six to a column.
     std::vector<std::uint8_t> raster(6);

@@ -48,8 +48,9 @@ std::string CommandName(std::uint8_t command) {
 }
 
 void Append(Bytes& state, std::size_t value) {
-    for (int shift = 0; shift < 32; shift += 8)
-        state.push_back(static_cast<std::uint8_t>(value >> shift));
+    const auto word = static_cast<std::uint32_t>(value);
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&word);
+    state.insert(state.end(), bytes, bytes + sizeof word);
 }
 
 void Append(Bytes& state, View bytes) {
@@ -72,32 +73,42 @@ Conversation::Conversation(const Scenario& scenario, const std::vector<Actions>&
 }
 
 Conversation::Conversation(const Conversation& other)
-    : scenario_(other.scenario_),
-      expected_(other.expected_),
-      wire_(other.wire_),
-      device_(other.device_),
-      line_(other.line_, device_),
-      stage_(other.stage_),
-      place_(other.place_),
-      writing_(other.writing_),
-      role_(other.role_),
-      command_(other.command_),
-      toRegister_(other.toRegister_),
-      toDriver_(other.toDriver_),
-      undecided_(other.undecided_),
-      delivered_(other.delivered_),
-      inbox_(other.inbox_),
-      file_(other.file_),
-      runBegin_(other.runBegin_),
-      fiscalFrame_(other.fiscalFrame_),
-      firstNumber_(other.firstNumber_),
-      outOfTurn_(other.outOfTurn_),
-      acknowledged_(other.acknowledged_),
-      runs_(other.runs_),
-      account_(other.account_),
-      remains_(other.remains_),
-      done_(other.done_),
-      over_(other.over_) {}
+    : device_(other.device_), line_(other.line_, device_) {
+    *this = other;
+}
+
+// Member by member, so that the memory of each is used again.
+Conversation& Conversation::operator=(const Conversation& other) {
+    if (this == &other) return *this;
+    device_ = other.device_;
+    line_.GoOnFrom(other.line_);
+    scenario_ = other.scenario_;
+    expected_ = other.expected_;
+    wire_ = other.wire_;
+    stage_ = other.stage_;
+    place_ = other.place_;
+    writing_ = other.writing_;
+    role_ = other.role_;
+    command_ = other.command_;
+    toRegister_ = other.toRegister_;
+    toDriver_ = other.toDriver_;
+    undecided_ = other.undecided_;
+    delivered_ = other.delivered_;
+    inbox_ = other.inbox_;
+    file_ = other.file_;
+    runBegin_ = other.runBegin_;
+    fiscalFrame_ = other.fiscalFrame_;
+    firstNumber_ = other.firstNumber_;
+    outOfTurn_ = other.outOfTurn_;
+    acknowledged_ = other.acknowledged_;
+    runs_ = other.runs_;
+    account_ = other.account_;
+    remains_ = other.remains_;
+    done_ = other.done_;
+    over_ = other.over_;
+    story_ = nullptr;
+    return *this;
+}
 
 // --- the driver's side ---------------------------------------------------------------------------
 
@@ -290,6 +301,7 @@ void Conversation::Feed(const Unit& unit) {
     reply.insert(reply.end(), more.begin(), more.end());
     device_.RefuseNone();
     device_.SetBusy(false);
+    device_.Paper().TearOff();  // nobody reads it, and it would be copied with every state
     const std::size_t dataSize = wire_->DataFrameSize(statusSize);
     if (reply.size() > dataSize) {
         const auto border = reply.end() - static_cast<std::ptrdiff_t>(dataSize);

@@ -51,7 +51,7 @@ class Conversation {
     Conversation(const Scenario& scenario, const std::vector<Actions>& expected);
     /// Goes on from where the other is; without its story.
     Conversation(const Conversation& other);
-    Conversation& operator=(const Conversation&) = delete;
+    Conversation& operator=(const Conversation& other);
 
     // --- the driver's side ---------------------------------------------------------------------
 
@@ -116,8 +116,8 @@ class Conversation {
     bool Telling() const { return story_ != nullptr; }  // asked first: texts take time
     void Tell(const Event& event);
 
-    const Scenario* scenario_;
-    const std::vector<Actions>* expected_;
+    const Scenario* scenario_ = nullptr;
+    const std::vector<Actions>* expected_ = nullptr;
     std::shared_ptr<const emulator::Wire> wire_;
     emulator::Register device_;
     emulator::Line line_;

@@ -24,7 +24,7 @@ class Playing {
 
     Conversation& Talk() { return *talk_; }
     /// Goes on from where that conversation was; the driver has to be put back by itself.
-    void Restore(const Conversation& talk) { talk_ = std::make_unique<Conversation>(talk); }
+    void Restore(const Conversation& talk) { *talk_ = talk; }
 
     std::uint64_t Runs() const { return runs_; }  // of the driver that have ended
     std::uint64_t Segments() const { return segments_; }

@@ -44,7 +44,7 @@ class Search {
   private:
     struct Point {
         std::shared_ptr<const DriverProcess::Image> driver;
-        Conversation talk;
+        std::unique_ptr<Conversation> talk;
     };
 
     const Tally& FromUndisturbed(int faultsLeft, Tally& own) {
@@ -86,18 +86,28 @@ class Search {
     void Branch(int faultsLeft, Tally& tally) {
         ++states_;
         const FaultSet open = OpenAt(faultsLeft);
-        const Point point{driver_.Save(), playing_.Talk()};
+        Point point{driver_.Save(), CopyOfTalk()};
         for (std::size_t i = 0; i < faultCount; ++i) {
             const auto fault = static_cast<Fault>(i);
             if (!open.Has(fault)) continue;
             if (i != 0) Restore(point);
             Follow(fault, faultsLeft - CostOf(fault), tally);
         }
+        spare_.push_back(std::move(point.talk));
+    }
+
+    // Copies that are done with are used again, for their memory.
+    std::unique_ptr<Conversation> CopyOfTalk() {
+        if (spare_.empty()) return std::make_unique<Conversation>(playing_.Talk());
+        std::unique_ptr<Conversation> copy = std::move(spare_.back());
+        spare_.pop_back();
+        *copy = playing_.Talk();
+        return copy;
     }
 
     void Restore(const Point& point) {
         driver_.Restore(point.driver);
-        playing_.Restore(point.talk);
+        playing_.Restore(*point.talk);
     }
 
     void Follow(Fault fault, int faultsLeft, Tally& tally) {
@@ -115,6 +125,7 @@ class Search {
     const Limits& limits_;
     const Watch& watch_;
     std::unordered_map<Hash, std::unique_ptr<Tally>, HashOfHash> known_;
+    std::vector<std::unique_ptr<Conversation>> spare_;
     Schedule path_;
     emulator::Bytes state_;
     std::uint64_t states_ = 0;
