@@ -97,23 +97,40 @@ class Call {
     job::Outcome Run() {
         runner::ResultPublication result(options_.file, profile_.resultFileName);
         result.RemoveOld();
-        job::Outcome outcome = Do();
-        result.Publish(outcome.result);
+        job::Outcome outcome = DoOrTell();
+        Publish(result, outcome);
         return outcome;
     }
 
   private:
+    // The verdict is true whether the file can be written or not.
+    static void Publish(runner::ResultPublication& result, job::Outcome& outcome) {
+        try {
+            result.Publish(outcome.result);
+        } catch (const std::exception& failure) {
+            outcome.reason += (outcome.reason.empty() ? "" : "\n") + std::string(failure.what());
+        }
+    }
+
+    job::Outcome DoOrTell() {
+        try {
+            return Do();
+        } catch (const std::exception& failure) {  // before the job was begun
+            return Refuse(job::exitNotPrinted, errorSystem, failure.what());
+        }
+    }
+
     job::Outcome Do() {
         std::string content;
         try {
             content = runner::ReadFile(options_.file);
         } catch (const std::exception& failure) {
-            return Refuse(errorSystem, failure.what());
+            return Refuse(job::exitMistake, errorSystem, failure.what());
         }
         try {
             if (!options_.encoding.empty()) content = runner::FromUtf8(content, profile_.codePage);
         } catch (const runner::CodePageError& mistake) {
-            return Refuse(errorCommandFile, mistake.what());
+            return Refuse(job::exitMistake, errorCommandFile, mistake.what());
         }
         return Print(content);
     }
@@ -130,17 +147,18 @@ class Call {
                        fs::absolute(path).parent_path().string() + "/runs");
         Interrupts interrupts;
         ProgressBar bar;
+        runner::LockWait wait = WaitFor(options_.site);
+        wait.goOn = [&] { return interrupts.Take() == 0; };
         return jobs.Do(
-            {options_.id, options_.file, content, WaitFor(options_.site)},
+            {options_.id, options_.file, content, wait},
             options_.json ? job::Watcher{interrupts.Fd(), {}} : WatcherOf(interrupts, bar));
     }
 
-    job::Outcome Refuse(int errorCode, const std::string& reason) const {
+    job::Outcome Refuse(int exitCode, int errorCode, const std::string& reason) const {
         job::Outcome outcome;
         outcome.id = options_.id;
         outcome.registerName = profile_.name;
-        job::SettleUnsent(outcome, profile_.oldResultFileFormat, job::exitMistake, errorCode,
-                          reason);
+        job::SettleUnsent(outcome, profile_.oldResultFileFormat, exitCode, errorCode, reason);
         return outcome;
     }
 

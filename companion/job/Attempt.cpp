@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ECR.h"
+#include "companion/runner/Files.h"
 #include "companion/runner/SiteLogs.h"
 
 namespace fs = std::filesystem;
@@ -34,11 +35,34 @@ verdict::Remains AnythingMayRemain() {
     return {verdict::Commands::All(), answers};
 }
 
-/// What a run begins with at worst.
+/// What the first run of all on a register begins with.
+verdict::Remains OfAStranger() {
+    return {verdict::Commands::All(), 0};
+}
+
+/// What any other one begins with at worst.
 verdict::Remains AfterForgetting() {
     verdict::Remains remains;
     remains.held.Add(CMD_SHOW_INFO);
     return remains;
+}
+
+// Anew at each start of the machine.
+std::string Boot() {
+    return runner::ReadFile("/proc/sys/kernel/random/boot_id");
+}
+
+// In the folder of a run: the boot, and that the register's past was not known.
+constexpr char noteName[] = "/start";
+constexpr char firstMark[] = "first\n";
+
+// A log that was not synced may have lost any of its lines when the machine went down.
+End EndAccordingTo(const std::string& note) {
+    return note.starts_with(Boot()) ? End::Killed : End::Lost;
+}
+
+verdict::Remains RemainsAccordingTo(const std::string& note) {
+    return note.ends_with(firstMark) ? OfAStranger() : AfterForgetting();
 }
 
 // A driver that is killed says nothing more.
@@ -81,7 +105,9 @@ ReceiptState ReceiptOf(const verdict::Verdict& told) {
 
 Attempt::Attempt(const runner::Profile& profile, const Site& site, const runner::DeviceLock& lock,
                  Watcher watcher)
-    : profile_(profile), site_(site), lock_(lock), watcher_(std::move(watcher)) {}
+    : profile_(profile), site_(site), lock_(lock), watcher_(std::move(watcher)) {
+    PromisesOf(profile);
+}
 
 runner::RunRequest Attempt::RequestFor(const Errand& errand) const {
     runner::RunRequest request;
@@ -97,13 +123,17 @@ runner::RunRequest Attempt::RequestFor(const Errand& errand) const {
 
 runner::RunResult Attempt::Await(const runner::RunRequest& request) {
     runner::RegisterRun run(request);
+    started_ = true;
     const std::vector<plan::Command> plan = watcher_.progress
                                                 ? plan::CommandsOf(request.folder + "/command")
                                                 : std::vector<plan::Command>();
     while (!run.Ended()) {
         pollfd news[] = {{run.EndFd(), POLLIN, 0}, {watcher_.stopFd, POLLIN, 0}};
         poll(news, std::size(news), pollStepMs);
-        if ((news[1].revents & POLLIN) != 0) run.Kill();
+        if ((news[1].revents & POLLIN) != 0) {
+            run.Kill();
+            watcher_.stopFd = -1;  // the status read that follows is short, and tells the outcome
+        }
         if (watcher_.progress) watcher_.progress(CommandsIn(profile_, run.DebugLog()), plan);
     }
     runner::RunResult result = run.Wait();
@@ -138,7 +168,12 @@ void Attempt::Clarify(Account& account, const std::string& folder) {
 }
 
 void Attempt::BeFirst() {
-    remains_ = {verdict::Commands::All(), 0};
+    first_ = true;
+    remains_ = OfAStranger();
+}
+
+void Attempt::Note(const std::string& folder) const {
+    runner::WriteFile(folder + noteName, Boot() + (first_ ? firstMark : ""));
 }
 
 bool Attempt::MakeForget(const std::string& folder) {
@@ -159,6 +194,7 @@ bool Attempt::MakeForget(const std::string& folder) {
 }
 
 Outcome Attempt::Run(const Errand& errand) {
+    started_ = false;
     const runner::RunResult run = Await(RequestFor(errand));
     const std::vector<plan::Command> plan = PlanOf(errand, run.debugLog);
     Account account = Follow(profile_, plan, remains_, run.debugLog, EndOf(run));
@@ -170,8 +206,11 @@ Outcome Attempt::Run(const Errand& errand) {
 
 Outcome Attempt::Recover(const Errand& errand) {
     const std::string log = runner::DebugLogOf(errand.folder);
+    fs::create_directories(errand.folder);
+    runner::WriteFile(errand.folder + "/command", errand.content);  // it may not have come as far
     const std::vector<plan::Command> plan = PlanOf(errand, log);
-    Account account = Follow(profile_, plan, AfterForgetting(), log, End::Killed);
+    const std::string note = runner::ReadFileIfAny(errand.folder + noteName);
+    Account account = Follow(profile_, plan, RemainsAccordingTo(note), log, EndAccordingTo(note));
     account.OperatorMayHaveActed();
     Clarify(account, errand.folder + "/recovery");
     constexpr int killed = 137;  // as a shell has it

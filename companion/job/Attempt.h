@@ -38,19 +38,24 @@ struct Errand {
 
 class Attempt {
   public:
-    /// The lock must be held for as long as this lives.
+    /// The lock must be held for as long as this lives. std::runtime_error: the profile names a
+    /// habit that is none, so that no verdict could be reached.
     Attempt(const runner::Profile& profile, const Site& site, const runner::DeviceLock& lock,
             Watcher watcher = {});
 
     /// What the register holds from before nobody knows.
     void BeFirst();
+    /// Notes in the folder what Recover has to know. To be done before the job is being sent.
+    void Note(const std::string& folder) const;
     /// Makes the register forget a command number, by runs of their own. False: it could not be
     /// done, and then nothing else may be sent.
     bool MakeForget(const std::string& folder);
 
     /// Runs the driver and tells what came of it, asking for the status when anything was odd.
-    /// runner::RunError, runner::SandboxError and other std::exceptions: it was not started.
+    /// std::exception: without Started(), nothing was sent.
     Outcome Run(const Errand& errand);
+    /// The driver of Run was at work.
+    bool Started() const { return started_; }
 
     /// The same for a run that was cut off and left its log in that folder, perhaps long ago.
     Outcome Recover(const Errand& errand);
@@ -72,6 +77,8 @@ class Attempt {
     const runner::DeviceLock& lock_;
     Watcher watcher_;
     verdict::Remains remains_;
+    bool first_ = false;  // BeFirst
+    bool started_ = false;
 };
 
 }  // namespace job

@@ -16,7 +16,8 @@ namespace job {
 enum class End {
     ByItself,
     Refusing,  // by itself, with exit code 1 or 2: no command of the file went out
-    Killed,    // or the machine went down
+    Killed,    // the log has all that it wrote until then
+    Lost,      // the machine went down: the log may lack any of its lines
 };
 
 /// What the register is known as.

@@ -67,12 +67,26 @@ std::string Jobs::FolderOf(std::int64_t number) const {
     return runs_ + "/" + std::to_string(number);
 }
 
-Outcome Jobs::Unsent(const Request& request, int exitCode, int errorCode,
-                     const std::string& reason) const {
+Outcome Jobs::Unsent(const Request& request, const std::string& reason) const {
     Outcome outcome;
     outcome.id = request.id;
     outcome.registerName = profile_.name;
-    SettleUnsent(outcome, profile_.oldResultFileFormat, exitCode, errorCode, reason);
+    SettleUnsent(outcome, profile_.oldResultFileFormat, exitNotPrinted, ERR_SYSTEM, reason);
+    return outcome;
+}
+
+// Not by this call.
+bool Jobs::PerhapsSent(const Request& request) const try {
+    const auto job = request.id ? journal_.Find(*request.id) : std::nullopt;
+    const bool same = job && job->content == request.content;
+    return same && job->state != State::Received && job->state != State::Failed;
+} catch (const journal::JournalError&) {
+    return false;
+}
+
+Outcome Jobs::NotNow(const Request& request, const std::string& reason) const {
+    Outcome outcome = Unsent(request, reason);
+    if (PerhapsSent(request)) BeInDoubt(outcome, profile_.oldResultFileFormat);
     return outcome;
 }
 
@@ -82,9 +96,8 @@ std::optional<Outcome> Jobs::Known(const Request& request) const {
     const auto job = journal_.Find(*request.id);
     if (!job) return std::nullopt;
     if (job->content != request.content)
-        return Unsent(request, exitNotPrinted, ERR_SYSTEM,
-                      "Job '" + *request.id + "' has another content: it is the job of " +
-                          job->received + " from '" + job->file + "'");
+        return Unsent(request, "Job '" + *request.id + "' has another content: it is the job of " +
+                                   job->received + " from '" + job->file + "'");
     if (job->state != State::Done && job->state != State::InDoubt) return std::nullopt;
     Outcome outcome = FromRecord(job->outcome);
     TakeDecision(*job, profile_.oldResultFileFormat, outcome);
@@ -100,7 +113,7 @@ Outcome Jobs::Do(const Request& request, const Watcher& watcher) {
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& failure) {  // whatever it is, nothing was sent
-        return Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
+        return NotNow(request, failure.what());
     }
 }
 
@@ -115,11 +128,19 @@ Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher,
         Prepare(attempt, FolderOf(number));
         journal_.StartSending(number, profile_.name, FolderOf(number));
     } catch (const std::exception& failure) {
-        Outcome outcome = Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
-        journal_.GiveUp(number, ToRecord(outcome), outcome.exitCode);
-        return outcome;
+        return Refuse(number, request, failure.what());
     }
     return Send(number, request, attempt);
+}
+
+Outcome Jobs::Refuse(std::int64_t number, const Request& request, const std::string& reason) {
+    const Outcome outcome = Unsent(request, reason);
+    try {
+        journal_.GiveUp(number, ToRecord(outcome), outcome.exitCode);
+        return outcome;
+    } catch (const journal::WrongState&) {  // another register has the job by now
+        return NotNow(request, reason);
+    }
 }
 
 void Jobs::Prepare(Attempt& attempt, const std::string& folder) const {
@@ -128,6 +149,7 @@ void Jobs::Prepare(Attempt& attempt, const std::string& folder) const {
     if (!mayHold) attempt.BeFirst();
     if (mayHold.value_or(false) && !attempt.MakeForget(folder + "/before"))
         throw NothingSent(forgetFailed);
+    attempt.Note(folder);
 }
 
 // From here on the job may have been printed, and its state says so.
@@ -135,8 +157,14 @@ Outcome Jobs::Send(std::int64_t number, const Request& request, Attempt& attempt
     Outcome outcome;
     try {
         outcome = attempt.Run({request.file, request.content, FolderOf(number)});
-    } catch (const std::exception& failure) {  // the driver was not started
-        outcome = Unsent(request, exitNotPrinted, ERR_SYSTEM, failure.what());
+    } catch (const runner::SandboxError& failure) {  // the driver was never started
+        outcome = Unsent(request, failure.what());
+    } catch (const std::exception& failure) {
+        outcome = Unsent(request, failure.what());
+        if (attempt.Started()) {  // its state remains: the next run finds out
+            BeInDoubt(outcome, profile_.oldResultFileFormat);
+            return outcome;
+        }
     }
     outcome.id = request.id;
     Finish(number, outcome, attempt);
@@ -147,24 +175,23 @@ Outcome Jobs::Send(std::int64_t number, const Request& request, Attempt& attempt
 void Jobs::Finish(std::int64_t number, Outcome& outcome, const Attempt& attempt) {
     try {
         journal_.Finish(number, EndedOf(outcome, attempt.MayHold()));
-        RemoveOldRuns();
     } catch (const std::exception& failure) {
-        outcome.verdict = Kind::Unknown;
-        outcome.atLeast = 0;
-        outcome.atMost = outcome.of;
         outcome.reason = failure.what();
-        if (!outcome.driver) outcome.driver.emplace(DriverWord{.exitCode = exitUncertain});
-        Settle(outcome, profile_.oldResultFileFormat);
+        BeInDoubt(outcome, profile_.oldResultFileFormat);
+        return;
     }
+    RemoveOldRuns();
 }
 
-void Jobs::RemoveOldRuns() {
+// What cannot be removed now is removed after another run.
+void Jobs::RemoveOldRuns() try {
     for (const std::string& folder :
          journal_.Prune(profile_.journalDays, std::chrono::system_clock::now())) {
         std::error_code ignored;
         // Only what is ours: the journal may have come from another place.
         if (folder.starts_with(runs_ + "/")) fs::remove_all(folder, ignored);
     }
+} catch (const journal::JournalError&) {
 }
 
 // Whoever held the lock of this register is dead: what it was sending is to be found out.

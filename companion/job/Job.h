@@ -40,10 +40,12 @@ class Jobs {
     void Recover(const journal::Job& lost, const runner::DeviceLock& lock);
     Outcome Send(std::int64_t number, const Request& request, Attempt& attempt);
     void Prepare(Attempt& attempt, const std::string& folder) const;
+    Outcome Refuse(std::int64_t number, const Request& request, const std::string& reason);
     void Finish(std::int64_t number, Outcome& outcome, const Attempt& attempt);
     void RemoveOldRuns();
-    Outcome Unsent(const Request& request, int exitCode, int errorCode,
-                   const std::string& reason) const;
+    bool PerhapsSent(const Request& request) const;
+    Outcome NotNow(const Request& request, const std::string& reason) const;
+    Outcome Unsent(const Request& request, const std::string& reason) const;
     std::string FolderOf(std::int64_t number) const;
 
     journal::Journal& journal_;

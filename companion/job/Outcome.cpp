@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -53,8 +54,9 @@ std::string Failed(bool oldFormat, int exitCode, const std::string& message,
 
 // As the driver writes it after success.
 std::string Succeeded(bool oldFormat, const ReceiptState& receipt) {
-    const std::string number = std::to_string(receipt.after.value());
     const std::string head = oldFormat ? "0\n" : "[VOLTIS]\nResultCode=0\nMessage=";
+    if (!receipt.after) return head + "OK";
+    const std::string number = std::to_string(*receipt.after);
     if (!receipt.open.value_or(false))
         return head + (oldFormat ? "OK\nReceiptNo: " : "OK\nLastReceiptNo=") + number;
     if (oldFormat) return head + "OK\nReceipt not finished";
@@ -86,7 +88,13 @@ int ExitCodeOf(const Outcome& outcome) {
     return exitUncertain;
 }
 
+std::string InOneLine(std::string text) {
+    std::ranges::replace(text, '\n', ' ');
+    return text;
+}
+
 std::string Uncertain(const Outcome& outcome) {
+    if (outcome.of == 0) return "Outcome unknown: " + InOneLine(outcome.reason);
     std::string text = "Outcome unknown: at least " + std::to_string(outcome.atLeast) +
                        " and at most " + std::to_string(outcome.atMost) + " of " +
                        std::to_string(outcome.of) + " commands were done";
@@ -146,13 +154,34 @@ Json JsonOf(const Outcome& outcome) {
                  {"exit_code", outcome.exitCode},
                  {"driver", DriverJson(outcome.driver)},
                  {"replayed", outcome.replayed},
-                 {"seconds", outcome.seconds}};
+                 {"seconds", std::round(outcome.seconds * 100) / 100}};
     if (!outcome.reason.empty()) json["reason"] = outcome.reason;
     return json;
 }
 
 std::string Text(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// Bytes of any code page as UTF-8 and back: each is the character of that number.
+std::string Widened(const std::string& bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        const auto code = static_cast<unsigned char>(byte);
+        if (code >= 0x80) text += static_cast<char>(0xC0 | code >> 6);
+        text += static_cast<char>(code < 0x80 ? code : 0x80 | (code & 0x3F));
+    }
+    return text;
+}
+
+std::string Narrowed(const std::string& text) {
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto code = static_cast<unsigned char>(text[i]);
+        const bool pair = code >= 0x80 && i + 1 < text.size();
+        bytes += pair ? static_cast<char>((code & 3) << 6 | (text[++i] & 0x3F)) : text[i];
+    }
+    return bytes;
 }
 
 template <typename Value>
@@ -224,9 +253,15 @@ void SettleUnsent(Outcome& outcome, bool oldFormat, int exitCode, int errorCode,
     outcome.verdict = Kind::NotPrinted;
     outcome.exitCode = exitCode;
     outcome.reason = reason;
-    std::string line = reason;
-    std::ranges::replace(line, '\n', ' ');
-    outcome.result = Failed(oldFormat, exitCode, line, errorCode);
+    outcome.result = Failed(oldFormat, exitCode, InOneLine(reason), errorCode);
+}
+
+void BeInDoubt(Outcome& outcome, bool oldFormat) {
+    outcome.verdict = Kind::Unknown;
+    outcome.atLeast = 0;
+    outcome.atMost = outcome.of;
+    outcome.exitCode = exitUncertain;
+    outcome.result = Failed(oldFormat, exitUncertain, Uncertain(outcome), errorOutcomeUnknown);
 }
 
 std::string ToJson(const Outcome& outcome) {
@@ -235,7 +270,7 @@ std::string ToJson(const Outcome& outcome) {
 
 std::string ToRecord(const Outcome& outcome) {
     Json json = JsonOf(outcome);
-    json["result_file"] = outcome.result;
+    json["result_file"] = Widened(outcome.result);
     return Text(json);
 }
 
@@ -251,7 +286,7 @@ Outcome FromRecord(const std::string& record) {
         outcome.exitCode = json.at("exit_code");
         outcome.driver = ReadDriver(json.at("driver"));
         outcome.reason = json.value("reason", "");
-        outcome.result = json.at("result_file");
+        outcome.result = Narrowed(json.at("result_file"));
         outcome.seconds = json.at("seconds");
         return outcome;
     } catch (const Json::exception& wrong) {

@@ -61,6 +61,9 @@ void Settle(Outcome& outcome, bool oldFormat);
 void SettleUnsent(Outcome& outcome, bool oldFormat, int exitCode, int errorCode,
                   const std::string& reason);
 
+/// Nobody can tell what became of any command.
+void BeInDoubt(Outcome& outcome, bool oldFormat);
+
 /// The outcome as a JSON object in one line; what is not UTF-8 is replaced.
 std::string ToJson(const Outcome& outcome);
 /// For the journal: the same with what a replay needs besides.
