@@ -30,7 +30,8 @@ Acted InWorld(const World& world, std::int32_t step) {
     return Holds(world.missing, step) ? Acted::No : Acted::Yes;
 }
 
-constexpr Heard::Kind everyAnswer[] = {Heard::Kind::Ack, Heard::Kind::Status, Heard::Kind::EndOfFile};
+constexpr Heard::Kind everyAnswer[] = {Heard::Kind::Ack, Heard::Kind::Status,
+                                       Heard::Kind::EndOfFile};
 
 // So many answers of an earlier conversation may still come. Which they are nobody knows: of a few,
 // each may be each; of more, all may come of all, which is more than there is.
@@ -144,7 +145,7 @@ void Account::Arrived(View bytes) {
 
 void Account::Hear(const Heard& heard) {
     if (heard.kind == Heard::Kind::Status) NoteStatus(heard.status);
-    Worlds after;
+    Worlds after = heard.doubtful ? worlds_ : Worlds();
     for (World& world : worlds_) {
         if (auto next = verdict::Hear(std::move(world), heard)) after.push_back(std::move(*next));
     }

@@ -142,14 +142,19 @@ std::vector<Heard> Frames::ListenUnchecked(View bytes) {
 
 std::vector<Heard> Frames::Listen(View bytes) {
     if (wire_.unchecked) return ListenUnchecked(bytes);
+    const std::size_t older = heard_.size();
     heard_.insert(heard_.end(), bytes.begin(), bytes.end());
     std::vector<Heard> all;
     std::size_t done = 0;
+    bool garbage = false;
     for (std::size_t at = 0; at < heard_.size();) {
         const std::size_t size = HearOne(View(heard_).subspan(at), all);
-        at += size == 0 ? 1 : size;
+        garbage = garbage || (size == 0 && at >= older);
+        at += std::max<std::size_t>(size, 1);
         if (size != 0) done = at;
     }
+    const bool mayBeSpoilt = garbage && formatter_->GetResponseFrameSize() == 1;
+    for (Heard& one : all) one.doubtful = mayBeSpoilt && one.kind == Heard::Kind::Ack;
     done = std::max(done, heard_.size() - std::min(heard_.size(), StatusSize() - 1));
     heard_.erase(heard_.begin(), heard_.begin() + static_cast<std::ptrdiff_t>(done));
     return all;

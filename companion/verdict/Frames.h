@@ -49,7 +49,8 @@ struct Status {
 struct Heard {
     enum class Kind : std::uint8_t { Ack, Status, EndOfFile };
     Kind kind = Kind::Ack;
-    Status status = {};  // of its kind
+    Status status = {};     // of its kind
+    bool doubtful = false;  // an ACK of one byte, among bytes that are no frame: perhaps none
 };
 
 /// Reads the frames of one conversation, in order. A copy goes on by itself from where it is.
