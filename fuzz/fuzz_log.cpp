@@ -1,7 +1,6 @@
 // The debug log that a run has left, which anybody may have written: the account of it never fails,
 // its interval is one, and what is certain is not taken back by what follows.
 
-#include <string_view>
 #include <utility>
 
 #include "ECR.h"

@@ -12,6 +12,7 @@
 #include "IniFile.h"
 #include "VOLTIS.h"
 #include "companion/workbench/Defaults.h"
+#include "tests/faults/Telling.h"
 
 namespace faults {
 
@@ -182,6 +183,14 @@ Outcome MeasuredSale::RunWith(const std::vector<Fault>& faults) const {
     const Told told = RunDriver(folder_.Files());
     FaultyLine& line = *TheLine();
     const int frames = line.FramesFromDriver();
+    const auto wrong = WrongVerdict(line, family_, healthy_.actions);
+    if (wrong && !Misled(line, family_)) {
+        std::string note = "the verdict is wrong: " + *wrong;
+        for (const Fault& fault : faults) note += "; " + Describe(fault);
+        return Judged(Verdict::Violation, told.exitCode, frames, note);
+    }
+    if (wrong)
+        return Judged(Verdict::Excused, told.exitCode, frames, "a forged frame misled the verdict");
     const auto broken = BrokenPromise(told, line, healthy_.actions);
     if (!broken)
         return Judged(told.exitCode == 0 ? Verdict::Ok : Verdict::Failed, told.exitCode, frames);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "CommChannel.h"
 
@@ -39,7 +40,8 @@ FaultyLine::FaultyLine(WireFamily family, emulator::RegisterConfig config, Fault
 
 void FaultyLine::Write(View frame) {
     ++framesFromDriver_;
-    arrived_.clear();
+    NoteArrived();
+    said_.push_back({true, {frame.begin(), frame.end()}});
     for (Transmission& transmission : onItsWay_) transmission.late -= transmission.late > 0;
     Classify(frame);
     const Bytes reply = Deliver(frame, plan_.Apply(Direction::ToRegister, frame));
@@ -120,6 +122,41 @@ void FaultyLine::SendToDriver(const Bytes& reply) {
     }
 }
 
+// All of it, and it is gone.
+void FaultyLine::NoteArrived() {
+    if (!arrived_.empty()) Note(arrived_);
+    arrived_.clear();
+}
+
+void FaultyLine::Note(const Stretch& arrived) {
+    transcript::Block block;
+    for (const Byte& byte : arrived) {
+        block.bytes.push_back(byte.value);
+        forgedAcks_ += IsForgedAck(byte);
+    }
+    said_.push_back(std::move(block));
+}
+
+bool FaultyLine::IsForgedAck(const Byte& byte) {
+    if (family_ != WireFamily::Margay || byte.value != ack) return false;
+    const bool sent =
+        byte.of != nullptr && byte.of->frame == wire_->BuildAnswer(emulator::Answer::Ack);
+    return !sent || !acksArrived_.insert(byte.of).second;
+}
+
+std::vector<Bytes> FaultyLine::SentByRegister() const {
+    std::vector<Bytes> frames;
+    for (const Sent& sent : sent_) frames.push_back(sent.frame);
+    return frames;
+}
+
+void FaultyLine::LetAllArrive() {
+    for (const Transmission& transmission : onItsWay_)
+        arrived_.insert(arrived_.end(), transmission.bytes.begin(), transmission.bytes.end());
+    onItsWay_.clear();
+    NoteArrived();
+}
+
 bool FaultyLine::Read(std::uint8_t* block, std::size_t size) {
     while (arrived_.size() < size && !onItsWay_.empty() && onItsWay_.front().late == 0) {
         const Stretch& bytes = onItsWay_.front().bytes;
@@ -127,12 +164,13 @@ bool FaultyLine::Read(std::uint8_t* block, std::size_t size) {
         onItsWay_.pop_front();
     }
     if (arrived_.size() < size) {
-        arrived_.clear();
+        NoteArrived();
         return false;
     }
     const auto end = arrived_.begin() + static_cast<std::ptrdiff_t>(size);
     const Stretch taken(arrived_.begin(), end);
     arrived_.erase(arrived_.begin(), end);
+    Note(taken);
     for (const Byte& byte : taken) *block++ = byte.value;
     WatchDriver(taken);
     return true;

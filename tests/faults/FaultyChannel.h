@@ -13,8 +13,10 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
+#include "companion/transcript/Transcript.h"
 #include "emulator/Line.h"
 #include "tests/faults/FaultPlan.h"
 
@@ -61,6 +63,15 @@ class FaultyLine {
     const Forgeries& Forged() const { return forged_; }
     const Strays& Strayed() const { return strays_; }
     int FramesFromDriver() const { return framesFromDriver_; }
+    /// What the driver has written and what it was given, thrown away or not, as its log has it.
+    const std::vector<transcript::Block>& Said() const { return said_; }
+    /// Bytes that arrived as an ACK of the Margay family and were sent as something else, or once
+    /// and arrived twice; taken by the driver or not.
+    int ForgedAcks() const { return forgedAcks_; }
+    /// All that the register has sent, as it was before any of it was spoilt.
+    std::vector<emulator::Bytes> SentByRegister() const;
+    /// What is still on its way arrives, and nobody waits for it: it is the last that was said.
+    void LetAllArrive();
     /// Where the driver's first request of that command began; it must have made one.
     Position FirstRequest(std::uint8_t command) const { return firstRequests_.at(command); }
     /// Data frames that the driver has written for commands other than entering and leaving fiscal
@@ -95,6 +106,9 @@ class FaultyLine {
     const Sent* Keep(emulator::View frame);
     void SendToDriver(const emulator::Bytes& reply);
     void WatchDriver(const Stretch& taken);
+    void NoteArrived();
+    void Note(const Stretch& arrived);
+    bool IsForgedAck(const Byte& byte);
     void NoteForgery(emulator::View expected, emulator::View got);
     void NoteStray(const Stretch& taken, emulator::View got);
     bool IsStatus(emulator::View frame) const;
@@ -110,7 +124,10 @@ class FaultyLine {
     Strays strays_;
     std::deque<Sent> sent_;  // all of them; they keep their place
     std::deque<Transmission> onItsWay_;
-    Stretch arrived_;           // and not read yet
+    Stretch arrived_;  // and not read yet
+    std::vector<transcript::Block> said_;
+    int forgedAcks_ = 0;
+    std::set<const Sent*> acksArrived_;
     std::uint8_t command_ = 0;  // of the last request that the driver has written
     std::map<std::uint8_t, Position> firstRequests_;
     Role lastWritten_ = Role::Request;
