@@ -321,7 +321,8 @@ TEST(RegisterRunProcess, HandsTheLockToTheDriver) {
     RunRequest request = till.Request("/pos/sale.txt");
     request.lockFd = lock->Fd();
     request.driver = Script(folder, "readlink /proc/self/fd/" + std::to_string(lock->Fd()));
-    EXPECT_EQ(RegisterRun(request).Wait().output, folder.File("LCK..a") + "\n");
+    // In a changed root the kernel names the file from the machine's own root.
+    EXPECT_THAT(RegisterRun(request).Wait().output, EndsWith(folder.File("LCK..a") + "\n"));
 }
 
 TEST(RegisterRunProcess, TellsTheRemedyWhenThereIsNoSandbox) {
