@@ -134,7 +134,7 @@ Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher,
 }
 
 Outcome Jobs::Refuse(std::int64_t number, const Request& request, const std::string& reason) {
-    const Outcome outcome = Unsent(request, reason);
+    Outcome outcome = Unsent(request, reason);
     try {
         journal_.GiveUp(number, ToRecord(outcome), outcome.exitCode);
         return outcome;

@@ -54,7 +54,8 @@ struct Row {
     int exitCode;
 
     friend void PrintTo(const Row& row, std::ostream* out) {
-        *out << job::Word(row.kind) << ", driver " << row.driver << ", " << row.errorCode.value_or(0);
+        *out << job::Word(row.kind) << ", driver " << row.driver << ", "
+             << row.errorCode.value_or(0);
     }
 };
 
