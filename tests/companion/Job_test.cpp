@@ -9,8 +9,6 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
-#include <future>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -377,7 +375,7 @@ TEST_F(JobLeft, WithALogThatAPowerCutMayHaveShortenedIsInDoubt) {
 }
 
 TEST_F(JobLeft, ByAProgramThatFailedAfterTheStartIsFoundOutLater) {
-    const job::Watcher watcher = {-1, [this](std::size_t sent, const std::vector<plan::Command>&) {
+    const job::Watcher watcher = {-1, [](std::size_t sent, const std::vector<plan::Command>&) {
                                       if (sent > 0) throw std::runtime_error("no terminal");
                                   }};
     const Outcome failed = Do("A", oneSale, watcher);
