@@ -44,8 +44,10 @@ int Report(const std::exception& failure, int exitCode) {
 }  // namespace
 
 int RunVoltisctl(int argc, char** argv) {
-    CLI::App app("The companion of the fiscal printer driver: an emulated register on the desk.",
-                 "voltisctl");
+    CLI::App app(
+        "The companion of the fiscal printer driver: prints files exactly once and tells what "
+        "was\nprinted; and an emulated register on the desk.",
+        "voltisctl");
     app.set_version_flag("--version", versionText);
     app.require_subcommand(0, 1);  // none: reported below, after an unknown word
     Action chosen;
