@@ -68,7 +68,7 @@ std::string Text(const World& world) {
     return text + (world.mayHold ? (*world.mayHold ? "may hold" : "holds none") : "never seen");
 }
 
-// Some jobs in one journal, from their receipt to their end, as the seed has it.
+// Jobs in one journal, each from Receive to its end; the random numbers say what is done next.
 class Life {
   public:
     Life(CutVfs& disk, std::uint64_t seed) : disk_(disk), random_(seed) {}
