@@ -64,6 +64,17 @@ std::string Tool::SaidUpTo(const std::string& text) {
     return part;
 }
 
+bool Tool::EndsWithin(int milliseconds) const {
+    constexpr int stepMs = 10;
+    for (int waited = 0;; waited += stepMs) {
+        siginfo_t end = {};
+        waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
+        if (end.si_pid == pid_) return true;
+        if (waited >= milliseconds) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(stepMs));
+    }
+}
+
 int Tool::Wait() {
     while (ReadMore()) {
     }

@@ -35,6 +35,9 @@ class Tool {
     /// Everything said up to and including text; fails the test when it does not come.
     std::string SaidUpTo(const std::string& text);
 
+    /// True when it ends in that time. Nothing is read meanwhile.
+    bool EndsWithin(int milliseconds) const;
+
     /// The exit code, 128 + n for signal n; what was said since is in Said().
     int Wait();
     const std::string& Said() const { return said_; }

@@ -6,36 +6,17 @@
 #include <string>
 
 #include "companion/runner/DeviceLock.h"
-#include "companion/workbench/Serving.h"
-#include "tests/companion/Till.h"
+#include "tests/companion/Site.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/TempDir.h"
 
-// A site with one register.
 class VoltisctlStatus : public testing::Test {
   protected:
-    VoltisctlStatus() {
-        for (const char* name : {"registers", "locks", "logs"})
-            std::filesystem::create_directory(site_.File(name));
-        Configure("");
-    }
-
-    void Configure(const std::string& lines) {
-        site_.Write("voltis.ini", "[VOLTIS]\nDevice=" + station_.server.SlavePath() + "\n" + lines);
-    }
-
     Answer Ask(const Words& more = {}) {
-        workbench::Serving serving(station_.server);
-        const Answer answer = RunTool(Words{"status", "--config", site_.Path(), "--locks",
-                                            site_.File("locks"), "--logs", site_.File("logs")} +
-                                      more);
-        serving.Finish();
-        return answer;
+        return site_.Served([&] { return RunTool(Words{"status"} + site_.Folders() + more); });
     }
 
-    TempDir site_;
-    Till till_;
-    workbench::Station& station_ = till_.Station();
+    Site site_;
 };
 
 TEST_F(VoltisctlStatus, TellsThatTheRegisterIsReady) {
@@ -46,17 +27,17 @@ TEST_F(VoltisctlStatus, TellsThatTheRegisterIsReady) {
 }
 
 TEST_F(VoltisctlStatus, TellsOfAnOpenReceipt) {
-    till_.Run(till_.Request("/pos/a.txt", "SALE: DEPTNR=1; NAME=\"a\"; AMOUNT=2.50\nCONTINUE\n"));
+    site_.Print("SALE: DEPTNR=1; NAME=\"a\"; AMOUNT=2.50\nCONTINUE\n");
     EXPECT_EQ(Ask().text, "register 'default': receipt 1 is open, 2.50 to pay\n");
     const auto open = nlohmann::json::parse(Ask({"--json"}).text);
     EXPECT_EQ(open["receipt"],
               nlohmann::json({{"number", 1}, {"open", true}, {"subtotal", "2.50"}}));
-    Configure("OldResultFileFormat=1\n");
+    site_.Configure("OldResultFileFormat=1\n");
     EXPECT_EQ(Ask().text, "register 'default': receipt is open\n");
 }
 
 TEST_F(VoltisctlStatus, TellsWhyTheRegisterIsNotReady) {
-    station_.device.SetKeylock(emulator::Keylock::Off);
+    site_.Register().SetKeylock(emulator::Keylock::Off);
     const Answer answer = Ask();
     EXPECT_EQ(answer.exitCode, 2);
     EXPECT_EQ(
@@ -72,7 +53,7 @@ TEST_F(VoltisctlStatus, IsOneObjectOfJson) {
     EXPECT_TRUE(ready["receipt"]["subtotal"].is_null());
     EXPECT_EQ(ready["exit_code"], 0);
     EXPECT_TRUE(ready["message"].is_null());
-    station_.device.SetKeylock(emulator::Keylock::Off);
+    site_.Register().SetKeylock(emulator::Keylock::Off);
     const auto closed = nlohmann::json::parse(Ask({"--json"}).text);
     EXPECT_TRUE(closed["receipt"]["open"].is_null());
     EXPECT_EQ(closed["error_code"], 104);
@@ -80,14 +61,14 @@ TEST_F(VoltisctlStatus, IsOneObjectOfJson) {
 }
 
 TEST_F(VoltisctlStatus, ReadsBothFormatsOfTheResultFile) {
-    Configure("OldResultFileFormat=1\n");
+    site_.Configure("OldResultFileFormat=1\n");
     EXPECT_EQ(Ask().text, "register 'default': ready, no receipt open, last receipt 0\n");
-    station_.device.SetKeylock(emulator::Keylock::Off);
+    site_.Register().SetKeylock(emulator::Keylock::Off);
     EXPECT_TRUE(Holds(Ask().text, {"register 'default': Incorrect keylock position."}));
 }
 
 TEST_F(VoltisctlStatus, AsksTheRegisterThatIsNamed) {
-    site_.Write("registers/bar.ini", ReadWholeFile(site_.File("voltis.ini")));
+    site_.Folder().Write("registers/bar.ini", ReadWholeFile(site_.File("voltis.ini")));
     EXPECT_EQ(Ask({"--register", "bar"}).text,
               "register 'bar': ready, no receipt open, last receipt 0\n");
     const Answer none = Ask({"--register", "none"});
@@ -97,7 +78,7 @@ TEST_F(VoltisctlStatus, AsksTheRegisterThatIsNamed) {
 
 TEST_F(VoltisctlStatus, WaitsForARegisterInUseNoLongerThanItIsTold) {
     runner::Profile profile;
-    profile.device = station_.server.SlavePath();
+    profile.device = site_.Device();
     const runner::DeviceLock lock(runner::LockFileOf(profile, site_.File("locks")));
     const Answer busy = Ask({"--wait", "0.1"});
     EXPECT_EQ(busy.exitCode, 3);
@@ -105,14 +86,14 @@ TEST_F(VoltisctlStatus, WaitsForARegisterInUseNoLongerThanItIsTold) {
 }
 
 TEST_F(VoltisctlStatus, NamesADeviceThatIsMissing) {
-    site_.Write("voltis.ini", "[VOLTIS]\nDevice=/dev/serial/by-id/none\n");
+    site_.Folder().Write("voltis.ini", "[VOLTIS]\nDevice=/dev/serial/by-id/none\n");
     const Answer answer = Ask();
     EXPECT_EQ(answer.exitCode, 3);
     EXPECT_TRUE(Holds(answer.text, {"the device '/dev/serial/by-id/none' of register 'default'"}));
 }
 
 TEST_F(VoltisctlStatus, IsInTheSitesLogsWhenTheyAreWanted) {
-    Configure("StandardLog=1\n");
+    site_.Configure("StandardLog=1\n");
     Ask();
     EXPECT_TRUE(Holds(ReadWholeFile(site_.File("logs/voltis.log")), {"status.txt"}));
     EXPECT_FALSE(std::filesystem::exists(site_.File("logs/dbgerror.log")));
