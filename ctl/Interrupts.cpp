@@ -28,6 +28,8 @@ Interrupts::Interrupts() {
 }
 
 Interrupts::~Interrupts() {
+    while (Take() != 0) {  // one that is left would end the process now
+    }
     close(fd_);
     const sigset_t both = BothSignals();
     sigprocmask(SIG_UNBLOCK, &both, nullptr);

@@ -91,8 +91,8 @@ job::Watcher WatcherOf(Interrupts& interrupts, ProgressBar& bar) {
 // One call: the register, the journal and the file are known.
 class Call {
   public:
-    explicit Call(const RunOptions& options)
-        : options_(options), profile_(ProfileFor(options.site)) {}
+    Call(const RunOptions& options, Interrupts& interrupts)
+        : options_(options), interrupts_(interrupts), profile_(ProfileFor(options.site)) {}
 
     job::Outcome Run() {
         runner::ResultPublication result(options_.file, profile_.resultFileName);
@@ -145,13 +145,12 @@ class Call {
         site.logs = options_.site.logs;
         job::Jobs jobs(journal, profile_, site,
                        fs::absolute(path).parent_path().string() + "/runs");
-        Interrupts interrupts;
         ProgressBar bar;
         runner::LockWait wait = WaitFor(options_.site);
-        wait.goOn = [&] { return interrupts.Take() == 0; };
+        wait.goOn = [&] { return interrupts_.Take() == 0; };
         return jobs.Do(
             {options_.id, options_.file, content, wait},
-            options_.json ? job::Watcher{interrupts.Fd(), {}} : WatcherOf(interrupts, bar));
+            options_.json ? job::Watcher{interrupts_.Fd(), {}} : WatcherOf(interrupts_, bar));
     }
 
     job::Outcome Refuse(int exitCode, int errorCode, const std::string& reason) const {
@@ -163,6 +162,7 @@ class Call {
     }
 
     const RunOptions& options_;
+    Interrupts& interrupts_;
     const runner::Profile profile_;
 };
 
@@ -178,9 +178,10 @@ job::Outcome NothingSent(const RunOptions& options, const std::string& reason) {
 int Run(const RunOptions& options) {
     if (options.id && !job::IsJobId(*options.id))
         throw UsageError("--job wants 1 to 200 printable characters");
+    Interrupts interrupts;  // until the outcome is told
     job::Outcome outcome;
     try {
-        outcome = Call(options).Run();
+        outcome = Call(options, interrupts).Run();
     } catch (const std::exception& failure) {
         outcome = NothingSent(options, failure.what());
     }

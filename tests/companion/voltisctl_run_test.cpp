@@ -222,6 +222,25 @@ TEST_F(VoltisctlRunResult, ThatCannotBeWrittenLeavesTheVerdictTrue) {
         EXPECT_FALSE(entry.path().filename().string().starts_with(".voltis-result")) << entry;
 }
 
+TEST_F(VoltisctlRunResult, SaysThatTheOutcomeIsUnknown) {
+    site_.Configure(resultFile + "CmdTimeout_Default=100\n");
+    std::atomic<bool> silent = false;
+    site_.Station().line.OnSend([&](emulator::Bytes& reply) {
+        silent = silent || site_.Register().ReceiptInProgress();
+        if (silent) reply.clear();
+    });
+    const int exitCode = site_.Served([&] {
+        Tool tool(Line({Write(oneSale)}));
+        EXPECT_TRUE(Eventually([&] { return silent.load(); }));
+        tool.Signal(SIGINT);
+        return tool.Wait();
+    });
+    EXPECT_EQ(exitCode, 101);
+    EXPECT_EQ(Result(),
+              "[VOLTIS]\nResultCode=101\nMessage=Outcome unknown: at least 0 and at most 2 of 2 "
+              "commands were done, the first that is not certain is in line 1\nErrorCode=160");
+}
+
 // --- texts in UTF-8 ------------------------------------------------------------------------------
 
 TEST_F(VoltisctlRunEncoding, IsMadeTheRegistersOwn) {
