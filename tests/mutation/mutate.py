@@ -154,7 +154,7 @@ class Build:
         # What has caught a mutant of this unit is likely to catch the next; else the cheap ones
         # first.
         order = sorted(self.units.tests[unit], key=lambda e: (
-            -self.catches.get((unit, e), 0), self.units.breadth[e], self.time_of(e)))
+            -self.catches.get((unit, e), 0), self.units.distance(unit, e), self.time_of(e)))
         for number, executable in enumerate(order):
             if not self.make(executable.name):
                 if number > 0:

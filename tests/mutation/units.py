@@ -14,11 +14,19 @@ TREE = re.compile(r"^CMAKE_HOME_DIRECTORY:\w+=(.*)$", re.MULTILINE)
 OUTPUT = re.compile(r" -o (\S+\.o) ")
 MEMBER = re.compile(r"^(\S+\.a)\((\S+\.o)\)", re.MULTILINE)
 OBJECT = re.compile(r"^LOAD (\S+\.o)$", re.MULTILINE)
+INCLUDE = re.compile(r'^#include "(.*)"$', re.MULTILINE)
 
 
 def linked_objects(map_text):
     """What a linker's map names: object files, and (library, member) pairs."""
     return set(OBJECT.findall(map_text)) | set(MEMBER.findall(map_text))
+
+
+def compiled_files(file):
+    """A file that the build compiles, or those that CMake has put together in it."""
+    if file.parent.name != "Unity":
+        return [file]
+    return [pathlib.Path(included) for included in INCLUDE.findall(file.read_text())]
 
 
 class Sources:
@@ -31,17 +39,22 @@ class Sources:
         for entry in json.loads((build / "compile_commands.json").read_text()):
             output = OUTPUT.search(entry["command"])
             if output:  # else a precompiled header
-                source = pathlib.Path(entry["file"]).relative_to(self.tree)
-                self.of_object[output.group(1)] = str(source)
+                self.of_object[output.group(1)] = [
+                    str(file.relative_to(self.tree))
+                    for file in compiled_files(pathlib.Path(entry["file"]))]
+
+    def all(self):
+        return {source for sources in self.of_object.values() for source in sources}
 
     def of(self, linked):
         """The sources of an object, or of a member of a library; none for what is not ours."""
         if isinstance(linked, str):
-            return [self.of_object[linked]] if linked in self.of_object else []
+            return self.of_object.get(linked, [])
         library, member = pathlib.PurePath(linked[0]), linked[1]
         folder = library.parent / "CMakeFiles" / (library.stem.removeprefix("lib") + ".dir")
-        return [source for output, source in self.of_object.items()
-                if output.startswith(f"{folder}/") and pathlib.PurePath(output).name == member]
+        return [source for output, sources in self.of_object.items()
+                if output.startswith(f"{folder}/") and pathlib.PurePath(output).name == member
+                for source in sources]
 
 
 def tests_of(build, label):
@@ -64,19 +77,25 @@ class Units:
         sources = Sources(build)
         self.commands = {e: c for e, c in tests_of(build, "unit").items()
                          if e.with_name(e.name + ".map").exists()}
-        self.tests = {s: [] for s in sorted(set(sources.of_object.values()))
-                      if not s.startswith("tests/")}
+        self.tests = {s: [] for s in sorted(sources.all()) if not s.startswith("tests/")}
         self.breadth = {}
+        self.files = {}  # executable -> the names of the sources in it
         for executable in sorted(self.commands):
             text = executable.with_name(executable.name + ".map").read_text(errors="replace")
             linked = {s for name in linked_objects(text) for s in sources.of(name)}
             units = linked & self.tests.keys()
             self.breadth[executable] = len(units)
+            self.files[executable] = {pathlib.PurePath(s).name for s in linked}
             for unit in units:
                 self.tests[unit].append(executable)
-        # The test that links least besides the unit is the unit's own, as a rule.
-        for executables in self.tests.values():
-            executables.sort(key=lambda e: (self.breadth[e], e.name))
+        for unit, executables in self.tests.items():
+            executables.sort(key=lambda e: (self.distance(unit, e), e.name))
+
+    def distance(self, unit, executable):
+        """How far the unit is from what the executable tests: least for the one with the unit's own
+        test, then for the one that links least besides the unit."""
+        own = f"{pathlib.PurePath(unit).stem}_test.cpp" in self.files[executable]
+        return (not own, self.breadth[executable])
 
     def tested(self):
         return [unit for unit, executables in self.tests.items() if executables]

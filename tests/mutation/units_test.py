@@ -43,6 +43,20 @@ class LinkerMap(unittest.TestCase):
             ("/usr/lib/libgtest_main.a", "gtest_main.cc.o")})
 
 
+class CompiledFiles(unittest.TestCase):
+    def test_of_several_compiled_as_one_are_those_that_it_includes(self):
+        with tempfile.TemporaryDirectory() as folder:
+            together = pathlib.Path(folder, "Unity", "unity_0_cxx.cxx")
+            together.parent.mkdir()
+            together.write_text('/* generated */\n\n#include "/tree/One.cpp"\n#include "/tree/Two.cpp"\n')
+            self.assertEqual(units.compiled_files(together),
+                             [pathlib.Path("/tree/One.cpp"), pathlib.Path("/tree/Two.cpp")])
+
+    def test_of_one_compiled_alone_are_itself(self):
+        alone = pathlib.Path("/tree/One.cpp")
+        self.assertEqual(units.compiled_files(alone), [alone])
+
+
 class UnitsOfThisBuild(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
