@@ -33,10 +33,12 @@ endfunction()
 
 # Every test of an executable runs in a process of its own, so that flags which the driver never
 # clears start fresh. With WHOLE all of them run in one process: for units without state of the
-# process, since the start of a process takes longer than most tests do. With UNITY, so many sources
-# are compiled as one: what they share of the headers takes longer than their own lines.
+# process, since the start of a process takes longer than most tests do. With TOGETHER, the tests that
+# match one of these patterns run in one process, as a test with the name of the program. With UNITY,
+# so many sources are compiled as one: what they share of the headers takes longer than their own
+# lines.
 function(voltis_add_test name)
-    cmake_parse_arguments(arg "WHOLE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS" ${ARGN})
+    cmake_parse_arguments(arg "WHOLE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
     endif()
@@ -55,12 +57,21 @@ function(voltis_add_test name)
     endif()
     if(arg_UNITY)
         set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${arg_UNITY})
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            # to it, only the outermost file is not a header
+            target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
+        endif()
     endif()
     if(arg_WHOLE)
-        add_test(NAME ${name} COMMAND ${name})
+        set(arg_TOGETHER *)
+    endif()
+    list(JOIN arg_TOGETHER ":" together)
+    if(together)
+        add_test(NAME ${name} COMMAND ${name} --gtest_filter=${together})
         set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
-    else()
-        gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    endif()
+    if(NOT arg_WHOLE)
+        gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 TEST_FILTER "-${together}"
             PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
     endif()
 endfunction()

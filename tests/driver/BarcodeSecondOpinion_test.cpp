@@ -12,28 +12,28 @@
 
 namespace {
 
-struct Symbology {
-    const char* type;
+struct Type {
+    const char* name;
     std::string alphabet;
 };
 
 const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 const std::string digits = "0123456789";
 
-const Symbology symbologies[] = {{"", digits + letters + " -.*+"},
-                                 {"EAN", digits},
-                                 {"UPC", digits},
-                                 {"ISBN", digits},
-                                 {"CODE39", digits + letters + "-. $/+%"},
-                                 {"CODE128", digits + letters + " !\t\n~`{\x7F"},
-                                 {"128C", digits},
-                                 {"128B", digits + letters + " !\"%&/()=?~"},
-                                 {"ITF", digits},
-                                 {"128RAW", "0123456789   "},
-                                 {"CODABAR", digits + "-$:/.+ABCDTNE"},
-                                 {"MSI", digits},
-                                 {"PLS", digits + "ABCDEFabcdef"},
-                                 {"CODE93", digits + letters + " \t\n!:;@[`{~\x7F"}};
+const Type types[] = {{"", digits + letters + " -.*+"},
+                      {"EAN", digits},
+                      {"UPC", digits},
+                      {"ISBN", digits},
+                      {"CODE39", digits + letters + "-. $/+%"},
+                      {"CODE128", digits + letters + " !\t\n~`{\x7F"},
+                      {"128C", digits},
+                      {"128B", digits + letters + " !\"%&/()=?~"},
+                      {"ITF", digits},
+                      {"128RAW", "0123456789   "},
+                      {"CODABAR", digits + "-$:/.+ABCDTNE"},
+                      {"MSI", digits},
+                      {"PLS", digits + "ABCDEFabcdef"},
+                      {"CODE93", digits + letters + " \t\n!:;@[`{~\x7F"}};
 
 struct Lines {
     emulator::Bytes raster;
@@ -41,10 +41,10 @@ struct Lines {
 };
 
 /// Nothing to look at when the driver refuses the data.
-std::optional<Lines> Draw(const std::string& data, const Symbology& symbology, int printer) {
+std::optional<Lines> Draw(const std::string& data, const Type& type, int printer) {
     Lines lines;
     const auto failure = FailureOf([&] {
-        BarcodeBitmap bitmap(data, symbology.type);
+        BarcodeBitmap bitmap(data, type.name);
         const BUF raster = bitmap.GetBitmapLine(12 * printer, 20);
         for (unsigned int i = 0; i < raster.GetSize(); ++i) lines.raster.push_back(raster[i]);
         const std::string text = bitmap.GetDataString(printer, 1);
@@ -54,9 +54,9 @@ std::optional<Lines> Draw(const std::string& data, const Symbology& symbology, i
     return lines;
 }
 
-std::string RandomData(std::mt19937& random, const Symbology& symbology) {
+std::string RandomData(std::mt19937& random, const Type& type) {
     std::string data(1 + random() % 14, ' ');
-    for (char& c : data) c = symbology.alphabet[random() % symbology.alphabet.size()];
+    for (char& c : data) c = type.alphabet[random() % type.alphabet.size()];
     if (random() % 4 == 0) data += random() % 2 == 0 ? " 12" : " 12345";  // an add-on for some
     return data;
 }
@@ -65,30 +65,30 @@ std::string RandomData(std::mt19937& random, const Symbology& symbology) {
 
 TEST(BarcodeOnPaper, IsReadByTheRegisterAsTheLineUnderIt) {
     std::mt19937 random(4750);
-    for (const Symbology& symbology : symbologies) {
+    for (const Type& type : types) {
         int drawn = 0;
         for (int i = 0; i < 4000; ++i) {
-            const std::string data = RandomData(random, symbology);
+            const std::string data = RandomData(random, type);
             const int printer = std::array{20, 32, 36}[random() % 3];
-            const auto lines = Draw(data, symbology, printer);
+            const auto lines = Draw(data, type, printer);
             if (!lines) continue;
             ++drawn;
             ASSERT_TRUE(emulator::BarsCarry(lines->raster, lines->text))
-                << symbology.type << " '" << data << "' on " << printer;
+                << type.name << " '" << data << "' on " << printer;
         }
-        EXPECT_GT(drawn, 100) << symbology.type;
+        EXPECT_GT(drawn, 100) << type.name;
     }
 }
 
 TEST(BarcodeOnPaper, IsNotReadByTheRegisterAsMirrorImage) {
     std::mt19937 random(4751);
-    for (const Symbology& symbology : symbologies) {
+    for (const Type& type : types) {
         for (int i = 0; i < 500; ++i) {
-            auto lines = Draw(RandomData(random, symbology), symbology, 36);
+            auto lines = Draw(RandomData(random, type), type, 36);
             if (!lines) continue;
             std::reverse(lines->raster.begin(), lines->raster.end());
             for (auto& byte : lines->raster) byte = BarcodeBitmap::SwapByte(byte);
-            ASSERT_FALSE(emulator::BarsCarry(lines->raster, lines->text)) << symbology.type;
+            ASSERT_FALSE(emulator::BarsCarry(lines->raster, lines->text)) << type.name;
         }
     }
 }

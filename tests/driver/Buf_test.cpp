@@ -2,28 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Bytes.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/Failure.h"
+#include "tests/support/InternalError.h"
 #include "tests/support/TempDir.h"
 
 namespace {
-
-BUF Bytes(std::initializer_list<BYTE> bytes) {
-    BUF buf;
-    for (const BYTE byte : bytes) buf.AddBYTE(byte, 1);
-    return buf;
-}
 
 std::vector<BYTE> Contents(const BUF& buf) {
     std::vector<BYTE> bytes(buf.GetSize());
     for (unsigned int i = 0; i < buf.GetSize(); ++i) bytes[i] = buf[i];
     return bytes;
-}
-
-void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_TRUE(failure->Message.starts_with("Internal error (file: '")) << failure->Message;
 }
 
 /// The hex dump of a buffer.

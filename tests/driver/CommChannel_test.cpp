@@ -8,6 +8,7 @@
 #include "Linux/ComPort.h"
 #include "Linux/UDP.h"
 #include "tests/support/Failure.h"
+#include "tests/support/InternalError.h"
 
 // The serial port is replaced by one that notes what it is asked to do; the Ethernet transport is
 // the real one.
@@ -45,13 +46,6 @@ bool ComPort_WriteBlock(const BYTE* block, DWORD dwBytesToWrite) {
 namespace {
 
 using Asked = std::vector<std::string>;
-
-void ExpectInternalError(const std::unique_ptr<DriverException>& failure) {
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->ErrorCode, 99);
-    EXPECT_TRUE(failure->Message.starts_with("Internal error (file: 'src/CommChannel.cpp' line: "))
-        << failure->Message;
-}
 
 void ExpectNoEthernet(const std::unique_ptr<DriverException>& failure) {
     ASSERT_TRUE(failure);
@@ -102,8 +96,8 @@ TEST(CommChannel, AnUnknownChannelOnlyRefusesToReadAndWrite) {
     CommChannel_Open(static_cast<CommChannelType>(2));
     CommChannel_SetReadTimeout(1000);
     CommChannel_Close();
-    ExpectInternalError(FailureOf([&] { CommChannel_Read(block, 4); }));
-    ExpectInternalError(FailureOf([&] { CommChannel_Write(block, 4); }));
+    ExpectInternalError(FailureOf([&] { CommChannel_Read(block, 4); }), "src/CommChannel.cpp");
+    ExpectInternalError(FailureOf([&] { CommChannel_Write(block, 4); }), "src/CommChannel.cpp");
     EXPECT_EQ(asked, Asked{});
 }
 

@@ -101,8 +101,4 @@ TEST(ReferencePage, ShowsTheDefaultOfEveryKeyThatHasOne) {
     }
 }
 
-TEST(Dispatcher, KnowsTwentyFiveCommands) {
-    EXPECT_EQ(CommandsOfTheDispatcher().size(), 25u);
-}
-
 }  // namespace

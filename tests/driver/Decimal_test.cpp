@@ -5,6 +5,7 @@
 #include <climits>
 
 #include "Globals.h"
+#include "tests/support/Bytes.h"
 #include "tests/support/Failure.h"
 #include "tests/support/InternalError.h"
 
@@ -17,12 +18,6 @@ std::string Text(const Decimal& d) {
 /// The mantissa and the places as held, for example "1250/2".
 std::string Held(const Decimal& d) {
     return std::to_string(static_cast<long long>(d)) + "/" + std::to_string(d.GetDecCount());
-}
-
-BUF Bytes(std::initializer_list<BYTE> bytes) {
-    BUF buf;
-    for (const BYTE byte : bytes) buf.AddBYTE(byte, 1);
-    return buf;
 }
 
 /// The packed form in hex, for example "00 12 34".

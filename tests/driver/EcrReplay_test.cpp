@@ -1,4 +1,5 @@
 // Debug logs from shops, replayed: the driver must still say what it said there.
+#include "tests/support/Bytes.h"
 #include "tests/support/LinkFixture.h"
 #include "tests/support/ScriptedWire.h"
 
@@ -10,15 +11,11 @@ std::string LogOf(const std::string& name) {
     return log;
 }
 
-BUF Payload(std::initializer_list<BYTE> bytes) {
-    return BUF(std::data(bytes), static_cast<unsigned int>(bytes.size()));
-}
-
 /// Department 1, 1.000 times 2.50.
 BUF MilkSale() {
-    BUF payload = Payload({1});
+    BUF payload = Bytes({1});
     payload.AddString("MILK              ");
-    payload.AddBUF(Payload({0x00, 0x10, 0x00, 0x00, 0x00, 0x02, 0x50}));
+    payload.AddBUF(Bytes({0x00, 0x10, 0x00, 0x00, 0x00, 0x02, 0x50}));
     return payload;
 }
 
@@ -29,9 +26,9 @@ TEST(EcrReplay, EndsWithTheErrorOfTheTender) {
     const Configuration configuration("ComNumber=1\n");
     ExpectLoggedConversation(LogOf("journal-paper-end.log"));
     ConnectToEcr();
-    SendCommand(CMD_ENTER_FISCAL_MODE, Payload({1}), false);
+    SendCommand(CMD_ENTER_FISCAL_MODE, Bytes({1}), false);
     SendCommand(CMD_DEPT_SALE, MilkSale(), true);
-    const auto tender = [] { SendCommand(CMD_TENDER, Payload({1, 0, 0, 0x05, 0x00}), true); };
+    const auto tender = [] { SendCommand(CMD_TENDER, Bytes({1, 0, 0, 0x05, 0x00}), true); };
     EXPECT_EQ(CodeAndMessage(FailureOf(tender)), "202 Journal paper end");
     EXPECT_EQ(std::string(ECR_Status().subtotal), "2.50");
     SendCommand(CMD_EXIT_FISCAL_MODE, BUF(), false);

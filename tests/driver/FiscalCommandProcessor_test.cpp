@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "Globals.h"
 #include "ProcessorInternal.h"
 #include "tests/support/ProcessorTest.h"
@@ -410,6 +412,11 @@ TEST_F(ReportInsideAReceipt, IsNoFaultInTheCheckPass) {
 }
 
 // The dispatcher
+
+TEST_F(Dispatcher, KnowsTwentyFiveCommands) {
+    const std::vector<std::string_view> commands = KnownCommands();
+    EXPECT_EQ(std::set<std::string_view>(commands.begin(), commands.end()).size(), 25u);
+}
 
 TEST_F(Dispatcher, RefusesAnUnknownCommand) {
     ExpectRefused("Sales: DEPTNR=1; AMOUNT=1", "Unknown command : SALES (line: 1)");

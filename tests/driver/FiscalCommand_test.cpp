@@ -203,6 +203,7 @@ TEST(FiscalCommand_ExtractParameter, TakesTheParameterOut) {
 TEST(FiscalCommand_ExtractParameter, RefusesASecondExtraction) {
     FiscalCommand command("SALE: DEPTNR=1");
     command.ExtractParameter("DEPTNR");
+    cmdError = false;
     const auto failure = FailureOf([&] { command.ExtractParameter("DEPTNR"); });
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->Message, "DEPTNR is missing");
@@ -212,6 +213,7 @@ TEST(FiscalCommand_ExtractParameter, RefusesASecondExtraction) {
 
 TEST(FiscalCommand_GetParameter, RefusesAnAbsentParameter) {
     FiscalCommand command("SALE: DEPTNR=1");
+    cmdError = false;
     const auto failure = FailureOf([&] { command.GetParameter("PRICE"); });
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->Message, "PRICE is missing");

@@ -8,10 +8,6 @@
 
 namespace {
 
-std::string Comment(const std::string& text, std::size_t length = 35) {
-    return "b2 fiscal : " + Hex(text, length);
-}
-
 const char total[] = "bb fiscal :";
 
 using AmountAdjustment = ProcessorTest;

@@ -15,9 +15,6 @@ std::string Sold(const std::string& department, const std::string& name, std::si
 std::string Sold(const std::string& quantity, const std::string& price) {
     return Sold("01", "", 18, quantity, price);
 }
-std::string Comment(const std::string& text, std::size_t length = 35) {
-    return "b2 fiscal : " + Hex(text, length);
-}
 std::string Name(std::size_t length) {
     return std::string(length, 'n');
 }

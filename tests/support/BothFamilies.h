@@ -24,8 +24,8 @@ inline std::string FamilyName(const testing::TestParamInfo<ProtocolFormatting>& 
     return info.param == ProtocolFormatting_Margay ? "Margay" : "Ocelot";
 }
 
-#define IN_BOTH_FAMILIES(suite)             \
-    class suite : public InBothFamilies {}; \
-    INSTANTIATE_TEST_SUITE_P(               \
-        BothFamilies, suite,                \
+#define IN_BOTH_FAMILIES(suite)   \
+    using suite = InBothFamilies; \
+    INSTANTIATE_TEST_SUITE_P(     \
+        BothFamilies, suite,      \
         testing::Values(ProtocolFormatting_Ocelot, ProtocolFormatting_Margay), FamilyName)

@@ -14,6 +14,10 @@ std::string Hex(const std::string& text, std::size_t width) {
     return hex;
 }
 
+std::string Comment(const std::string& text, std::size_t length) {
+    return "b2 fiscal : " + Hex(text, length);
+}
+
 ProcessorTest::ProcessorTest() {
     Ecr() = FakeEcr();
     OnSleep([](unsigned int value) { Ecr().Note("sleep " + std::to_string(value)); });

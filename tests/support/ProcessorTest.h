@@ -16,6 +16,8 @@ using Told = std::vector<std::string>;
 
 /// The bytes of a text as a payload shows them, padded with blanks to width.
 std::string Hex(const std::string& text, std::size_t width = 0);
+/// The command that prints this comment.
+std::string Comment(const std::string& text, std::size_t length = 35);
 
 /// Every test starts with a fresh register, an empty configuration and no flag set. Command files
 /// are given as their text, lines separated by "\n".

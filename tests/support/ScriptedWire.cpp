@@ -14,25 +14,23 @@
 
 namespace {
 
-using Bytes = std::vector<BYTE>;
-
 enum class Kind { Write, Read, TimeOut, Pause, Open, Close };
 enum class Outcome { Good, Lost, Raises };
 
 /// One line of the conversation.
-struct Event {
+struct Step {
     Kind kind;
     std::string text;  // as the script writes it
     Outcome outcome = Outcome::Good;
-    Bytes bytes;            // of a write (empty: any) and of a read
-    std::string parameter;  // of a time-out, a pause and an open
-    int code = 0;           // of a raised failure
+    std::vector<BYTE> bytes;  // of a write (empty: any) and of a read
+    std::string parameter;    // of a time-out, a pause and an open
+    int code = 0;             // of a raised failure
     std::string message;
 };
 
 // The conversation of the running test.
-std::vector<Event> script;
-std::size_t done = 0;  // the number of events of the script that have happened
+std::vector<Step> script;
+std::size_t done = 0;  // the number of steps of the script that have happened
 bool framesOnly = false;
 
 /// Ends the test: the driver cannot go on with a register that has lost the thread.
@@ -66,46 +64,46 @@ void ExpectNothingLeft() {
     done = script.size();
 }
 
-/// The next event of the script, which must be of this kind.
-const Event& Next(Kind kind, const std::string& actual) {
+/// The next step of the script, which must be of this kind.
+const Step& Next(Kind kind, const std::string& actual) {
     if (done == script.size() || script[done].kind != kind) Break(actual);
     return script[done];
 }
 
-/// The outcome that the script has for the event just matched.
-bool End(const Event& event) {
+/// The outcome that the script has for the step just matched.
+bool End(const Step& step) {
     ++done;
-    if (event.outcome == Outcome::Raises) Fail(event.code, event.message);
-    return event.outcome == Outcome::Good;
+    if (step.outcome == Outcome::Raises) Fail(step.code, step.message);
+    return step.outcome == Outcome::Good;
 }
 
 void MatchParameter(Kind kind, const std::string& parameter, const std::string& actual) {
     if (framesOnly) return;
-    const Event& event = Next(kind, actual);
-    if (event.parameter != parameter) Break(actual);
-    End(event);
+    const Step& step = Next(kind, actual);
+    if (step.parameter != parameter) Break(actual);
+    End(step);
 }
 
 /// Cuts an outcome off the end of a line.
-void TakeOutcome(std::string& line, Event& event) {
+void TakeOutcome(std::string& line, Step& step) {
     static const Regex raises("^(.*)\\braises (\\d+) (.*)$");
     static const Regex lost("^(.*)\\b(lost|fails)$");
     auto found = raises.Match(line);
     if (found) {
-        event.outcome = Outcome::Raises;
-        event.code = std::stoi(found->at(2));
-        event.message = found->at(3);
+        step.outcome = Outcome::Raises;
+        step.code = std::stoi(found->at(2));
+        step.message = found->at(3);
     } else if ((found = lost.Match(line))) {
-        event.outcome = Outcome::Lost;
+        step.outcome = Outcome::Lost;
     } else {
         return;
     }
     line = TrimRight(found->at(1), " ");
 }
 
-Bytes ParseHex(const std::string& text, const std::string& line) {
+std::vector<BYTE> ParseHex(const std::string& text, const std::string& line) {
     static const Regex byte("[0-9a-f]{2}");
-    Bytes bytes;
+    std::vector<BYTE> bytes;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         if (!byte.Match(word)) throw std::invalid_argument("No byte in: " + line);
@@ -115,44 +113,43 @@ Bytes ParseHex(const std::string& text, const std::string& line) {
 }
 
 /// A line with an arrow, in its short form or as the debug log has it.
-void AddFrame(const std::string& line, std::vector<Event>& events) {
+void AddFrame(const std::string& line, std::vector<Step>& steps) {
     static const Regex form("^PC(->|<-)ECR( +(\\d+) bytes( in +[0-9.]+ ms)? *)?:(.*)$");
     const auto found = form.Match(line);
     if (!found) throw std::invalid_argument("What is: " + line);
     std::string rest = Trim(found->at(5), " ");
     if (rest.starts_with("(ignored)")) return;
-    Event event{
-        found->at(1) == "->" ? Kind::Write : Kind::Read, line, Outcome::Good, {}, {}, 0, {}};
-    TakeOutcome(rest, event);
-    event.bytes = ParseHex(rest, line);
-    if (!found->at(3).empty() && event.bytes.size() != std::stoul(found->at(3))) {
+    Step step{found->at(1) == "->" ? Kind::Write : Kind::Read, line, Outcome::Good, {}, {}, 0, {}};
+    TakeOutcome(rest, step);
+    step.bytes = ParseHex(rest, line);
+    if (!found->at(3).empty() && step.bytes.size() != std::stoul(found->at(3))) {
         throw std::invalid_argument("Not so many bytes: " + line);
     }
-    if (event.bytes.empty() && event.outcome == Outcome::Good) {
+    if (step.bytes.empty() && step.outcome == Outcome::Good) {
         throw std::invalid_argument("No bytes: " + line);
     }
-    events.push_back(event);
+    steps.push_back(step);
 }
 
 /// A line that is no frame.
-void AddOther(const std::string& line, std::vector<Event>& events) {
+void AddOther(const std::string& line, std::vector<Step>& steps) {
     static const Regex form("^(time-out|pause|open|close)( (-?\\d+|serial|ethernet))?$");
-    Event event{Kind::Close, line, Outcome::Good, {}, {}, 0, {}};
+    Step step{Kind::Close, line, Outcome::Good, {}, {}, 0, {}};
     std::string rest = line;
-    TakeOutcome(rest, event);
+    TakeOutcome(rest, step);
     const auto found = form.Match(rest);
     if (!found) throw std::invalid_argument("What is: " + line);
-    if (found->at(1) == "time-out") event.kind = Kind::TimeOut;
-    if (found->at(1) == "pause") event.kind = Kind::Pause;
-    if (found->at(1) == "open") event.kind = Kind::Open;
-    event.parameter = found->at(3);
-    events.push_back(event);
+    if (found->at(1) == "time-out") step.kind = Kind::TimeOut;
+    if (found->at(1) == "pause") step.kind = Kind::Pause;
+    if (found->at(1) == "open") step.kind = Kind::Open;
+    step.parameter = found->at(3);
+    steps.push_back(step);
 }
 
 void Start(const std::string& text, bool onlyFrames) {
     ExpectNothingLeft();
     static const Regex timeStamp("^\\d\\d\\.\\d\\d\\.\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3}  ");
-    std::vector<Event> events;
+    std::vector<Step> steps;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         line = Trim(line, " \t\r\n");
@@ -160,12 +157,12 @@ void Start(const std::string& text, bool onlyFrames) {
         const std::string bare = stamp ? line.substr(stamp->at(0).size()) : line;
         const bool ignored = onlyFrames || bare.empty() || bare[0] == '#' || bare != line;
         if (bare.starts_with("PC->ECR") || bare.starts_with("PC<-ECR")) {
-            AddFrame(bare, events);
+            AddFrame(bare, steps);
         } else if (!ignored) {
-            AddOther(line, events);
+            AddOther(line, steps);
         }
     }
-    script = events;
+    script = steps;
     done = 0;
     framesOnly = onlyFrames;
 }
@@ -197,11 +194,11 @@ void ExpectLoggedConversation(const std::string& log) {
 void ScriptedPause(std::uint32_t nanoseconds) {
     if (framesOnly) return;
     const std::string actual = "a pause of " + std::to_string(nanoseconds) + " ns";
-    const Event& event = Next(Kind::Pause, actual);
+    const Step& step = Next(Kind::Pause, actual);
     const std::uint32_t expected =
-        static_cast<std::uint32_t>(std::stol(event.parameter)) * 10'000'000u;
+        static_cast<std::uint32_t>(std::stol(step.parameter)) * 10'000'000u;
     if (nanoseconds != expected) Break(actual);
-    End(event);
+    End(step);
 }
 
 void CommChannel_Open(CommChannelType channelType) {
@@ -220,15 +217,15 @@ void CommChannel_SetReadTimeout(int timeoutInMs) {
 
 bool CommChannel_Read(BYTE* block, WORD len) {
     const std::string actual = "a read of " + std::to_string(len) + " bytes";
-    const Event& event = Next(Kind::Read, actual);
-    if (event.bytes.size() > len) Break(actual);
-    std::copy(event.bytes.begin(), event.bytes.end(), block);
-    return End(event) && event.bytes.size() == len;
+    const Step& step = Next(Kind::Read, actual);
+    if (step.bytes.size() > len) Break(actual);
+    std::copy(step.bytes.begin(), step.bytes.end(), block);
+    return End(step) && step.bytes.size() == len;
 }
 
 bool CommChannel_Write(const BYTE* block, WORD len) {
     const std::string actual = "PC->ECR:" + Hex(block, len);
-    const Event& event = Next(Kind::Write, actual);
-    if (!event.bytes.empty() && event.bytes != Bytes(block, block + len)) Break(actual);
-    return End(event);
+    const Step& step = Next(Kind::Write, actual);
+    if (!step.bytes.empty() && step.bytes != std::vector<BYTE>(block, block + len)) Break(actual);
+    return End(step);
 }

@@ -1,0 +1,10 @@
+// Buffers that a test writes down byte for byte.
+#pragma once
+
+#include <initializer_list>
+
+#include "Buf.h"
+
+inline BUF Bytes(std::initializer_list<BYTE> bytes) {
+    return BUF(bytes.begin(), static_cast<unsigned int>(bytes.size()));
+}
