@@ -155,7 +155,8 @@ TEST_F(DeviceLockFile, IsOpenAboveTheDescriptorsOfAChild) {
 TEST_F(DeviceLockFile, TellsWhoHasIt) {
     const Child holder([&] { return HoldForEver(file_); });
     ASSERT_TRUE(Appears(file_, PidLine(holder.Pid())));
-    const std::string process = "process " + std::to_string(holder.Pid()) + " (DeviceLock_test)";
+    const std::string process =
+        "process " + std::to_string(holder.Pid()) + " (" + program_invocation_short_name + ")";
     EXPECT_EQ(WhyBusy(file_),
               "the register is in use by " + process + " (lock file '" + file_ + "')");
     EXPECT_THAT(WhyBusy(file_, UpTo(milliseconds(250))),

@@ -12,7 +12,6 @@ using namespace emulator;
 
 namespace {
 
-const Bytes sale = FromHex("01") + Bytes(18, ' ') + FromHex("00 10 00 00 00 02 50");  // 2.50
 const Bytes otherSale = FromHex("01") + Bytes(18, ' ') + FromHex("00 10 00 00 00 02 60");
 
 /// One register with one habit, or none, in fiscal mode.
@@ -70,46 +69,46 @@ TEST(HabitSet, HasWhatWasAdded) {
 
 TEST_P(HabitOf, NumberOnlyTakesAnotherCommandUnderTheSameNumberForARepetition) {
     Shop shop(GetParam(), {Habit::NumberOnly});
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_TRUE(shop.peer.Send(DeptSale, 2, otherSale));
-    EXPECT_TRUE(shop.peer.Send(DeptReturn, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptReturn, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 250);
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 3, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 3, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 500);
 }
 
 TEST_P(HabitOf, NumberOnlyForgetsTheNumberAtTheEndOfFile) {
     Shop shop(GetParam(), {Habit::NumberOnly});
-    EXPECT_TRUE(shop.peer.Do(DeptSale, sale));
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 1, sale));
+    EXPECT_TRUE(shop.peer.Do(DeptSale, saleOf250));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 1, saleOf250));
     shop.peer.Close();
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 1, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 1, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 750);
 }
 
 TEST_P(HabitOf, ForgetsAtStatusActsAgainAfterAStatusRead) {
     Shop shop(GetParam(), {Habit::ForgetsAtStatus});
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 250);
     shop.peer.ReadStatus();
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 500);
 }
 
 TEST_P(HabitOf, ForgetsAtStatusRemembersUntilTheStatusReadHasItsEndOfFile) {
     Shop shop(GetParam(), {Habit::ForgetsAtStatus});
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     shop.peer.Say(shop.peer.RequestFrame(ReadFiscalStatus));
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 250);
 }
 
 TEST_P(HabitOf, ForgetsAtRequestActsAgainAtTheRepeatedCommand) {
     Shop shop(GetParam(), {Habit::ForgetsAtRequest});
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_TRUE(shop.device.Open().has_value());
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 500);
 }
 
@@ -125,8 +124,8 @@ TEST_P(HabitOf, AnswersStrayEofAcknowledgesOneThatIsNotDue) {
 TEST_P(HabitOf, SilentWhenUnreadableAsksForNoFrameAgain) {
     Shop shop(GetParam(), {Habit::SilentWhenUnreadable});
     shop.peer.Say(shop.peer.RequestFrame(DeptSale));
-    EXPECT_TRUE(shop.peer.Say(Spoilt(shop.peer.DataFrame(2, sale))).empty());
-    EXPECT_EQ(shop.peer.Say(shop.peer.DataFrame(2, sale)), shop.peer.Ack());
+    EXPECT_TRUE(shop.peer.Say(Spoilt(shop.peer.DataFrame(2, saleOf250))).empty());
+    EXPECT_EQ(shop.peer.Say(shop.peer.DataFrame(2, saleOf250)), shop.peer.Ack());
     EXPECT_TRUE(shop.peer.Say(Spoilt(shop.peer.EofFrame())).empty());
     EXPECT_EQ(shop.peer.Say(shop.peer.EofFrame()), shop.peer.Ack());
     EXPECT_EQ(shop.device.Subtotal(), 250);
@@ -140,14 +139,14 @@ TEST_P(HabitOf, SilentWhenUnreadableStillRefusesByNak) {
 
 TEST_P(HabitOf, ForgetsWithoutPowerActsAgainAfterAPowerFailure) {
     Shop shop(GetParam(), {Habit::ForgetsWithoutPower});
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     shop.peer.ReadStatus();
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 250);
     shop.device.PowerOff();
     shop.device.PowerOn();
     EXPECT_TRUE(shop.device.InFiscalMode());
-    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(shop.peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(shop.device.Subtotal(), 500);
 }
 
@@ -157,10 +156,10 @@ TEST_P(HabitOf, AnotherLineGoesOnWhereThisOneIs) {
     Register twin = shop.device;
     Line line(shop.line, twin);
     EXPECT_EQ(line.Exchange(), shop.line.Exchange());
-    EXPECT_EQ(line.Feed(shop.peer.DataFrame(2, sale)), shop.peer.Ack());
+    EXPECT_EQ(line.Feed(shop.peer.DataFrame(2, saleOf250)), shop.peer.Ack());
     EXPECT_NE(line.Exchange(), shop.line.Exchange());
     EXPECT_EQ(twin.Subtotal(), 250);
     EXPECT_EQ(shop.device.Subtotal(), 0);
-    EXPECT_EQ(shop.peer.Say(shop.peer.DataFrame(2, sale)), shop.peer.Ack());
+    EXPECT_EQ(shop.peer.Say(shop.peer.DataFrame(2, saleOf250)), shop.peer.Ack());
     EXPECT_EQ(line.Exchange(), shop.line.Exchange());
 }

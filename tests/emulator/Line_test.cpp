@@ -14,7 +14,6 @@ RegisterConfig ConfigFor(const char* model, std::uint8_t version = 2) {
     return config;
 }
 
-const Bytes sale = FromHex("01") + Bytes(18, ' ') + FromHex("00 10 00 00 00 02 50");  // 2.50
 const Bytes comment = Ascii("GOOD DAY") + Bytes(27, ' ');
 
 // One register on one line, spoken to in either family.
@@ -76,7 +75,7 @@ TEST_P(EachFamily, TakesAFrameThatArrivesByteByByte) {
         return reply;
     };
     EXPECT_EQ(trickle(peer.RequestFrame(DeptSale)), peer.Ack());
-    EXPECT_EQ(trickle(peer.DataFrame(2, sale)), peer.Ack());
+    EXPECT_EQ(trickle(peer.DataFrame(2, saleOf250)), peer.Ack());
     EXPECT_EQ(trickle(peer.EofFrame()), peer.Ack());
     EXPECT_EQ(device.Subtotal(), 250);
 }
@@ -98,9 +97,9 @@ TEST_P(EachFamily, NamesTheLastDataFrameInTheStatusWhenItWasAccepted) {
 // --- the same frame again ------------------------------------------------------------------------
 
 TEST_P(EachFamily, AcknowledgesARepeatedDataFrameWithoutActingAgain) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     peer.Close();
     EXPECT_EQ(device.Subtotal(), 250);
     EXPECT_EQ(device.Journal().size(), 2U);  // entering fiscal mode and one sale
@@ -108,55 +107,55 @@ TEST_P(EachFamily, AcknowledgesARepeatedDataFrameWithoutActingAgain) {
 }
 
 TEST_P(EachFamily, AStatusReadInBetweenDoesNotEndTheCommand) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     const Bytes status = peer.ReadStatus();
     EXPECT_EQ(status[0], 2);
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(device.Subtotal(), 250);
 }
 
 TEST_P(EachFamily, AnAnsweredStatusReadLeavesTheEndOfFileOfTheCommandToCome) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     peer.ReadStatus();
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     peer.Close();
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(device.Subtotal(), 500);
 }
 
 TEST_P(EachFamily, TheSameFrameAfterItsEndOfFileIsANewCommand) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     peer.Close();
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     peer.Close();
     EXPECT_EQ(device.Subtotal(), 500);
 }
 
 TEST_P(EachFamily, AnotherPayloadUnderTheSameNumberIsANewCommand) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    Bytes other = sale;
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
+    Bytes other = saleOf250;
     other.back() = 0x60;
     EXPECT_TRUE(peer.Send(DeptSale, 2, other));
     EXPECT_EQ(device.Subtotal(), 510);
 }
 
 TEST_P(EachFamily, AnotherCommandUnderTheSameNumberIsANewCommand) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    EXPECT_TRUE(peer.Send(DeptReturn, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
+    EXPECT_TRUE(peer.Send(DeptReturn, 2, saleOf250));
     EXPECT_EQ(device.Subtotal(), 0);
     EXPECT_EQ(device.Journal().size(), 3U);
 }
 
 TEST_P(EachFamily, AnotherNumberIsANewCommand) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
-    EXPECT_TRUE(peer.Send(DeptSale, 3, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
+    EXPECT_TRUE(peer.Send(DeptSale, 3, saleOf250));
     EXPECT_EQ(device.Subtotal(), 500);
 }
 
 TEST_P(EachFamily, TheSameFrameAfterARefusedCommandIsANewCommand) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_FALSE(peer.Send(ReceivedOnAccount, 3, FromHex("01 00 00 01 00")));
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(device.Subtotal(), 500);
 }
 
@@ -252,19 +251,19 @@ TEST_P(EachFamily, IdleWithoutBytesSaysNothing) {
 
 TEST_P(EachFamily, AnswersADataFrameWithAWrongCheckByteByNakOnceTheLineIsQuiet) {
     peer.Say(peer.RequestFrame(DeptSale));
-    for (std::size_t i = 0; i < peer.DataFrame(2, sale).size(); ++i) {
-        Bytes bad = peer.DataFrame(2, sale);
+    for (std::size_t i = 0; i < peer.DataFrame(2, saleOf250).size(); ++i) {
+        Bytes bad = peer.DataFrame(2, saleOf250);
         bad[i] ^= 0x01;
         EXPECT_TRUE(line.Feed(bad).empty()) << i;
         EXPECT_EQ(line.Idle(), peer.Nak()) << i;
     }
     EXPECT_EQ(device.Journal().size(), 1U);
     EXPECT_EQ(device.LastSequence(), 1);
-    EXPECT_EQ(peer.Say(peer.DataFrame(2, sale)), peer.Ack());
+    EXPECT_EQ(peer.Say(peer.DataFrame(2, saleOf250)), peer.Ack());
 }
 
 TEST_P(EachFamily, AnswersATruncatedDataFrameByNak) {
-    const Bytes good = peer.DataFrame(2, sale);
+    const Bytes good = peer.DataFrame(2, saleOf250);
     for (std::size_t size = 1; size < good.size(); ++size) {
         peer.Say(peer.RequestFrame(DeptSale));
         EXPECT_EQ(peer.Say(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))),
@@ -282,19 +281,19 @@ TEST_P(EachFamily, AnswersADataFrameOfAnotherSizeByNak) {
 }
 
 TEST_P(EachFamily, AnswersAnUnreadableEndOfFileByNakAndKeepsTheCommandOpen) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     Bytes bad = peer.EofFrame();
     bad.back() ^= 0x04;
     EXPECT_EQ(peer.Say(bad), peer.Nak());
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(device.Subtotal(), 250);
 }
 
 TEST_P(EachFamily, TakesAGoodEndOfFileAfterAnUnreadableOne) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(peer.Say(FromHex("77")), peer.Nak());
     peer.Close();
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     EXPECT_EQ(device.Subtotal(), 500);
 }
 
@@ -390,7 +389,7 @@ TEST_P(EachFamily, IsDeafAndSilentWhileSwitchedOff) {
 }
 
 TEST_P(EachFamily, ForgetsTheLineButNotTheReceiptWhenPowerFails) {
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));
+    EXPECT_TRUE(peer.Send(DeptSale, 2, saleOf250));
     peer.Say(peer.RequestFrame(PrintComment));
     line.Feed(FromHex("77"));
     device.PowerOff();
@@ -398,7 +397,8 @@ TEST_P(EachFamily, ForgetsTheLineButNotTheReceiptWhenPowerFails) {
     EXPECT_TRUE(peer.Say(peer.DataFrame(3, comment)).empty());  // no request came before it
     EXPECT_TRUE(device.ReceiptInProgress());
     EXPECT_TRUE(device.InFiscalMode());
-    EXPECT_TRUE(peer.Send(DeptSale, 2, sale));  // still the command without its end-of-file frame
+    EXPECT_TRUE(
+        peer.Send(DeptSale, 2, saleOf250));  // still the command without its end-of-file frame
     EXPECT_EQ(device.Subtotal(), 250);
 }
 

@@ -38,6 +38,10 @@ inline emulator::Bytes operator+(emulator::Bytes left, const emulator::Bytes& ri
     return left;
 }
 
+/// The payload of a sale in department 1, of 2.50.
+inline const emulator::Bytes saleOf250 =
+    FromHex("01") + emulator::Bytes(18, ' ') + FromHex("00 10 00 00 00 02 50");
+
 /// Frames as a driver builds them, computed here on their own.
 class Peer {
   public:

@@ -60,7 +60,7 @@ using StrictText = Strict;
 using StrictBarcode = Strict;
 using StrictComplaint = Strict;
 
-const std::string ean8 = "1113112111414111213111111231321113121132111";  // 96385074
+const std::string goodEan8 = "1113112111414111213111111231321113121132111";  // 96385074
 
 }  // namespace
 
@@ -193,21 +193,22 @@ TEST_F(StrictText, OfACommentMayBeginWithABlank) {
 
 TEST_F(StrictBarcode, IsOneHundredDotsHigh) {
     Enter();
-    EXPECT_EQ(Print(Drawn(ean8, 30), 99, "96385074"), Complaints{"a barcode is 99 dots high"});
-    EXPECT_EQ(Print(Drawn(ean8, 30), 101, "96385074"), Complaints{"a barcode is 101 dots high"});
-    EXPECT_EQ(Print(Drawn(ean8, 30), 100, "96385074"), Complaints());
+    EXPECT_EQ(Print(Drawn(goodEan8, 30), 99, "96385074"), Complaints{"a barcode is 99 dots high"});
+    EXPECT_EQ(Print(Drawn(goodEan8, 30), 101, "96385074"),
+              Complaints{"a barcode is 101 dots high"});
+    EXPECT_EQ(Print(Drawn(goodEan8, 30), 100, "96385074"), Complaints());
 }
 
 TEST_F(StrictBarcode, SaysWhatTheLineUnderItSays) {
     Enter();
-    EXPECT_EQ(Print(Drawn(ean8, 30), 100, " 9 6 3 8 5 0 7"), Complaints());
-    EXPECT_EQ(Print(Drawn(ean8, 30), 100, " 9 6 3 8 5 0 8"),
+    EXPECT_EQ(Print(Drawn(goodEan8, 30), 100, " 9 6 3 8 5 0 7"), Complaints());
+    EXPECT_EQ(Print(Drawn(goodEan8, 30), 100, " 9 6 3 8 5 0 8"),
               Complaints{"the bars do not say ' 9 6 3 8 5 0 8      '"});
 }
 
 TEST_F(StrictBarcode, IsNoMirrorImage) {
     Enter();
-    EXPECT_EQ(Print(Mirrored(Drawn(ean8, 30)), 100, "96385074").size(), 1U);
+    EXPECT_EQ(Print(Mirrored(Drawn(goodEan8, 30)), 100, "96385074").size(), 1U);
     EXPECT_EQ(device.Paper().Pending().size(), 0U);
 }
 
@@ -231,7 +232,7 @@ TEST(LenientRegister, TakesAllThatAStrictOneRefuses) {
     const Bytes sale = Bytes{1} + Ascii("        Apple tart") + FromHex("00 10 00 00 00 01 00");
     EXPECT_TRUE(device.Execute(DeptSale, 3, sale));
     EXPECT_TRUE(device.Execute(PrintComment, 3, Bytes(19, 0)));
-    const Bytes code = Mirrored(Drawn(ean8, 30)) + Bytes{99, 0} + Bytes(20, 'x');
+    const Bytes code = Mirrored(Drawn(goodEan8, 30)) + Bytes{99, 0} + Bytes(20, 'x');
     EXPECT_TRUE(device.Execute(Barcode, 3, code));
     EXPECT_EQ(device.Complaints(), Complaints());
 }

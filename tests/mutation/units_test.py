@@ -91,7 +91,7 @@ class UnitsOfThisBuild(unittest.TestCase):
     def test_only_unit_tests_count(self):
         names = {name for unit in self.units.tests for name in self.names(unit)}
         self.assertNotIn("voltis_binary_test", names)
-        self.assertNotIn("AcrossRuns_test", names)
+        self.assertNotIn("faults_test", names)
 
     def test_every_unit_of_the_driver_has_a_test(self):
         self.assertEqual([u for u in self.units.tests if u.startswith(("src/", "ini/", "emulator/"))

@@ -20,8 +20,8 @@ struct Frames {
     int Data(int size) const { return check + size * bytesOnLine; }
 };
 
-const Frames ocelot = {"ocelot", 5, 4, 4, 2, 1, 18};
-const Frames margay = {"margay", 5, 1, 3, 3, 2, 20};
+const Frames ocelotFrames = {"ocelot", 5, 4, 4, 2, 1, 18};
+const Frames margayFrames = {"margay", 5, 1, 3, 3, 2, 20};
 
 constexpr int sequenceNumber = 2;
 constexpr int statusBlock = 15;
@@ -60,7 +60,7 @@ Traffic Fewest(const Frames& frames, int sales) {
 class WireMinimum : public testing::TestWithParam<WireFamily> {
   protected:
     void ExpectFewestBytes(int sales) {
-        const Frames& frames = GetParam() == WireFamily::Margay ? margay : ocelot;
+        const Frames& frames = GetParam() == WireFamily::Margay ? margayFrames : ocelotFrames;
         Shop shop(frames.model);
         std::string commands;
         for (int i = 0; i < sales; ++i) commands += "SALE: DEPTNR=1; PRICE=1.00; QNTY=2\n";
