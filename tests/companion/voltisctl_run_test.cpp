@@ -12,7 +12,6 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "ECR.h"
 #include "companion/runner/DeviceLock.h"

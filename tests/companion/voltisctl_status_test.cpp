@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <string>
 
 #include "companion/runner/DeviceLock.h"
 #include "tests/companion/Site.h"
