@@ -1,9 +1,11 @@
 #include "companion/runner/DeviceLock.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,11 +15,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <optional>
+#include <sstream>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "companion/runner/Files.h"
 
@@ -135,6 +140,86 @@ void WritePid(int fd) {
     fchmod(fd, ourMode);
 }
 
+// --- what a killed run has left ------------------------------------------------------------------
+
+std::string ProcessFolder(pid_t pid) {
+    return "/proc/" + std::to_string(pid);
+}
+
+// The name of the process, and what follows it in its status: the state, and the parent.
+struct ProcessStatus {
+    std::string name;
+    char state = 'X';
+    pid_t parent = 0;
+};
+
+ProcessStatus StatusOf(pid_t pid) {
+    std::string text;
+    std::getline(std::ifstream(ProcessFolder(pid) + "/stat"), text);  // it may just have ended
+    const std::size_t begin = text.find('(');
+    const std::size_t end = text.rfind(')');
+    if (end == std::string::npos) return {};
+    ProcessStatus status;
+    status.name = text.substr(begin + 1, end - begin - 1);
+    std::istringstream(text.substr(end + 1)) >> status.state >> status.parent;
+    return status;
+}
+
+bool IsDead(pid_t pid) {
+    const char state = StatusOf(pid).state;
+    return state == 'X' || state == 'Z';
+}
+
+// Entries that come and go meanwhile do no harm.
+std::vector<fs::path> EntriesOf(const std::string& folder) {
+    std::vector<fs::path> entries;
+    std::error_code failed;
+    for (fs::directory_iterator at(folder, failed), end; !failed && at != end; at.increment(failed))
+        entries.push_back(at->path());
+    return entries;
+}
+
+// False for a process of another user, whose files are not to be seen.
+bool HasOpen(pid_t pid, const struct stat& file) {
+    return std::ranges::any_of(EntriesOf(ProcessFolder(pid) + "/fd"), [&](const fs::path& entry) {
+        struct stat open = {};
+        const bool there = stat(entry.c_str(), &open) == 0;
+        return there && open.st_dev == file.st_dev && open.st_ino == file.st_ino;
+    });
+}
+
+void EndAndWait(pid_t pid) {
+    constexpr int longestMs = 1000;
+    const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (fd == -1) return;
+    syscall(SYS_pidfd_send_signal, fd, SIGKILL, nullptr, 0);
+    pollfd end = {fd, POLLIN, 0};
+    poll(&end, 1, longestMs);
+    close(fd);
+}
+
+// Half of a sandbox that was being made when the run was killed waits for the other half for ever,
+// and has the lock. It has not become the driver, and nobody waits for it.
+bool IsForsaken(pid_t pid, const struct stat& file) {
+    const ProcessStatus status = StatusOf(pid);
+    return status.name == "bwrap" && HasOpen(pid, file) && !HasOpen(status.parent, file);
+}
+
+// Frees the lock of a run that was killed. True when it is worth another try.
+bool EndForsaken(int fd) {
+    const std::optional<pid_t> owner = PidIn(fd);
+    struct stat file = {};
+    if (!owner || !IsDead(*owner) || fstat(fd, &file) != 0) return false;
+    bool ended = false;
+    for (const fs::path& entry : EntriesOf("/proc")) {
+        const std::optional<pid_t> pid = PidIn(entry.filename().string());
+        if (!pid || !IsForsaken(*pid, file)) continue;
+        EndAndWait(*pid);
+        ended = true;
+    }
+    return ended;
+}
+
 // --- the message -----------------------------------------------------------------------------
 
 std::string CommandOf(pid_t pid) {
@@ -201,7 +286,8 @@ bool DeviceLock::Take() {
         fd_ = OpenExisting(file_);
         if (fd_ == -1) fd_ = Create(file_);
     } while (fd_ == -1);
-    const bool locked = flock(fd_, LOCK_EX | LOCK_NB) == 0;
+    const auto lock = [this] { return flock(fd_, LOCK_EX | LOCK_NB) == 0; };
+    const bool locked = lock() || (IsOurs(fd_) && EndForsaken(fd_) && lock());
     if (locked && !IsAt(fd_, file_)) return Take();
     if (locked && !BelongsToAnother(fd_)) {
         WritePid(fd_);

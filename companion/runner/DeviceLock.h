@@ -34,9 +34,10 @@ struct LockWait {
 /// A lock file as the serial ports have it, the process ID in ten characters and a line feed, and a
 /// flock on it. The flock is what counts between callers of this: the file of a holder that was
 /// killed is taken over. It does not end before the last process that has inherited Fd(), so that
-/// a driver that survives its caller keeps the register. Files of other programs, which know no
-/// flock, are respected as long as their process lives; ours have the sticky bit, to tell them
-/// apart.
+/// a driver that survives its caller keeps the register. What is left of a sandbox that was being
+/// made when the caller was killed is no driver yet, and is ended. Files of other programs, which
+/// know no flock, are respected as long as their process lives; ours have the sticky bit, to tell
+/// them apart.
 class DeviceLock {
   public:
     /// DeviceBusy: somebody else has it and kept it for as long as was waited. std::system_error:

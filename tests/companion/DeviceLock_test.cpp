@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -105,6 +106,22 @@ pid_t DeadPid() {
 
 class DeviceLockFile : public testing::Test {
   protected:
+    // Keeps the lock until it is killed, with a child of that name, which has inherited it.
+    bool HoldWithChild(const char* name) const {
+        const DeviceLock lock(file_);
+        const pid_t child = fork();
+        if (child == 0) {
+            prctl(PR_SET_NAME, name);
+            folder_.Write("child", std::to_string(getpid()) + "\n");
+        }
+        for (;;) pause();
+    }
+    pid_t ChildOfHolder() const {
+        std::string written;
+        while (!(written = ReadWholeFile(folder_.File("child"))).ends_with('\n')) usleep(1000);
+        return std::stoi(written);
+    }
+
     const TempDir folder_;
     const std::string file_ = folder_.File("LCK..ttyUSB0");
 };
@@ -186,23 +203,24 @@ TEST_F(DeviceLockFile, IsTakenOverEvenWhenAnotherProcessGotTheOldNumber) {
 }
 
 TEST_F(DeviceLockFile, StaysWithADriverThatSurvivesItsCaller) {
-    const std::string driversPid = folder_.File("driver");
-    Child holder([&] {
-        const DeviceLock lock(file_);
-        const pid_t driver = fork();
-        if (driver == 0) pause();
-        folder_.Write("driver", std::to_string(driver));
-        pause();
-        return true;
-    });
-    while (ReadWholeFile(driversPid).empty()) usleep(1000);
-    const pid_t driver = std::stoi(ReadWholeFile(driversPid));
+    Child holder([&] { return HoldWithChild("voltis"); });
+    const pid_t driver = ChildOfHolder();
     const pid_t caller = holder.Pid();
     holder.Kill();
     EXPECT_THAT(WhyBusy(file_),
                 HasSubstr("by what process " + std::to_string(caller) + " has started before"));
     kill(driver, SIGKILL);
     EXPECT_EQ(WhyBusy(file_, UpTo(milliseconds(5000))), "");
+}
+
+TEST_F(DeviceLockFile, IsTakenOverFromASandboxThatWasNotFinished) {
+    Child holder([&] { return HoldWithChild("bwrap"); });
+    const pid_t sandbox = ChildOfHolder();
+    EXPECT_THAT(WhyBusy(file_), HasSubstr("in use by process " + std::to_string(holder.Pid())));
+    const std::string status = "/proc/" + std::to_string(sandbox) + "/stat";
+    EXPECT_THAT(ReadWholeFile(status), HasSubstr("(bwrap) S "));  // since its caller lives
+    holder.Kill();
+    EXPECT_EQ(WhyBusy(file_), "");
 }
 
 TEST_F(DeviceLockFile, OfALivingProgramThatKnowsNoFlockIsRespected) {
