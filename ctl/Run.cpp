@@ -88,6 +88,16 @@ job::Watcher WatcherOf(Interrupts& interrupts, ProgressBar& bar) {
     return watcher;
 }
 
+std::string JournalOf(const RunOptions& options) {
+    return options.journal.empty() ? journal::Journal::DefaultPath() : options.journal;
+}
+
+// This call has sent nothing. An earlier one with the same ID may have.
+void DoubtEarlierCalls(const RunOptions& options, job::Outcome& outcome, bool oldFormat) {
+    if (options.id && journal::Journal::PerhapsSent(JournalOf(options), *options.id))
+        job::BeInDoubt(outcome, oldFormat);
+}
+
 // One call: the register, the journal and the file are known.
 class Call {
   public:
@@ -116,7 +126,7 @@ class Call {
         try {
             return Do();
         } catch (const std::exception& failure) {  // before the job was begun
-            return Refuse(job::exitNotPrinted, errorSystem, failure.what());
+            return Unbegun(job::exitNotPrinted, failure.what());
         }
     }
 
@@ -125,7 +135,7 @@ class Call {
         try {
             content = runner::ReadFile(options_.file);
         } catch (const std::exception& failure) {
-            return Refuse(job::exitMistake, errorSystem, failure.what());
+            return Unbegun(job::exitMistake, failure.what());
         }
         try {
             if (!options_.encoding.empty()) content = runner::FromUtf8(content, profile_.codePage);
@@ -136,8 +146,7 @@ class Call {
     }
 
     job::Outcome Print(const std::string& content) {
-        const std::string path =
-            options_.journal.empty() ? journal::Journal::DefaultPath() : options_.journal;
+        const std::string path = JournalOf(options_);
         journal::Journal journal(path);
         job::Site site;
         site.driver = runner::DriverPath(options_.site.driver);
@@ -161,6 +170,12 @@ class Call {
         return outcome;
     }
 
+    job::Outcome Unbegun(int exitCode, const std::string& reason) const {
+        job::Outcome outcome = Refuse(exitCode, errorSystem, reason);
+        DoubtEarlierCalls(options_, outcome, profile_.oldResultFileFormat);
+        return outcome;
+    }
+
     const RunOptions& options_;
     Interrupts& interrupts_;
     const runner::Profile profile_;
@@ -172,6 +187,7 @@ job::Outcome NothingSent(const RunOptions& options, const std::string& reason) {
     outcome.registerName =
         options.site.registerName.empty() ? runner::defaultRegister : options.site.registerName;
     job::SettleUnsent(outcome, false, job::exitNotPrinted, errorSystem, reason);
+    DoubtEarlierCalls(options, outcome, false);
     return outcome;
 }
 

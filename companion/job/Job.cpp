@@ -78,10 +78,9 @@ Outcome Jobs::Unsent(const Request& request, const std::string& reason) const {
 // Not by this call.
 bool Jobs::PerhapsSent(const Request& request) const try {
     const auto job = request.id ? journal_.Find(*request.id) : std::nullopt;
-    const bool same = job && job->content == request.content;
-    return same && job->state != State::Received && job->state != State::Failed;
-} catch (const journal::JournalError&) {
-    return false;
+    return job && job->content == request.content && journal::PerhapsSent(job->state);
+} catch (const journal::JournalError&) {  // a job without an ID was not asked for
+    return true;
 }
 
 Outcome Jobs::NotNow(const Request& request, const std::string& reason) const {

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <exception>
+#include <filesystem>
 #include <thread>
 
 #include "companion/journal/Place.h"
@@ -202,6 +204,10 @@ std::optional<State> StateOf(const std::string& word) {
     return std::nullopt;
 }
 
+bool PerhapsSent(State state) {
+    return state != State::Received && state != State::Failed;
+}
+
 State StateAfter(const std::string& verdict) {
     if (verdict == printed || verdict == part) return State::Done;
     return verdict == notPrinted ? State::Failed : State::InDoubt;
@@ -238,6 +244,16 @@ void Journal::Prepare() {
 
 std::string Journal::DefaultPath() {
     return PathIn(siteFolder);
+}
+
+bool Journal::PerhapsSent(const std::string& path, const std::string& id) try {
+    if (!std::filesystem::exists(path)) return false;
+    const Database database(path, nullptr);  // nothing in it is changed
+    if (VersionOf(database) == 0) return false;
+    const std::optional<Job> job = JobWhere(database, "id", id);
+    return job && journal::PerhapsSent(job->state);
+} catch (const std::exception&) {
+    return true;
 }
 
 std::optional<Job> Journal::Find(const std::string& id) const {

@@ -44,6 +44,8 @@ inline constexpr char notPrinted[] = "not-printed";
 inline constexpr char part[] = "part";
 inline constexpr char unknown[] = "unknown";
 
+/// False for received and failed: nothing was printed.
+bool PerhapsSent(State state);
 /// done for printed and part, failed for not-printed, in-doubt for anything else.
 State StateAfter(const std::string& verdict);
 
@@ -103,6 +105,10 @@ class Journal {
     /// The machine's journal, or the user's own without rights there (Place.h). The two know
     /// nothing of each other's jobs.
     static std::string DefaultPath();
+
+    /// For when the journal cannot be used: whether a job with that ID was perhaps sent. It is true
+    /// when nobody can tell, and false when there is no journal at all.
+    static bool PerhapsSent(const std::string& path, const std::string& id);
 
     std::optional<Job> Find(const std::string& id) const;
     std::optional<Job> Find(std::int64_t number) const;

@@ -243,6 +243,13 @@ TEST_F(JobJournal, HasToBeReadable) {
     EXPECT_EQ(Done(), (std::vector{sale, tender}));
 }
 
+TEST_F(JobJournal, ThatCannotBeAskedLeavesAJobWithAnIdUnknown) {
+    Do("A");
+    OnSql("ALTER TABLE jobs RENAME TO gone");
+    EXPECT_EQ(Unserved("A").verdict, Kind::Unknown);
+    EXPECT_EQ(Unserved(std::nullopt).verdict, Kind::NotPrinted);
+}
+
 TEST_F(JobJournal, LeavesAJobToTheRegisterThatHasIt) {
     const auto number = journal_.Receive({"A", "bar", "/pos/sale.txt", oneSale});
     journal_.StartSending(number, "bar", "");

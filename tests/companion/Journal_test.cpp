@@ -445,6 +445,24 @@ TEST_F(JournalFile, CannotBeAFolderOrBelowAFile) {
     EXPECT_THAT(MessageOf([&] { Journal wrong(""); }), HasSubstr("empty"));
 }
 
+TEST_F(JournalFile, TellsWhetherAJobWasPerhapsSent) {
+    Journal book(path);
+    EXPECT_FALSE(Journal::PerhapsSent(path, "a"));
+    const auto number = book.Receive(Sale("a"));
+    EXPECT_FALSE(Journal::PerhapsSent(path, "a"));
+    book.StartSending(number, "default", "");
+    EXPECT_TRUE(Journal::PerhapsSent(path, "a"));
+    book.Finish(number, {"not-printed", "{}", 2, false});
+    EXPECT_FALSE(Journal::PerhapsSent(path, "a"));
+}
+
+TEST_F(JournalFile, ThatCannotBeReadMayHaveAnyJob) {
+    EXPECT_FALSE(Journal::PerhapsSent(folder.File("none.db"), "a"));
+    EXPECT_FALSE(Journal::PerhapsSent(folder.Write("empty.db", ""), "a"));
+    EXPECT_TRUE(Journal::PerhapsSent(folder.Path(), "a"));
+    EXPECT_TRUE(Journal::PerhapsSent(folder.Write("text.db", std::string(5000, 'x')), "a"));
+}
+
 TEST_F(JournalFile, ServesManyProcessesAtOnce) {
     constexpr int processes = 8;
     constexpr int jobs = 10;

@@ -281,6 +281,34 @@ TEST_F(VoltisctlRunJob, IsRefusedWithOtherContent) {
     EXPECT_TRUE(Holds(Result(), {"ResultCode=2\n", "another content"}));
 }
 
+TEST_F(VoltisctlRunJob, ThatWasSentIsNeverToldAsNotPrinted) {
+    const std::string file = Write(oneSale);
+    Run({"--job", "7", file});
+    fs::remove(file);
+    EXPECT_EQ(Unserved({"--job", "7", file}).exitCode, 101);
+    EXPECT_EQ(Unserved({"--job", "8", file}).exitCode, 1);
+    Write(oneSale);
+    fs::remove(site_.File("pos/result.txt"));
+    fs::create_directories(site_.File("pos/result.txt/in-the-way"));
+    const json told = Object(Unserved({"--job", "7", "--json", file}));
+    EXPECT_EQ(told["verdict"], "unknown");
+    EXPECT_EQ(told["exit_code"], 101);
+    EXPECT_TRUE(Holds(told["reason"], {"the old result file cannot be removed"}));
+    EXPECT_EQ(Unserved({"--job", "8", file}).exitCode, 2);
+    EXPECT_EQ(Unserved({"--job", "7", "--register", "none", file}).exitCode, 101);
+}
+
+TEST_F(VoltisctlRunJob, IsUnknownWhenItsJournalCannotBeRead) {
+    site_.Folder().Write("journal.db", std::string(4096, 'x'));
+    const std::string file = Write(oneSale);
+    const Answer answer = Run({"--job", "7", file});
+    EXPECT_EQ(answer.exitCode, 101);
+    EXPECT_TRUE(Holds(answer.text, {"unknown: ", "cannot use the journal"}));
+    EXPECT_TRUE(Holds(Result(), {"Message=Outcome unknown: cannot use the journal"}));
+    EXPECT_EQ(Run({file}).exitCode, 2);  // no earlier call can have sent it
+    EXPECT_TRUE(NothingSent());
+}
+
 // --- waiting for the register --------------------------------------------------------------------
 
 TEST_F(VoltisctlRunWait, IsNotTheDefault) {
