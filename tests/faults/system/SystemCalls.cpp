@@ -48,16 +48,17 @@ std::vector<SystemCall> ReadRecord(const std::string& file) {
 
 }  // namespace
 
-std::vector<std::string> Strace(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = {"strace", "-f"};
+std::vector<std::string> Strace(const std::vector<std::string>& arguments, Processes whose) {
+    std::vector<std::string> words = {"strace"};
+    if (whose == Processes::All) words.push_back("-f");
     // The leak detector wants to trace the process, too.
     if (sanitized) words.insert(words.begin(), {"env", "ASAN_OPTIONS=detect_leaks=0"});
     words.insert(words.end(), arguments.begin(), arguments.end());
     return words;
 }
 
-std::vector<std::string> RecordingCalls(const std::string& file) {
-    return Strace({"-y", "-s", "200", "-o", file});
+std::vector<std::string> RecordingCalls(const std::string& file, Processes whose) {
+    return Strace({"-y", "-s", "200", "-o", file}, whose);
 }
 
 std::vector<SystemCall> RecordedCalls(const std::string& file, const std::string& firstFile) {
@@ -69,14 +70,15 @@ std::vector<SystemCall> RecordedCalls(const std::string& file, const std::string
 }
 
 std::vector<std::string> Injecting(const SystemCall& call, const Injection& injection,
-                                   const std::string& file) {
+                                   const std::string& file, Processes whose) {
     const std::string when = std::to_string(call.number) + (injection.forEver ? "+" : "");
     std::vector<std::string> words = {"-y", "-o", file};
-    // Quicker, but signals get lost that way.
-    if (!injection.what.starts_with("signal=")) words.push_back("--seccomp-bpf");
+    // Quicker, but signals get lost that way, and strace has it for all processes only.
+    const bool quick = !injection.what.starts_with("signal=") && whose == Processes::All;
+    if (quick) words.push_back("--seccomp-bpf");
     words.insert(words.end(), {"-e", "trace=" + call.name, "-e",
                                "inject=" + call.name + ":" + injection.what + ":when=" + when});
-    return Strace(words);
+    return Strace(words, whose);
 }
 
 std::vector<SystemCall> InjectedCalls(const std::string& file) {
