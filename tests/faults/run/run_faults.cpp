@@ -203,7 +203,7 @@ Outcome RunAgain(Sale& sale, const Case& c, const Actions& expected, Counts& cou
     if (wrong)
         return Judged(Verdict::Violation, again.exitCode, 0, Describe(c) + ", then: " + *wrong);
     if (!refused.empty())
-        return Judged(Verdict::Excused, 2, 0, "printed by a third call, since: " + refused);
+        return Judged(Verdict::Excused, 2, 0, "by a third call: " + refused.substr(0, 60));
     return Judged(again.exitCode == 0 ? Verdict::Ok : Verdict::Failed, again.exitCode, 0);
 }
 
