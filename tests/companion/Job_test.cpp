@@ -407,7 +407,8 @@ TEST_F(JobForgetting, IsNotAskedOfARegisterThatHoldsNone) {
 
 TEST_F(JobForgetting, ComesBeforeTheNextJobAndOnlyThen) {
     journal_.SetMayHold("default", true);
-    EXPECT_EQ(Do("A").verdict, Kind::Printed);
+    const Outcome first = Do("A");
+    EXPECT_EQ(first.verdict, Kind::Printed) << ToJson(first);
     EXPECT_EQ(Do("B").verdict, Kind::Printed);
     EXPECT_EQ(Done(), (std::vector{display, sale, tender, sale, tender}));
 }
@@ -419,6 +420,45 @@ TEST_F(JobForgetting, LeavesAnOpenReceiptOpen) {
     const Outcome outcome = Do("B", "CONTINUE\nTENDER: AMOUNT=5\n");
     EXPECT_EQ(outcome.verdict, Kind::Printed) << ToJson(outcome);
     EXPECT_EQ(Done(), (std::vector{sale, display, tender}));
+}
+
+// Fiscal mode has been entered before, so that the sale has number 1, as that of the next run.
+TEST_F(JobForgetting, ComesAfterARunThatNeverEndedItsLastCommand) {
+    constexpr char goingOn[] = "CONTINUE\nSALE: DEPTNR=1; AMOUNT=5\nCONTINUE\n";
+    EXPECT_EQ(Do("A", "SALE: DEPTNR=1; AMOUNT=5\nCONTINUE\n").verdict, Kind::Printed);
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    const auto wire = emulator::MakeWire(emulator::WireFamily::Ocelot);
+    till_.Station().line.OnReceive([&](emulator::Bytes& chunk) {
+        if (!wire->IsSomeEof(chunk)) return;
+        chunk.clear();
+        eventfd_write(stop, 1);
+    });
+    const Outcome cut = Do("B", goingOn, {stop, {}});
+    till_.Station().line.OnReceive({});
+    close(stop);
+    EXPECT_EQ(cut.verdict, Kind::Printed) << ToJson(cut);
+    ASSERT_TRUE(Device().Open());
+    EXPECT_EQ(journal_.MayHold("default"), true);
+    const Outcome next = Do("C", goingOn);
+    EXPECT_EQ(next.atMost, 1U) << ToJson(next);
+    EXPECT_EQ(Done(), (std::vector{sale, sale, display, sale}));
+}
+
+// After a lost end-of-file frame the driver leaves fiscal mode, and outside it the register takes
+// no command while a receipt is open.
+TEST_F(JobForgetting, WaitsForTheEndOfAReceiptThatIsOpenOutsideFiscalMode) {
+    EXPECT_EQ(Do("A", "SALE: DEPTNR=1; AMOUNT=5\nCONTINUE\n").verdict, Kind::Printed);
+    Device().NoteStatusRead();
+    ASSERT_TRUE(Device().Execute(emulator::ExitFiscalMode, 1, {}));
+    Device().CloseCommand();
+    journal_.SetMayHold("default", true);
+    const Outcome refused = Do("B", "CONTINUE\nSALE: DEPTNR=1; AMOUNT=5\nCONTINUE\n");
+    EXPECT_EQ(refused.verdict, Kind::NotPrinted) << ToJson(refused);
+    EXPECT_THAT(refused.reason, HasSubstr("could not be made to forget"));
+    EXPECT_EQ(Done(), std::vector{sale});
+    Device().FinishReceipt();
+    EXPECT_EQ(Do("C").verdict, Kind::Printed);
+    EXPECT_EQ(Done(), (std::vector{sale, display, sale, tender}));
 }
 
 TEST_F(JobForgetting, ThatFailsKeepsTheJobFromBeingSent) {
