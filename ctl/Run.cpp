@@ -48,7 +48,9 @@ struct RunOptions {
 std::string ForPeople(const job::Outcome& outcome) {
     std::string text = std::string(job::Word(outcome.verdict)) + ": ";
     const std::string of = " of " + std::to_string(outcome.of) + " commands";
-    if (outcome.atLeast == outcome.atMost) {
+    if (outcome.of == 0 && outcome.verdict == verdict::Kind::Unknown) {
+        text += "nobody can tell what was done";
+    } else if (outcome.atLeast == outcome.atMost) {
         text += std::to_string(outcome.atLeast) + of;
     } else {
         text += "at least " + std::to_string(outcome.atLeast) + ", at most " +

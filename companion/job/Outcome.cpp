@@ -93,8 +93,13 @@ std::string InOneLine(std::string text) {
     return text;
 }
 
+// In doubt without a look at the file, nobody has counted its commands.
+bool IsCounted(const Outcome& outcome) {
+    return outcome.of != 0 || outcome.verdict != Kind::Unknown;
+}
+
 std::string Uncertain(const Outcome& outcome) {
-    if (outcome.of == 0) return "Outcome unknown: " + InOneLine(outcome.reason);
+    if (!IsCounted(outcome)) return "Outcome unknown: " + InOneLine(outcome.reason);
     std::string text = "Outcome unknown: at least " + std::to_string(outcome.atLeast) +
                        " and at most " + std::to_string(outcome.atMost) + " of " +
                        std::to_string(outcome.of) + " commands were done";
@@ -142,13 +147,14 @@ Json DriverJson(const std::optional<DriverWord>& driver) {
 }
 
 Json JsonOf(const Outcome& outcome) {
+    const auto counted = IsCounted(outcome);
     Json json = {{"job", OrNull(outcome.id)},
                  {"register", outcome.registerName},
                  {"verdict", Word(outcome.verdict)},
                  {"commands",
-                  {{"of", outcome.of},
+                  {{"of", counted ? Json(outcome.of) : Json()},
                    {"at_least", outcome.atLeast},
-                   {"at_most", outcome.atMost},
+                   {"at_most", counted ? Json(outcome.atMost) : Json()},
                    {"next_line", OrNull(outcome.nextLine)}}},
                  {"receipt", ReceiptJson(outcome.receipt)},
                  {"exit_code", outcome.exitCode},
@@ -196,9 +202,9 @@ Kind KindNamed(const std::string& word) {
 }
 
 void ReadCommands(const Json& json, Outcome& outcome) {
-    outcome.of = json.at("of");
+    outcome.of = Optional<std::size_t>(json.at("of")).value_or(0);
     outcome.atLeast = json.at("at_least");
-    outcome.atMost = json.at("at_most");
+    outcome.atMost = Optional<std::size_t>(json.at("at_most")).value_or(0);
     outcome.nextLine = Optional<int>(json.at("next_line"));
 }
 

@@ -37,8 +37,9 @@ struct Outcome {
     std::optional<std::string> id;
     std::string registerName;
     verdict::Kind verdict = verdict::Kind::NotPrinted;
-    std::size_t of = 0, atLeast = 0, atMost = 0;  // commands
-    std::optional<int> nextLine;                  // of the first that is not certain
+    /// Commands. Of an unknown outcome, 0 of 0 is any number of any.
+    std::size_t of = 0, atLeast = 0, atMost = 0;
+    std::optional<int> nextLine;  // of the first that is not certain
     ReceiptState receipt;
     int exitCode = exitNotPrinted;
     std::optional<DriverWord> driver;  // none: it was not started

@@ -234,6 +234,15 @@ TEST(OutcomeJson, HasNullForWhatIsNotKnownAndAReasonWhenThereIsOne) {
               "\"reason\":\"no \xEF\xBF\xBD\"}");
 }
 
+TEST(OutcomeJson, HasNoNumberOfCommandsThatNobodyCounted) {
+    Outcome outcome;
+    job::SettleUnsent(outcome, false, job::exitNotPrinted, 50, "no");
+    job::BeInDoubt(outcome, false);
+    const std::string text = ToJson(outcome);
+    EXPECT_THAT(text, HasSubstr(R"({"of":null,"at_least":0,"at_most":null,"next_line":null})"));
+    EXPECT_EQ(ToJson(job::FromRecord(ToRecord(outcome))), text);
+}
+
 TEST(OutcomeRecord, ComesBackAsItWas) {
     for (const Kind kind : {Kind::Printed, Kind::NotPrinted, Kind::Part, Kind::Unknown}) {
         Outcome outcome = Settled(kind, Driver(101, 201));

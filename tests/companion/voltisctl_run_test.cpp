@@ -303,7 +303,8 @@ TEST_F(VoltisctlRunJob, IsUnknownWhenItsJournalCannotBeRead) {
     const std::string file = Write(oneSale);
     const Answer answer = Run({"--job", "7", file});
     EXPECT_EQ(answer.exitCode, 101);
-    EXPECT_TRUE(Holds(answer.text, {"unknown: ", "cannot use the journal"}));
+    EXPECT_TRUE(
+        Holds(answer.text, {"unknown: nobody can tell what was done\n", "cannot use the journal"}));
     EXPECT_TRUE(Holds(Result(), {"Message=Outcome unknown: cannot use the journal"}));
     EXPECT_EQ(Run({file}).exitCode, 2);  // no earlier call can have sent it
     EXPECT_TRUE(NothingSent());
