@@ -74,6 +74,16 @@ ServedRun Rig::Run(const std::string& commands, int rounds) const {
     });
 }
 
+std::vector<Series> Rig::RunEach(const std::string& commands, int rounds,
+                                 const std::vector<CommandLine>& programs) const {
+    std::vector<CommandLine> all = programs;
+    for (CommandLine& program : all) program.emplace_back(commandFile);
+    std::vector<Series> series;
+    Serve(commands, [&](ServedRun&) { series = RunInTurn(rounds, all); });
+    remove(debugLog);
+    return series;
+}
+
 std::string Rig::RunUnder(const CommandLine& program, const std::string& commands) const {
     std::string output;
     Serve(commands, [&](ServedRun&) {

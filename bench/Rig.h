@@ -43,6 +43,9 @@ class Rig {
     /// Runs the driver with a file of these commands, so many times one after the other, the
     /// debug log on. Every run must end well.
     ServedRun Run(const std::string& commands, int rounds) const;
+    /// Runs each of the programs in turn, that many rounds, with the command file as last argument.
+    std::vector<Series> RunEach(const std::string& commands, int rounds,
+                                const std::vector<CommandLine>& programs) const;
     /// The same once, below another program, for example strace.
     std::string RunUnder(const CommandLine& program, const std::string& commands) const;
 

@@ -1,12 +1,15 @@
 #include "bench/WholeRuns.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 #include "bench/CommandFiles.h"
 #include "bench/Rig.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -187,6 +190,28 @@ void MeasureStart(Report& report, const Effort& effort) {
     const double sale = Rig(WireFamily::Ocelot).Run(Receipt(2), sales).series.WallMs();
     report.Add({group, "a sale on an endless fast line, less 100 ms", sale - closingPauseMs, "ms",
                 If(effort.judged, Limit::AtMost), 20});
+}
+
+void MeasureCompanion(Report& report, const Effort& effort) {
+    const std::string group = "voltisctl run, a sale of ten lines on the line";
+    const int rounds = effort.judged ? 41 : 1;
+    fs::create_directory("locks");
+    const std::vector<Series> runs =
+        Rig(WireFamily::Ocelot)
+            .Paced(true)
+            .RunEach(Receipt(10), rounds,
+                     {{VOLTIS_PATH},
+                      {VOLTISCTL_PATH, "run", "--locks", "locks", "--journal", "journal.db"}});
+    const double alone = runs[0].WallMs();
+    const double with = runs[1].WallMs();
+    report.Add({group, "more than voltis alone", with - alone, "ms",
+                If(effort.judged, Limit::AtMost), 20, Note("%.1f ms and %.1f ms", with, alone)});
+    report.Add({group, "against voltis alone", with / alone, "times",
+                If(effort.judged, Limit::AtMost), 1.05});
+    report.Add({group, "processor time more than voltis alone",
+                runs[1].ProcessorMs() - runs[0].ProcessorMs(), "ms"});
+    report.Add({group, "peak memory", static_cast<double>(runs[1].PeakKb()) / 1024, "MB",
+                Limit::AtMost, 16});
 }
 
 void MeasureFreshReading(Report& report, const Effort& effort) {

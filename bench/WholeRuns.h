@@ -42,6 +42,8 @@ struct RunCost {
 SaleTimes MeasureLine(Report& report, const Effort& effort, emulator::WireFamily family);
 void MeasureProcessor(Report& report, const Effort& effort, emulator::WireFamily family);
 void MeasureStart(Report& report, const Effort& effort);
+/// `voltisctl run` beside the driver alone, a sale of ten lines.
+void MeasureCompanion(Report& report, const Effort& effort);
 void MeasureFreshReading(Report& report, const Effort& effort);
 std::vector<RunCost> MeasureGrowth(Report& report, const Effort& effort);
 
