@@ -41,7 +41,8 @@ class Sources:
             if output:  # else a precompiled header
                 self.of_object[output.group(1)] = [
                     str(file.relative_to(self.tree))
-                    for file in compiled_files(pathlib.Path(entry["file"]))]
+                    for file in compiled_files(pathlib.Path(entry["file"]))
+                    if file.is_relative_to(self.tree)]  # others are made by the build
 
     def all(self):
         return {source for sources in self.of_object.values() for source in sources}
