@@ -22,13 +22,14 @@
 
 #include "companion/journal/Journal.h"
 #include "tests/companion/CutVfs.h"
+#include "tests/support/Sanitized.h"
 
 namespace {
 
 using namespace journal;
 using Random = std::mt19937_64;
 
-constexpr std::size_t sampleSize = 200;
+constexpr std::size_t sampleSize = sanitized ? 60 : 200;
 constexpr std::size_t fullSize = 20'000;
 constexpr std::size_t cutsOfASampledLife = 10;
 constexpr char path[] = "journal.db";

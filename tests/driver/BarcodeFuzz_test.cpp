@@ -18,20 +18,11 @@
 #include "tests/support/Failure.h"
 #include "tests/support/GuardedHeap.h"
 #include "tests/support/Hex.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SLOW_BUILD
-#endif
-#endif
+#include "tests/support/Sanitized.h"
 
 namespace {
 
-#if defined(SLOW_BUILD) || defined(__SANITIZE_ADDRESS__)
-constexpr int inputs = 30000;
-#else
-constexpr int inputs = 200000;
-#endif
+constexpr int inputs = sanitized ? 12000 : 200000;
 
 constexpr const char* types[] = {"",     "EAN", "UPC",    "ISBN",    "CODE39", "CODE128", "128C",
                                  "128B", "ITF", "128RAW", "CODABAR", "MSI",    "PLS",     "CODE93"};

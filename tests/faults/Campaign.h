@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Sanitized.h"
+
 namespace faults {
 
 enum class Verdict : std::uint8_t {
@@ -80,18 +82,5 @@ struct Options {
 };
 /// Ends the process with a message for anything else.
 Options ParseOptions(int argc, char* argv[]);
-
-/// Sample sizes shrink under the sanitizers, where a run takes much longer.
-#ifdef __SANITIZE_ADDRESS__
-inline constexpr bool sanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-inline constexpr bool sanitized = true;
-#else
-inline constexpr bool sanitized = false;
-#endif
-#else
-inline constexpr bool sanitized = false;
-#endif
 
 }  // namespace faults
