@@ -188,14 +188,11 @@ bool HasOpen(pid_t pid, const struct stat& file) {
     });
 }
 
-void EndAndWait(pid_t pid) {
+void EndAndWait(int process) {
     constexpr int longestMs = 1000;
-    const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-    if (fd == -1) return;
-    syscall(SYS_pidfd_send_signal, fd, SIGKILL, nullptr, 0);
-    pollfd end = {fd, POLLIN, 0};
+    syscall(SYS_pidfd_send_signal, process, SIGKILL, nullptr, 0);
+    pollfd end = {process, POLLIN, 0};
     poll(&end, 1, longestMs);
-    close(fd);
 }
 
 // Half of a sandbox that was being made when the run was killed waits for the other half for ever,
@@ -203,6 +200,16 @@ void EndAndWait(pid_t pid) {
 bool IsForsaken(pid_t pid, const struct stat& file) {
     const ProcessStatus status = StatusOf(pid);
     return status.name == "bwrap" && HasOpen(pid, file) && !HasOpen(status.parent, file);
+}
+
+// The descriptor comes first: the number may become that of another process at any time.
+bool EndIfForsaken(pid_t pid, const struct stat& file) {
+    const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (process == -1) return false;
+    const bool forsaken = IsForsaken(pid, file);
+    if (forsaken) EndAndWait(process);
+    close(process);
+    return forsaken;
 }
 
 // Frees the lock of a run that was killed. True when it is worth another try.
@@ -213,9 +220,7 @@ bool EndForsaken(int fd) {
     bool ended = false;
     for (const fs::path& entry : EntriesOf("/proc")) {
         const std::optional<pid_t> pid = PidIn(entry.filename().string());
-        if (!pid || !IsForsaken(*pid, file)) continue;
-        EndAndWait(*pid);
-        ended = true;
+        if (pid && EndIfForsaken(*pid, file)) ended = true;
     }
     return ended;
 }
