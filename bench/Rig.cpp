@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 
 #include "companion/workbench/Defaults.h"
@@ -10,6 +11,8 @@
 namespace {
 
 constexpr char commandFile[] = "cmd.txt";
+constexpr char exchangeFile[] = "exchange.txt";
+constexpr char device[] = "/dev/ttyS0";
 constexpr char debugLog[] = "/var/log/voltis/dbgerror.log";
 
 using emulator::Bytes;
@@ -32,9 +35,14 @@ double NowMs() {
         .count();
 }
 
+/// Its path, for the program that starts it has another /proc/self/exe.
+std::string ThisProgram() {
+    return std::filesystem::read_symlink("/proc/self/exe");
+}
+
 void Watch(emulator::Line& line, std::vector<FrameSeen>& frames) {
-    line.OnReceive([&frames](Bytes& b) { frames.push_back({true, b.size(), NowMs()}); });
-    line.OnSend([&frames](Bytes& b) { frames.push_back({false, b.size(), NowMs()}); });
+    line.OnReceive([&frames](Bytes& b) { frames.push_back({true, b, NowMs()}); });
+    line.OnSend([&frames](Bytes& b) { frames.push_back({false, b, NowMs()}); });
 }
 
 }  // namespace
@@ -52,7 +60,7 @@ template <typename Action>
 ServedRun Rig::Serve(const std::string& commands, Action action) const {
     Write(commandFile, commands);
     emulator::PtyOptions options;
-    options.link = "/dev/ttyS0";
+    options.link = device;
     options.bitsPerSecond = paced_ ? 19200 : 0;
     workbench::Station station(workbench::RegisterFor(family_), family_, options);
     ServedRun run;
@@ -72,6 +80,15 @@ ServedRun Rig::Run(const std::string& commands, int rounds) const {
             remove(debugLog);
         }
     });
+}
+
+Series Rig::Replay(const ServedRun& run) const {
+    WriteExchange(run.frames, exchangeFile);
+    Series series;
+    Serve("", [&](ServedRun&) {
+        series = RunInTurn(1, {{ThisProgram(), "--replay", exchangeFile, device}})[0];
+    });
+    return series;
 }
 
 std::vector<Series> Rig::RunEach(const std::string& commands, int rounds,

@@ -5,19 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "bench/Replay.h"
 #include "bench/Spawn.h"
 #include "emulator/Line.h"
 #include "emulator/PtyServer.h"
 
 inline constexpr double closingPauseMs = 100;  // the driver's wait before it closes the port
 inline constexpr double byteMs = 11 * 1000.0 / 19200;
-
-/// A frame as the register saw it.
-struct FrameSeen {
-    bool fromDriver;
-    std::size_t size;
-    double atMs;  // when its last byte had arrived, or its first byte left
-};
 
 struct ServedRun {
     Series series;
@@ -43,6 +37,9 @@ class Rig {
     /// Runs the driver with a file of these commands, so many times one after the other, the
     /// debug log on. Every run must end well.
     ServedRun Run(const std::string& commands, int rounds) const;
+    /// Replays the exchange of a run whose frames were noted, without the driver. To be called on a
+    /// rig with a new register, as that run was: each call of this class takes a new one.
+    Series Replay(const ServedRun& run) const;
     /// Runs each of the programs in turn, that many rounds, with the command file as last argument.
     std::vector<Series> RunEach(const std::string& commands, int rounds,
                                 const std::vector<CommandLine>& programs) const;

@@ -13,6 +13,7 @@
 
 #include "bench/Parts.h"
 #include "bench/Plot.h"
+#include "bench/Replay.h"
 #include "bench/Report.h"
 #include "bench/Spawn.h"
 #include "bench/WholeRuns.h"
@@ -144,6 +145,16 @@ int Measure(const Options& options) {
     return bench.report.AllHeld() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+int ReplayExchange(const std::string& path, const std::string& device) {
+    try {
+        Replay(path, device);
+        return EXIT_SUCCESS;
+    } catch (const std::exception& failure) {
+        fprintf(stderr, "voltis_bench: %s\n", failure.what());
+        return EXIT_FAILURE;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -152,6 +163,7 @@ int main(int argc, char* argv[]) {
         printf("%f\n", TimeOneReading(words[1] == "driver", words[2].c_str()));
         return EXIT_SUCCESS;
     }
+    if (words.size() == 3 && words[0] == "--replay") return ReplayExchange(words[1], words[2]);
     Options options;
     if (!ParseOptions(words, options)) {
         fprintf(stderr,
