@@ -32,21 +32,26 @@ function(voltis_optimise)
 endfunction()
 
 # Every test of an executable runs in a process of its own, so that flags which the driver never
-# clears start fresh. With WHOLE all of them run in one process: for units without state of the
-# process, since the start of a process takes longer than most tests do. With TOGETHER, the tests that
+# clears start fresh. With EACH_ALONE these are children of one process, all one test of ctest: for
+# tests that neither wait nor start programs, since the start of a program takes longer than most
+# tests do. With WHOLE all of them run in one process: for units without state of the process. With TOGETHER, the tests that
 # match one of these patterns run in one process, as a test with the name of the program. With UNITY,
 # so many sources are compiled as one: what they share of the headers takes longer than their own
 # lines.
 function(voltis_add_test name)
-    cmake_parse_arguments(arg "WHOLE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
+    cmake_parse_arguments(arg "WHOLE;EACH_ALONE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
     endif()
     if(NOT arg_LABELS)
         set(arg_LABELS unit)
     endif()
-    voltis_test_program(${name} SOURCES ${arg_SOURCES}
-        LIBS ${arg_LIBS} GTest::gtest GTest::gtest_main)
+    set(main GTest::gtest_main)
+    if(arg_EACH_ALONE)
+        list(APPEND arg_SOURCES ${CMAKE_SOURCE_DIR}/tests/support/EachAloneMain.cpp)
+        set(main)
+    endif()
+    voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} GTest::gtest ${main})
     # The C++ library first: otherwise a template instance that it has, too, may come from an archive
     # member of ours, and bring in the very functions that a test replaces.
     target_link_options(${name} PRIVATE -Wl,--no-as-needed,-lstdc++,--as-needed)
@@ -66,6 +71,11 @@ function(voltis_add_test name)
         set(arg_TOGETHER *)
     endif()
     list(JOIN arg_TOGETHER ":" together)
+    if(arg_EACH_ALONE)
+        add_test(NAME ${name} COMMAND ${name})
+        set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+        return()
+    endif()
     if(together)
         add_test(NAME ${name} COMMAND ${name} --gtest_filter=${together})
         set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
