@@ -16,9 +16,28 @@ bool OfTheFile(std::uint8_t command) {
     return command != CMD_ENTER_FISCAL_MODE && command != CMD_EXIT_FISCAL_MODE;
 }
 
+// Worlds that differ in what is coming only are neighbours when they are sorted.
+bool IsCovered(const Worlds& worlds, std::size_t place) {
+    const World& world = worlds[place];
+    const auto covers = [&](std::size_t other) { return Covers(worlds[other], world); };
+    const auto near = [&](std::size_t other) {
+        return worlds[other].missing == world.missing && worlds[other].twice == world.twice;
+    };
+    for (std::size_t i = place; i-- > 0 && near(i);)
+        if (covers(i)) return true;
+    for (std::size_t i = place + 1; i < worlds.size() && near(i); ++i)
+        if (covers(i)) return true;
+    return false;
+}
+
+// What a world covers adds nothing to it.
 void Tidy(Worlds& worlds) {
     std::ranges::sort(worlds);
     worlds.erase(std::unique(worlds.begin(), worlds.end()), worlds.end());
+    std::vector<bool> covered(worlds.size());
+    for (std::size_t i = 0; i < worlds.size(); ++i) covered[i] = IsCovered(worlds, i);
+    std::size_t i = 0;
+    std::erase_if(worlds, [&](const World&) { return covered[i++]; });
 }
 
 bool Holds(const std::vector<std::int32_t>& steps, std::int32_t step) {

@@ -1,6 +1,7 @@
 #include "companion/verdict/World.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 namespace verdict {
@@ -166,6 +167,17 @@ void Deliver(const World& world, const Sent& frame, const Rules& rules, Worlds& 
         case Sent::Kind::Unknown:
             return;
     }
+}
+
+bool Covers(const World& world, const World& other) {
+    const auto rest = [](const World& one) {
+        return std::tie(one.phase, one.command, one.open, one.last, one.missing, one.twice);
+    };
+    if (rest(world) != rest(other)) return false;
+    auto next = other.coming.begin();
+    for (const World::Answer& answer : world.coming)
+        if (next != other.coming.end() && *next == answer) ++next;
+    return next == other.coming.end();
 }
 
 // The first answer that it can be; those before it were lost. To take a later one would leave less.

@@ -57,9 +57,9 @@ struct World {
     std::uint8_t command = 0;  // AwaitsData: of the request
     std::int32_t open = none;  // the step that would be acknowledged again, and not acted on
     LastFrame last = {};
-    std::vector<Answer> coming;         // in order
     std::vector<std::int32_t> missing;  // steps that went out and were not done, in order
     std::vector<std::int32_t> twice;    // steps that were done more than once, or as another
+    std::vector<Answer> coming;         // in order
 
     // The zero in a defaulted comparison is no pointer.
     auto operator<=>(const World&) const = default;  // NOLINT(modernize-use-nullptr)
@@ -94,6 +94,11 @@ struct Rules {
 /// Adds the worlds that follow when the frame reaches the register whole. That it does not is the
 /// world as it is. A data frame is that of the last step.
 void Deliver(const World& world, const Sent& frame, const Rules& rules, Worlds& after);
+
+/// True when the worlds differ in nothing but answers that are on their way in the first one only:
+/// whatever is heard, the first one goes on wherever the second one does, for any answer may be
+/// lost.
+bool Covers(const World& world, const World& other);
 
 /// What becomes of a world in which that is heard; nothing when it cannot be.
 std::optional<World> Hear(World world, const Heard& heard);
