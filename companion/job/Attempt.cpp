@@ -132,6 +132,7 @@ runner::RunResult Attempt::Await(const runner::RunRequest& request) {
         poll(news, std::size(news), pollStepMs);
         if ((news[1].revents & POLLIN) != 0) {
             run.Kill();
+            interrupted_ = true;
             watcher_.stopFd = -1;  // the status read that follows is short, and tells the outcome
         }
         if (watcher_.progress) watcher_.progress(CommandsIn(profile_, run.DebugLog()), plan);
@@ -176,10 +177,17 @@ void Attempt::Note(const std::string& folder) const {
     runner::WriteFile(folder + noteName, Boot() + (first_ ? firstMark : ""));
 }
 
+// A frame may be lost; nothing is printed by a second try. After an interrupt nothing more is sent.
 bool Attempt::MakeForget(const std::string& folder) {
+    const bool done =
+        MakeForgetOnce(folder + "/1") || (!interrupted_ && MakeForgetOnce(folder + "/2"));
+    return done && !interrupted_;
+}
+
+bool Attempt::MakeForgetOnce(const std::string& folder) {
     remains_ = AnythingMayRemain();
     const auto before = AskStatus(folder + "/before");
-    if (!before) return false;
+    if (!before || interrupted_) return false;
     const auto status = FirstStatus(profile_, *before);
     if (!status) return false;
     const Errand errand = {displayOffName, status->ReceiptOpen() ? displayOffInReceipt : displayOff,

@@ -69,6 +69,7 @@ class Attempt {
     std::vector<plan::Command> PlanOf(const Errand& errand, const std::string& log) const;
     std::optional<std::string> AskStatus(const std::string& folder);
     void Clarify(verdict::Account& account, const std::string& folder);
+    bool MakeForgetOnce(const std::string& folder);
     Outcome Tell(const verdict::Account& account, const std::vector<plan::Command>& plan,
                  const DriverWord& driver);
 
@@ -79,6 +80,7 @@ class Attempt {
     verdict::Remains remains_;
     bool first_ = false;  // BeFirst
     bool started_ = false;
+    bool interrupted_ = false;
 };
 
 }  // namespace job

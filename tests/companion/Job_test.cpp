@@ -413,6 +413,29 @@ TEST_F(JobForgetting, ComesBeforeTheNextJobAndOnlyThen) {
     EXPECT_EQ(Done(), (std::vector{display, sale, tender, sale, tender}));
 }
 
+TEST_F(JobForgetting, IsTriedAgainWhenAFrameIsLost) {
+    till_.Configure("CmdTimeout_Default=100\n");
+    journal_.SetMayHold("default", true);
+    till_.Station().line.OnReceive([lost = false](emulator::Bytes& chunk) mutable {
+        if (!lost) chunk.clear();
+        lost = true;
+    });
+    EXPECT_EQ(Do("A").verdict, Kind::Printed);
+    EXPECT_EQ(Done(), (std::vector{display, sale, tender}));
+}
+
+TEST_F(JobForgetting, IsTheLastThingThatIsSentAfterAnInterrupt) {
+    journal_.SetMayHold("default", true);
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    till_.Station().line.OnSend([this, stop](emulator::Bytes&) {
+        if (!Done().empty()) eventfd_write(stop, 1);
+    });
+    const Outcome outcome = Do("A", oneSale, {stop, {}});
+    close(stop);
+    EXPECT_EQ(outcome.verdict, Kind::NotPrinted) << ToJson(outcome);
+    EXPECT_EQ(Done(), std::vector{display});
+}
+
 TEST_F(JobForgetting, LeavesAnOpenReceiptOpen) {
     EXPECT_EQ(Do("A", "SALE: DEPTNR=1; AMOUNT=5\nCONTINUE\n").verdict, Kind::Printed);
     ASSERT_TRUE(Device().ReceiptInProgress());
