@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "companion/verdict/Account.h"
-
 namespace faults {
 
 using emulator::Bytes;
@@ -95,8 +93,12 @@ std::vector<int> Done(const emulator::Register& device, const Actions& expected,
     return done;
 }
 
-std::optional<std::string> WrongAbout(const verdict::Verdict& told, const std::vector<int>& done,
-                                      bool alien) {
+}  // namespace
+
+std::optional<std::string> WrongAbout(const verdict::Verdict& told,
+                                      const emulator::Register& device, const Actions& expected) {
+    bool alien = false;
+    const std::vector<int> done = Done(device, expected, alien);
     for (std::size_t i = 0; i < done.size(); ++i) {
         if (told.commands[i] == Acted::Yes && done[i] != 1) return "a command was not done once";
         if (told.commands[i] == Acted::No && done[i] != 0) return "a command was done";
@@ -105,16 +107,12 @@ std::optional<std::string> WrongAbout(const verdict::Verdict& told, const std::v
     return std::nullopt;
 }
 
-}  // namespace
-
 std::optional<std::string> WrongVerdict(FaultyLine& line, WireFamily family,
                                         const Actions& expected) {
-    bool alien = false;
-    const std::vector<int> done = Done(line.Device(), expected, alien);
     Account account = AccountOf(line, family, expected);
-    if (auto wrong = WrongAbout(account.Conclude(), done, alien)) return wrong;
+    if (auto wrong = WrongAbout(account.Conclude(), line.Device(), expected)) return wrong;
     ReadStatus(account, line, family);
-    return WrongAbout(account.Conclude(), done, alien);
+    return WrongAbout(account.Conclude(), line.Device(), expected);
 }
 
 bool Misled(const FaultyLine& line, WireFamily family) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "companion/verdict/Account.h"
 #include "tests/faults/Actions.h"
 #include "tests/faults/FaultyChannel.h"
 
@@ -14,6 +15,10 @@ namespace faults {
 /// what the file makes the register do, in a run that enters fiscal mode first.
 std::optional<std::string> WrongVerdict(FaultyLine& line, emulator::WireFamily family,
                                         const Actions& expected);
+
+/// What is wrong about a verdict; nothing when it says nothing that is not so. expected: likewise.
+std::optional<std::string> WrongAbout(const verdict::Verdict& told,
+                                      const emulator::Register& device, const Actions& expected);
 
 /// A frame was forged on the way, whether the driver took it or not, so that a wrong verdict is
 /// excused.

@@ -1,13 +1,16 @@
 // One fault of the line in each run of the shipped driver: every byte of a sale, in both directions
 // and both families of frames, is dropped, spoilt, doubled, cut off with what follows it, or held
-// back beyond the time-out; or the register loses power in front of it and comes back.
+// back beyond the time-out; or the register loses power in front of it and comes back. The verdict
+// that its debug log leads to, and that of a status read after it, are judged as well.
 //
 //   system_line            a sample (--runs=N, --seed=N)
 //   system_line --full     all of them
 #include <cstdio>
 #include <random>
 
+#include "companion/job/Following.h"
 #include "tests/faults/SaleFaults.h"
+#include "tests/faults/Telling.h"
 #include "tests/faults/system/Lanes.h"
 #include "tests/faults/system/Promise.h"
 
@@ -71,6 +74,22 @@ std::string Describe(const Case& c) {
            names[static_cast<std::size_t>(c.trouble)];
 }
 
+// As voltisctl run does it: the status is read after a failure, or anything odd.
+std::optional<std::string> WrongVerdict(const Case& c, const TillRun& told, FaultyPort& port,
+                                        const Device& device, const Actions& expected) {
+    runner::Profile profile;
+    profile.protocolFormatting = c.family == WireFamily::Margay ? 1 : 0;
+    std::vector<plan::Command> plan;
+    for (const Action& action : expected) plan.push_back({action.command, 1, {}});
+    const bool refusing = told.exitCode == 1 || told.exitCode == 2;
+    verdict::Account account = job::Follow(profile, plan, {}, told.dbgLog,
+                                           refusing ? job::End::Refusing : job::End::ByItself);
+    if (auto wrong = WrongAbout(account.Conclude(), device.device, expected)) return wrong;
+    if (told.exitCode == 0 && !account.Odd()) return std::nullopt;
+    job::FollowStatusRead(account, Till(c.family, "GET_STATUS\n").Run(port).dbgLog);
+    return WrongAbout(account.Conclude(), device.device, expected);
+}
+
 Outcome RunCase(const Case& c, const Actions& expected) {
     Till till(c.family, saleCommands);
     Device device(c.family);
@@ -81,6 +100,9 @@ Outcome RunCase(const Case& c, const Actions& expected) {
     auto broken = BrokenPromise(told, device, 0, port, expected);
     if (!broken && told.markerLeft) broken = "the marker was not removed";
     if (!broken && !BrokenLogLine(told.dbgLog + told.stdLog).empty()) broken = "a broken log";
+    if (!broken)
+        if (const auto wrong = WrongVerdict(c, told, port, device, expected))
+            broken = "the verdict is wrong: " + *wrong;
     if (!broken) return WellDone(told, spoken);
     if (const auto excuse = Excuse(c, port, told))
         return Judged(Verdict::Excused, told.exitCode, spoken.frames, *excuse);
