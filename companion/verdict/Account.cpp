@@ -220,7 +220,16 @@ void Account::Settle() {
     std::vector<Acted> all(steps_.size());
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = What(static_cast<std::int32_t>(i));
     settled_ = std::move(all);
+    for (const World& world : worlds_)
+        for (const std::uint8_t command : world.strays) strays_.Add(command);
     worlds_.clear();
+}
+
+// By the data frame of another command: of leaving fiscal mode, when its request did not arrive.
+bool Account::PerhapsStrayed(std::uint8_t command) const {
+    return strays_.Has(command) || std::ranges::any_of(worlds_, [&](const World& world) {
+               return std::ranges::find(world.strays, command) != world.strays.end();
+           });
 }
 
 Acted Account::What(std::int32_t step) const {
@@ -262,6 +271,8 @@ Verdict Account::Conclude() const {
     verdict.commands.assign(question_.plan.size(), blind_ ? Acted::Perhaps : Acted::No);
     const std::size_t known = std::min(planned_.size(), verdict.commands.size());
     for (std::size_t i = 0; i < known; ++i) verdict.commands[i] = What(planned_[i]);
+    for (std::size_t i = 0; i < verdict.commands.size(); ++i)
+        if (PerhapsStrayed(question_.plan[i])) verdict.commands[i] = Acted::Perhaps;
     verdict.remains = WhatRemains();
     verdict.before = before_;
     verdict.after = after_;
@@ -297,6 +308,8 @@ void Append(std::vector<std::uint8_t>& state, const World& world) {
     }
     Append(state, world.missing);
     Append(state, world.twice);
+    Append(state, static_cast<std::int64_t>(world.strays.size()));
+    state.insert(state.end(), world.strays.begin(), world.strays.end());
 }
 
 }  // namespace
@@ -309,8 +322,9 @@ void Account::Describe(std::vector<std::uint8_t>& state) const {
     for (const World& world : worlds_) Append(state, world);
     state.push_back(static_cast<std::uint8_t>((heardSince_ ? 1 : 0) | (odd_ ? 2 : 0) |
                                               (settled_ ? 4 : 0) | (blind_ ? 8 : 0)));
-    if (settled_)
-        for (const Acted acted : *settled_) state.push_back(static_cast<std::uint8_t>(acted));
+    if (!settled_) return;
+    for (const Acted acted : *settled_) state.push_back(static_cast<std::uint8_t>(acted));
+    for (const std::uint8_t command : question_.plan) state.push_back(strays_.Has(command) ? 1 : 0);
 }
 
 }  // namespace verdict

@@ -94,6 +94,7 @@ class Account {
     void NoteStatus(const Status& status);
     void Settle();
     Acted What(std::int32_t step) const;
+    bool PerhapsStrayed(std::uint8_t command) const;
     Remains WhatRemains() const;
 
     Question question_;
@@ -104,6 +105,7 @@ class Account {
     std::optional<Status> before_, after_;
     Worlds worlds_;
     std::optional<std::vector<Acted>> settled_;  // of the steps, when the worlds became too many
+    Commands strays_;                            // of the worlds that settled it (World::strays)
     Sent last_;
     bool heardSince_ = true;  // since the last frame of the driver
     bool odd_ = false;

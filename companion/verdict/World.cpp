@@ -87,6 +87,8 @@ bool FitsOther(const World& world, const Step& step, const Rules& rules) {
 
 void AcceptAsOther(World world, std::int32_t step, const Rules& rules, Worlds& after) {
     Do(world, step);
+    const auto at = std::ranges::lower_bound(world.strays, world.command);
+    if (at == world.strays.end() || *at != world.command) world.strays.insert(at, world.command);
     Accept(std::move(world), step, rules, after);
 }
 
@@ -171,7 +173,8 @@ void Deliver(const World& world, const Sent& frame, const Rules& rules, Worlds& 
 
 bool Covers(const World& world, const World& other) {
     const auto rest = [](const World& one) {
-        return std::tie(one.phase, one.command, one.open, one.last, one.missing, one.twice);
+        return std::tie(one.phase, one.command, one.open, one.last, one.missing, one.twice,
+                        one.strays);
     };
     if (rest(world) != rest(other)) return false;
     auto next = other.coming.begin();

@@ -59,6 +59,7 @@ struct World {
     LastFrame last = {};
     std::vector<std::int32_t> missing;  // steps that went out and were not done, in order
     std::vector<std::int32_t> twice;    // steps that were done more than once, or as another
+    std::vector<std::uint8_t> strays;   // commands done by the data frame of another, in order
     std::vector<Answer> coming;         // in order
 
     // The zero in a defaulted comparison is no pointer.
