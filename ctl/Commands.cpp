@@ -4,8 +4,10 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <memory>
 
 #include "ctl/Emulate.h"
+#include "ctl/HelpText.h"
 #include "ctl/Jobs.h"
 #include "ctl/Resolve.h"
 #include "ctl/Run.h"
@@ -49,7 +51,8 @@ int RunVoltisctl(int argc, char** argv) {
         "was\nprinted; and an emulated register on the desk.",
         "voltisctl");
     app.set_version_flag("--version", versionText);
-    app.require_subcommand(0, 1);  // none: reported below, after an unknown word
+    app.formatter(std::make_shared<HelpText>());  // which the sub-commands take over
+    app.require_subcommand(0, 1);                 // none: reported below, after an unknown word
     Action chosen;
     for (const SubCommand& row : subCommands) {
         CLI::App* command = app.add_subcommand(row.name, row.summary);

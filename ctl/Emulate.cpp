@@ -22,13 +22,19 @@ using emulator::Register;
 namespace {
 
 constexpr char emulateFooter[] =
-    "The first line printed is the pseudo terminal's path, the rest is the tape. The driver opens\n"
-    "/dev/ttyS<n> and nothing else, n being ComNumber - 1. So either let `voltisctl try` bind a\n"
-    "register there, or, as root, put a link in the place of a port that the machine does not\n"
-    "have and set ComNumber to match, by `ln -sf PTY /dev/ttyS9` or, kept up to date, by\n"
+    "The first line printed is the pseudo terminal's path, the rest is the tape. The "
+    "driver opens /dev/ttyS<n> and nothing else, n being ComNumber - 1. So either let "
+    "`voltisctl try` bind a register there, or, as root, put a link in the place of a "
+    "port that the machine does not have and set ComNumber to match, by `ln -sf PTY "
+    "/dev/ttyS9` or, kept up to date, by\n"
     "    voltisctl emulate --link /dev/ttyS9        # ComNumber=10\n"
-    "Lines understood on standard input: finish, key reg, key off, paper out, paper in,\n"
-    "power off, power on, status, help. SIGINT or SIGTERM ends the register and removes the link.";
+    "Lines understood on standard input:\n"
+    "    finish, key reg, key off, paper out, paper in, power off, power on, status,\n"
+    "    help\n"
+    "SIGINT or SIGTERM ends the register and removes the link.\n"
+    "\n"
+    "Example:\n"
+    "  voltisctl emulate --model margay --link /tmp/register";
 
 struct EmulateOptions {
     RegisterOptions device;

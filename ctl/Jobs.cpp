@@ -18,10 +18,11 @@ using journal::Job;
 using Json = nlohmann::ordered_json;
 
 constexpr char jobsFooter[] =
-    "Times are UTC. States: received (nothing was sent yet), sending (under way, or interrupted\n"
-    "there), done (verdict printed or part), failed (not-printed: may be run again under its ID),\n"
-    "in-doubt (unknown: look at the paper, then voltisctl resolve).\n"
-    "The exit code is 0; 1 when there is no job of that ID.";
+    "Times are UTC. States: received (nothing was sent yet), sending (under way, or "
+    "interrupted there), done (verdict printed or part), failed (not-printed: may be run "
+    "again under its ID), in-doubt (unknown: look at the paper, then voltisctl resolve).\n"
+    "The exit code is 0; 1 when there is no job of that ID."
+    "\n\nExample:\n  voltisctl jobs --since 2026-11-01 --json";
 
 struct JobsOptions {
     JobChoice choice;

@@ -15,10 +15,10 @@ namespace {
 constexpr char resolveFooter[] =
     "For a job in doubt, or one that was printed in part and has been completed or undone by "
     "hand.\n"
-    "Look at the paper first: what is decided to be not-printed may be run again under its ID. "
-    "The\n"
-    "decision is kept in the journal, with the note, the user and the time.\n"
-    "The exit code is 0; 1 when there is no such job, or nothing to decide.";
+    "Look at the paper first: what is decided to be not-printed may be run again under its "
+    "ID. The decision is kept in the journal, with the note, the user and the time.\n"
+    "The exit code is 0; 1 when there is no such job, or nothing to decide."
+    "\n\nExample:\n  voltisctl resolve 2026-4711 --as printed --note \"seen on the paper\"";
 
 struct ResolveOptions {
     JobChoice choice;

@@ -28,9 +28,9 @@ constexpr char runFooter[] =
     "  exit 1    not printed: a mistake in the file\n"
     "  exit 2    not printed, for another reason: the same file may be run again\n"
     "  exit 101  anything else: part of it was printed, or nobody can tell\n"
-    "The result file beside the command file says the same. With --job the same ID and content "
-    "are\n"
-    "never printed twice: a repeated call gets the answer of the first one.";
+    "The result file beside the command file says the same. With --job the same ID and "
+    "content are never printed twice: a repeated call gets the answer of the first one."
+    "\n\nExample:\n  voltisctl run --job 2026-4711 --wait 30 sale.txt";
 
 // Of the driver, for what a caller reads in the result file.
 constexpr int errorCommandFile = 1;

@@ -19,10 +19,10 @@ namespace {
 
 constexpr char statusFooter[] =
     "Runs the driver on a file of the one command GET_STATUS: nothing is printed, and the "
-    "register\n"
-    "is as it was. The exit code is the driver's: 0 when the register answered and is ready, 2 "
-    "when\n"
-    "it did not or is not; 3 when the driver could not be run, or another run has the register.";
+    "register is as it was. The exit code is the driver's: 0 when the register answered and "
+    "is ready, 2 when it did not or is not; 3 when the driver could not be run, or another "
+    "run has the register."
+    "\n\nExample:\n  voltisctl status --register bar";
 
 struct StatusOptions {
     SiteOptions site;

@@ -30,14 +30,15 @@ namespace {
 constexpr int exitTimeout = 124;  // as timeout(1) has it
 
 constexpr char tryFooter[] =
-    "The files are run one after the other against one register, which keeps its state: a receipt\n"
-    "that one file leaves open can be finished by the next. Every file is copied into a private\n"
-    "folder first, its result file included, and the driver sees a private /etc/voltis,\n"
-    "/var/log/voltis and /dev/ttyS0: nothing on this machine is changed. Neither root nor a\n"
-    "register is needed, but bubblewrap (package `bubblewrap`) is.\n"
-    "The exit code is that of the last run of the driver that failed, 0 when none did; 124 for a\n"
-    "run that took too long; 3 when the driver could not be run; 2 also for a wrong option or a\n"
-    "command file that cannot be read, and then nothing was run.";
+    "The files are run one after the other against one register, which keeps its state: a "
+    "receipt that one file leaves open can be finished by the next. Every file is copied "
+    "into a private folder first, its result file included, and the driver sees a private "
+    "/etc/voltis, /var/log/voltis and /dev/ttyS0: nothing on this machine is changed. "
+    "Neither root nor a register is needed, but bubblewrap (package `bubblewrap`) is.\n"
+    "The exit code is that of the last run of the driver that failed, 0 when none did; 124 "
+    "for a run that took too long; 3 when the driver could not be run; 2 also for a wrong "
+    "option or a command file that cannot be read, and then nothing was run."
+    "\n\nExample:\n  voltisctl try --model margay --svg receipt.svg sale.txt";
 
 struct TryOptions {
     RegisterOptions device;

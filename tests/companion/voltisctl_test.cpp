@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <ostream>
+#include <sstream>
+#include <string>
 
 #include "emulator/Habit.h"
 #include "tests/companion/Tool.h"
@@ -37,6 +39,19 @@ TEST(voltisctl, HelpEndsWithZeroEvenBesideAWrongOption) {
     for (const Words& words : {Words{"-h"}, Words{"try", "-h"}, Words{"emulate", "--help"},
                                Words{"try", "--help", "--wings"}}) {
         EXPECT_EQ(RunTool(words).exitCode, 0);
+    }
+}
+
+TEST(voltisctl, HelpHasEightyColumnsAndEndsWithAnExample) {
+    for (const char* command : {"emulate", "jobs", "resolve", "run", "status", "try"}) {
+        const std::string text = RunTool({command, "--help"}).text;
+        const std::size_t example = text.find("\nExample:\n  voltisctl ");
+        ASSERT_NE(example, std::string::npos) << command;
+        EXPECT_EQ(
+            std::count(text.begin() + static_cast<std::ptrdiff_t>(example) + 1, text.end(), '\n'),
+            2);
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80U) << line;
     }
 }
 
