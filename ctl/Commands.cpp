@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "ctl/Emulate.h"
+#include "ctl/Explain.h"
 #include "ctl/HelpText.h"
 #include "ctl/Jobs.h"
 #include "ctl/Resolve.h"
@@ -31,6 +32,7 @@ struct SubCommand {
 // A new sub-command is a row here and a unit that binds its options.
 constexpr SubCommand subCommands[] = {
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
+    {"explain", "Tell what a code or a message means, and what to do", BindExplain},
     {"jobs", "Show what became of the jobs in the journal", BindJobs},
     {"resolve", "Decide by hand what became of a job in doubt", BindResolve},
     {"run", "Print a command file once, and tell what was printed", BindRun},

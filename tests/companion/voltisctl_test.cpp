@@ -43,7 +43,7 @@ TEST(voltisctl, HelpEndsWithZeroEvenBesideAWrongOption) {
 }
 
 TEST(voltisctl, HelpHasEightyColumnsAndEndsWithAnExample) {
-    for (const char* command : {"emulate", "jobs", "resolve", "run", "status", "try"}) {
+    for (const char* command : {"emulate", "explain", "jobs", "resolve", "run", "status", "try"}) {
         const std::string text = RunTool({command, "--help"}).text;
         const std::size_t example = text.find("\nExample:\n  voltisctl ");
         ASSERT_NE(example, std::string::npos) << command;

@@ -1,0 +1,10 @@
+// The catalogue as the page docs/errors.md.
+#pragma once
+
+#include <string>
+
+namespace explain {
+
+std::string Page();
+
+}  // namespace explain

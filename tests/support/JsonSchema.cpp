@@ -1,0 +1,126 @@
+#include "tests/support/JsonSchema.h"
+
+#include <algorithm>
+#include <regex>
+#include <set>
+
+namespace {
+
+using nlohmann::json;
+
+const std::set<std::string> onlyForPeople = {"$schema", "$id", "$defs", "title", "description"};
+
+bool IsOfType(const json& value, const std::string& type) {
+    if (type == "integer") return value.is_number_integer();
+    if (type == "number") return value.is_number();
+    return type == value.type_name();  // "object", "array", "string", "boolean", "null"
+}
+
+bool IsOfOneType(const json& value, const json& types) {
+    if (types.is_string()) return IsOfType(value, types);
+    return std::any_of(types.begin(), types.end(),
+                       [&](const json& type) { return IsOfType(value, type); });
+}
+
+bool IsOneOf(const json& value, const json& all) {
+    return std::find(all.begin(), all.end(), value) != all.end();
+}
+
+bool HasPattern(const json& value, const json& pattern) {
+    return std::regex_search(value.get<std::string>(), std::regex(pattern.get<std::string>()));
+}
+
+struct KeywordRow {
+    const char* keyword;
+    bool (*holds)(const json& value, const json& rule);
+};
+
+const KeywordRow keywords[] = {
+    {"type", IsOfOneType},
+    {"enum", IsOneOf},
+    {"const", [](const json& value, const json& rule) { return value == rule; }},
+    {"minimum", [](const json& v, const json& rule) { return !v.is_number() || v >= rule; }},
+    {"maximum", [](const json& v, const json& rule) { return !v.is_number() || v <= rule; }},
+    {"minLength",
+     [](const json& v, const json& rule) {
+         return !v.is_string() || v.get<std::string>().size() >= rule.get<std::size_t>();
+     }},
+    {"minItems",
+     [](const json& v, const json& rule) {
+         return !v.is_array() || v.size() >= rule.get<std::size_t>();
+     }},
+    {"maxItems",
+     [](const json& v, const json& rule) {
+         return !v.is_array() || v.size() <= rule.get<std::size_t>();
+     }},
+    {"pattern",
+     [](const json& v, const json& rule) { return !v.is_string() || HasPattern(v, rule); }},
+    {"required",
+     [](const json& v, const json& names) {
+         return !v.is_object() || std::all_of(names.begin(), names.end(), [&](const json& name) {
+             return v.contains(name.get<std::string>());
+         });
+     }},
+};
+
+class Validator {
+  public:
+    explicit Validator(const json& schema) : whole_(schema) {}
+
+    void Check(const json& value, const json& schema, const std::string& path) {
+        for (const auto& [keyword, rule] : schema.items()) {
+            if (onlyForPeople.contains(keyword)) continue;
+            if (!CheckValue(value, keyword, rule, path) &&
+                !CheckParts(value, keyword, rule, path) && keyword != "additionalProperties")
+                mistakes.push_back(path + ": unknown keyword " + keyword);
+        }
+        if (schema.contains("additionalProperties")) CheckNames(value, schema, path);
+    }
+
+    std::vector<std::string> mistakes;
+
+  private:
+    // False for a keyword that is not of the table.
+    bool CheckValue(const json& value, const std::string& keyword, const json& rule,
+                    const std::string& path) {
+        const auto* const row = std::ranges::find(keywords, keyword, &KeywordRow::keyword);
+        if (row == std::ranges::end(keywords)) return false;
+        if (!row->holds(value, rule)) mistakes.push_back(path + ": " + keyword + " " + rule.dump());
+        return true;
+    }
+
+    // False for a keyword that is not about parts.
+    bool CheckParts(const json& value, const std::string& keyword, const json& rule,
+                    const std::string& path) {
+        if (keyword == "$ref") {
+            Check(value, whole_.at(json::json_pointer(rule.get<std::string>().substr(1))), path);
+        } else if (keyword == "properties") {
+            for (const auto& [name, part] : rule.items())
+                if (value.is_object() && value.contains(name))
+                    Check(value[name], part, path + "/" + name);
+        } else if (keyword == "items") {
+            for (std::size_t i = 0; value.is_array() && i < value.size(); ++i)
+                Check(value[i], rule, path + "/" + std::to_string(i));
+        } else {
+            return false;
+        }
+        return true;
+    }
+
+    void CheckNames(const json& value, const json& schema, const std::string& path) {
+        if (!value.is_object() || schema["additionalProperties"] != false) return;
+        for (const auto& [name, part] : value.items())
+            if (!schema["properties"].contains(name))
+                mistakes.push_back(path + ": unexpected " + name);
+    }
+
+    const json& whole_;
+};
+
+}  // namespace
+
+std::vector<std::string> MistakesBySchema(const json& value, const json& schema) {
+    Validator validator(schema);
+    validator.Check(value, schema, "");
+    return validator.mistakes;
+}
