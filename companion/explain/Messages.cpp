@@ -49,6 +49,8 @@ constexpr char connected[] =
     "See that ComNumber or Device names the port, and that this account may use it: the group is "
     "dialout on Debian.";
 
+constexpr char lookAtThePort[] = "Look at the adapter, its plug and the system's log (`dmesg`).";
+
 constexpr Entry messageRows[] = {
     // How a line is written.
     Impossible(ERR_COMMAND_FILE, "Command name is missing",
@@ -172,14 +174,14 @@ constexpr Entry messageRows[] = {
                "Use data=7 or 8, stop=1 or 2, parity=o, e or n."),
     AtTheStart(ERR_SYSTEM, "Cannot set new serial port settings - {...}",
                "The port does not take the settings: it may be no serial port.", connected),
-    OfThePort("Serial port read error - {...}", "The port failed: an adapter was pulled out.",
-              connected),
-    OfThePort("Serial port write error - {...}", "The port failed: an adapter was pulled out.",
-              connected),
-    OfThePort("Cannot read serial port timeouts - {...}", "The port failed.", connected),
-    OfThePort("Cannot write serial port timeouts - {...}", "The port failed.", connected),
+    OfThePort("Serial port read error - {...}", "The port failed: often an adapter was pulled out.",
+              lookAtThePort),
+    OfThePort("Serial port write error - {...}",
+              "The port failed: often an adapter was pulled out.", lookAtThePort),
+    OfThePort("Cannot read serial port timeouts - {...}", "The port failed.", lookAtThePort),
+    OfThePort("Cannot write serial port timeouts - {...}", "The port failed.", lookAtThePort),
     OfThePort("Failed to close serial port - {...}",
-              "The port failed at the end. A complete sale ends with 101 then.", connected),
+              "The port failed at the end. A complete sale ends with 101 then.", lookAtThePort),
     {Kind::Message, ERR_SYSTEM, "Memory allocation error - {...}", exit1 | exit2 | exit101,
      "A barcode needed more memory than there is.", &byAnyExitCode,
      "Free some memory, or give the machine more."},

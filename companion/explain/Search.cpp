@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <set>
 #include <string_view>
 
@@ -129,7 +130,9 @@ Entries NearestTexts(const std::string& query) {
         double likeness;
     };
     std::vector<Candidate> candidates;
-    for (const Entry* entry : Where([](const Entry&) { return true; }))
+    const Entries all = Where([](const Entry&) { return true; });
+    candidates.reserve(all.size());
+    for (const Entry* entry : all)
         candidates.push_back({entry, Likeness(TripletsOf(query), TripletsOf(Shown(entry->text)))});
     std::ranges::stable_sort(candidates, std::greater(), &Candidate::likeness);
     Entries nearest;
