@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 
+#include "ctl/Check.h"
 #include "ctl/Emulate.h"
 #include "ctl/Explain.h"
 #include "ctl/HelpText.h"
@@ -31,6 +32,7 @@ struct SubCommand {
 
 // A new sub-command is a row here and a unit that binds its options.
 constexpr SubCommand subCommands[] = {
+    {"check", "Find all mistakes of command files, without a register", BindCheck},
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
     {"explain", "Tell what a code or a message means, and what to do", BindExplain},
     {"jobs", "Show what became of the jobs in the journal", BindJobs},

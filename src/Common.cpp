@@ -139,7 +139,10 @@ void GetLocalTime(tagSYSTEMTIME* t) {
 // second or more, so that nearly all values above 99 do not wait at all. The configured pauses of
 // shops are made for that; the suite Sleep pins it. The result is not looked at.
 void Sleep(unsigned int dwMilliseconds) {
-    const std::uint32_t nanoseconds = dwMilliseconds * 10'000'000u;
-    const timespec request{0, static_cast<long>(nanoseconds)};
+    const timespec request{0, static_cast<long>(SleepNanoseconds(dwMilliseconds))};
     nanosleep(&request, nullptr);
+}
+
+std::uint32_t SleepNanoseconds(unsigned int dwMilliseconds) {
+    return dwMilliseconds * 10'000'000u;
 }

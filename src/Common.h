@@ -71,3 +71,5 @@ void GetLocalTime(tagSYSTEMTIME* t);
 /// Waits dwMilliseconds x 10 ms for values below 100. For greater values it returns at once, except
 /// where dwMilliseconds x 10,000,000 modulo 2^32 is below 10^9: then it waits that many ns.
 void Sleep(unsigned int dwMilliseconds);
+/// What Sleep asks of the system, which waits for less than 10^9 ns only.
+std::uint32_t SleepNanoseconds(unsigned int dwMilliseconds);

@@ -1,5 +1,5 @@
 // Inside the processor: the command handlers and the helpers that they share. For the processor's
-// units and their tests only.
+// units, their tests, and the companion's checker of command files only.
 #pragma once
 
 #include <cstdint>
@@ -73,6 +73,8 @@ void PrintComment(const std::string& text);
 void LastReceiptCopy();
 
 void Pause(FiscalCommand& cmd);
+/// What Pause gives to Sleep: SECONDS, which it takes out, or the default.
+WORD ExtractPause(FiscalCommand& cmd);
 
 // Receipts over several files. They set their flags whatever State is.
 void Continue();

@@ -23,7 +23,11 @@ WORD PauseFromSeconds(const std::string& seconds) {
 }  // namespace
 
 void Pause(FiscalCommand& cmd) {
-    WORD delay = defaultPause;
-    if (cmd.ParameterExists("SECONDS")) delay = PauseFromSeconds(cmd.ExtractParameter("SECONDS"));
+    const WORD delay = ExtractPause(cmd);
     if (!InCheckPass()) Sleep(delay);
+}
+
+WORD ExtractPause(FiscalCommand& cmd) {
+    if (!cmd.ParameterExists("SECONDS")) return defaultPause;
+    return PauseFromSeconds(cmd.ExtractParameter("SECONDS"));
 }

@@ -11,6 +11,7 @@ namespace plan {
 namespace {
 
 std::vector<std::uint8_t> notes;
+BUF lastPayload;
 EcrSettings settings;
 EcrStatus status;
 
@@ -37,12 +38,17 @@ std::vector<std::uint8_t> TakeNotes() {
     return std::exchange(notes, {});
 }
 
+const BUF& LastPayload() {
+    return lastPayload;
+}
+
 }  // namespace plan
 
 // --- what the processor calls of the link --------------------------------------------------------
 
-void SendCommand(BYTE cmd, const BUF&, bool) {
+void SendCommand(BYTE cmd, const BUF& cmdData, bool) {
     plan::notes.push_back(cmd);
+    plan::lastPayload = cmdData;
 }
 
 void SetCmdTimeout(CommandType) {}

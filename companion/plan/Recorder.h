@@ -5,6 +5,8 @@
 #include <optional>
 #include <vector>
 
+#include "Buf.h"
+
 namespace plan {
 
 /// Of the model that the byte of a status block names.
@@ -12,5 +14,8 @@ void BeModel(std::optional<std::uint8_t> protocol);
 
 /// The command codes sent since the last call.
 std::vector<std::uint8_t> TakeNotes();
+
+/// What came with the last of them.
+const BUF& LastPayload();
 
 }  // namespace plan

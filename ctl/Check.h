@@ -1,0 +1,7 @@
+// `voltisctl check`: all mistakes of command files, without a register.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+std::function<int()> BindCheck(CLI::App& command);
