@@ -245,6 +245,26 @@ void MeasureCompanion(Report& report, const Effort& effort) {
                 Limit::AtMost, 16});
 }
 
+void MeasureCheck(Report& report, const Effort& effort) {
+    const std::string group = "voltisctl check, for one model";
+    const int few = effort.readLines / 10;
+    const int many = effort.readLines * 10;
+    std::ofstream("check-few.txt") << Receipt(few);
+    std::ofstream("check-many.txt") << Receipt(many);
+    const CommandLine check = {VOLTISCTL_PATH, "check", "--model", "ocelot", "--protocol", "2"};
+    CommandLine ofFew = check;
+    CommandLine ofMany = check;
+    ofFew.push_back("check-few.txt");
+    ofMany.push_back("check-many.txt");
+    const std::vector<Series> runs = RunInTurn(effort.rounds, {ofFew, ofMany});
+    report.Add({group, "lines in a second", many / runs[1].WallMs() * 1000, "",
+                If(effort.judged, Limit::AtLeast), 500000,
+                Note("%d lines in %.0f ms", many, runs[1].WallMs())});
+    const auto more = static_cast<double>(runs[1].PeakKb() - runs[0].PeakKb());
+    report.Add({group, "memory of 100 times as many lines", more / 1024, "MB more", Limit::AtMost,
+                0.5, Note("%.1f MB", static_cast<double>(runs[1].PeakKb()) / 1024)});
+}
+
 void MeasureFreshReading(Report& report, const Effort& effort) {
     const std::string group = "Reading a file in a fresh process";
     const double few = 1000;

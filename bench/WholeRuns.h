@@ -44,6 +44,8 @@ void MeasureProcessor(Report& report, const Effort& effort, emulator::WireFamily
 void MeasureStart(Report& report, const Effort& effort);
 /// `voltisctl run` beside the driver alone, a sale of ten lines.
 void MeasureCompanion(Report& report, const Effort& effort);
+/// `voltisctl check` of a file for one model.
+void MeasureCheck(Report& report, const Effort& effort);
 void MeasureFreshReading(Report& report, const Effort& effort);
 std::vector<RunCost> MeasureGrowth(Report& report, const Effort& effort);
 

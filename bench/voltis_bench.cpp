@@ -1,7 +1,8 @@
 // Measures the driver and prints every figure in one table:
 //   voltis_bench [--quick] [--only SECTION] [--json FILE] [--plot FOLDER]
 // The exit code is 1 when a figure misses its limit. --quick measures too little to judge by time,
-// but everything once. The sections: start, line, processor, run, reading, parts, growth.
+// but everything once. The sections: start, line, processor, run, check, reading, parts,
+// growth.
 //
 // It runs itself again in a sandbox with an /etc/voltis, a /var/log/voltis and a /dev/ttyS0 of its
 // own, where the driver is measured without anything between.
@@ -120,6 +121,7 @@ constexpr Section sections[] = {
              MeasureProcessor(bench.report, bench.effort, family);
      }},
     {"run", [](Bench& bench) { MeasureCompanion(bench.report, bench.effort); }},
+    {"check", [](Bench& bench) { MeasureCheck(bench.report, bench.effort); }},
     {"reading", [](Bench& bench) { MeasureFreshReading(bench.report, bench.effort); }},
     {"parts",
      [](Bench& bench) {
