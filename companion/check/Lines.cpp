@@ -30,7 +30,7 @@ File Copied(FILE* from, const std::string& name) {
     }
     if (ferror(from) != 0) FailOn("Can't read", name);
     if (fflush(copy.get()) != 0) FailOn("Can't copy", name);
-    rewind(copy.get());
+    if (fseek(copy.get(), 0, SEEK_SET) != 0) FailOn("Can't read", name);
     return copy;
 }
 

@@ -19,14 +19,13 @@ bool OfTheFile(std::uint8_t command) {
 // Worlds that differ in what is coming only are neighbours when they are sorted.
 bool IsCovered(const Worlds& worlds, std::size_t place) {
     const World& world = worlds[place];
-    const auto covers = [&](std::size_t other) { return Covers(worlds[other], world); };
-    const auto near = [&](std::size_t other) {
-        return worlds[other].missing == world.missing && worlds[other].twice == world.twice;
+    const auto near = [&](const World& other) {
+        return other.missing == world.missing && other.twice == world.twice;
     };
-    for (std::size_t i = place; i-- > 0 && near(i);)
-        if (covers(i)) return true;
-    for (std::size_t i = place + 1; i < worlds.size() && near(i); ++i)
-        if (covers(i)) return true;
+    std::size_t begin = place;
+    while (begin > 0 && near(worlds[begin - 1])) --begin;
+    for (std::size_t i = begin; i < worlds.size() && near(worlds[i]); ++i)
+        if (i != place && Covers(worlds[i], world)) return true;
     return false;
 }
 
