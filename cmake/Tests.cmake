@@ -34,13 +34,15 @@ endfunction()
 # Every test of an executable runs in a process of its own, so that flags which the driver never
 # clears start fresh. With EACH_ALONE these are children of one process, all one test of ctest: for
 # tests that neither wait nor start programs, since the start of a program takes longer than most
-# tests do. With WHOLE all of them run in one process: for units without state of the process. With TOGETHER, the tests that
-# match one of these patterns run in one process, as a test with the name of the program. With UNITY,
-# so many sources are compiled as one: what they share of the headers takes longer than their own
-# lines.
+# tests do. With WHOLE all of them run in one process: for units without state of the process. With
+# TOGETHER, the tests that match one of these patterns run in one process, as a test with the name of
+# the program. With UNITY, so many sources are compiled as one: what they share of the headers takes
+# longer than their own lines.
 function(voltis_add_test name)
     cmake_parse_arguments(arg "WHOLE;EACH_ALONE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
-    if(NOT arg_TIMEOUT)
+    if(NOT arg_TIMEOUT AND arg_EACH_ALONE)
+        set(arg_TIMEOUT 300)
+    elseif(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
     endif()
     if(NOT arg_LABELS)

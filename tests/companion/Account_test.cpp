@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -347,6 +348,33 @@ TEST(Account, HasTheStatusBlocksBeforeAndAfter) {
     EXPECT_EQ(after.subtotal, -12345);
     EXPECT_TRUE(after.ReceiptOpen());
     EXPECT_TRUE(after.InFiscalMode());
+}
+
+TEST(Covers, IsTrueWithMoreAnswersOnTheirWayAndNothingElse) {
+    World more;
+    more.coming = {{Heard::Kind::Ack}, {Heard::Kind::Status}, {Heard::Kind::Ack}};
+    World less;
+    less.coming = {{Heard::Kind::Ack}, {Heard::Kind::Ack}};
+    EXPECT_TRUE(Covers(more, less));
+    EXPECT_TRUE(Covers(more, World()));
+    EXPECT_FALSE(Covers(less, more));
+    less.coming = {{Heard::Kind::Status}, {Heard::Kind::Status}};
+    EXPECT_FALSE(Covers(more, less)) << "it has only one";
+    less.coming = {{Heard::Kind::Ack}, {Heard::Kind::Ack}, {Heard::Kind::Status}};
+    EXPECT_FALSE(Covers(more, less)) << "in another order";
+    const std::vector<std::function<void(World&)>> differences = {
+        [](World& world) { world.phase = World::Phase::AwaitsEof; },
+        [](World& world) { world.command = 1; },
+        [](World& world) { world.open = 0; },
+        [](World& world) { world.last.known = true; },
+        [](World& world) { world.missing = {0}; },
+        [](World& world) { world.twice = {0}; },
+        [](World& world) { world.strays = {1}; }};
+    for (std::size_t i = 0; i < differences.size(); ++i) {
+        World other;
+        differences[i](other);
+        EXPECT_FALSE(Covers(more, other)) << i;
+    }
 }
 
 TEST(KindOf, FollowsFromTheCommands) {

@@ -77,8 +77,11 @@ void ConfigureTheMachine(bool sandbox) {
         << (sandbox ? "yes" : "no") << "\n";
 }
 
+const std::string machinesLog = "/var/log/voltis/dbgerror.log";
+
 Outcome OutcomeOf(const Trouble& trouble, bool sandbox) {
     ConfigureTheMachine(sandbox);
+    fs::remove(machinesLog);
     Till till(model, "/dev/ttyS0");
     till.profile = runner::LoadProfile("/etc/voltis");
     for (const char* folder : {"locks", "logs"}) fs::create_directory(till.File(folder));
@@ -90,6 +93,7 @@ Outcome OutcomeOf(const Trouble& trouble, bool sandbox) {
     workbench::Serving serving(till.Station().server);
     Outcome outcome = jobs.Do({"A", "/pos/sale.txt", trouble.content, {}}, {});
     serving.Finish();
+    EXPECT_EQ(fs::exists(machinesLog), !sandbox);
     outcome.seconds = 0;
     return outcome;
 }
