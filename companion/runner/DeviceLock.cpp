@@ -131,13 +131,15 @@ bool BelongsToAnother(int fd) {
     return pid && *pid != getpid() && Lives(*pid);
 }
 
-// What cannot be written, the file of another user's dead program, is held by the flock alone.
+// What cannot be written, the file of another user's dead program, is held by the flock alone. The
+// mode comes before the number, so that everybody may take over what a kill in between leaves.
 void WritePid(int fd) {
     std::array<char, 32> line{};
     const int size = std::snprintf(line.data(), line.size(), "%*d\n", pidWidth, getpid());
     if (ftruncate(fd, 0) != 0) return;
-    if (pwrite(fd, line.data(), static_cast<std::size_t>(size), 0) != size) return;
     fchmod(fd, ourMode);
+    [[maybe_unused]] const ssize_t ignored =
+        pwrite(fd, line.data(), static_cast<std::size_t>(size), 0);
 }
 
 // --- what a killed run has left ------------------------------------------------------------------
