@@ -38,6 +38,7 @@ void Line::GoOnFrom(const Line& other) {
     counters_ = other.counters_;
     onReceive_ = nullptr;
     onSend_ = nullptr;
+    tap_ = nullptr;
 }
 
 Bytes Line::Exchange() const {
@@ -59,6 +60,7 @@ Bytes Line::Feed(View bytes) {
         if (auto reply = TryFrame()) {
             burst_.clear();
             if (!reply->empty()) return Sent(std::move(*reply));
+            if (tap_ != nullptr && LosePower()) return {};
         }
     }
     return {};
@@ -84,9 +86,61 @@ bool Line::LosePower() {
 }
 
 Bytes Line::Sent(Bytes reply) {
+    if (tap_ != nullptr) {
+        if (LosePower()) return {};
+        delay_ = reply.empty() ? std::chrono::milliseconds::zero() : tap_->TakeDelay();
+    }
     counters_.bytesOut += static_cast<long>(reply.size());
     if (onSend_ && !reply.empty()) onSend_(reply);
     return reply;
+}
+
+// --- a tap ---------------------------------------------------------------------------------------
+
+// A good frame has come in. Nothing comes back when it is to be taken for an unreadable one.
+template <typename Act>
+std::optional<Bytes> Line::Meet(FrameKind kind, Act act) {
+    if (tap_ == nullptr) return act();
+    const Fate fate = tap_->Meet(kind, burst_);
+    if (LosePower()) return Bytes{};
+    if (fate != Fate::Pass) return Spoil(fate);
+    Bytes reply = act();
+    tap_->Passed(kind);
+    return LosePower() ? Bytes{} : std::move(reply);
+}
+
+// The burst, which is a whole frame.
+std::optional<Bytes> Line::Spoil(Fate fate) {
+    switch (fate) {
+        case Fate::Corrupt:
+            burst_.back() ^= 1;
+            return std::nullopt;
+        case Fate::Cut:
+            burst_.resize(burst_.size() / 2);
+            return std::nullopt;
+        case Fate::Nak:
+            return Reply(Answer::Nak);
+        case Fate::Busy:
+            state_ = State::Request;
+            return Reply(Answer::Busy);
+        default:
+            return Bytes{};
+    }
+}
+
+Bytes Line::Leave(FrameKind kind, Bytes frame) {
+    switch (tap_ == nullptr ? Fate::Pass : tap_->Meet(kind, frame)) {
+        case Fate::Lose:
+            return {};
+        case Fate::Corrupt:
+            frame.back() ^= 1;
+            return frame;
+        case Fate::Cut:
+            frame.resize(frame.size() / 2);
+            return frame;
+        default:
+            return frame;
+    }
 }
 
 // --- telling frames apart ------------------------------------------------------------------------
@@ -100,7 +154,7 @@ std::optional<Bytes> Line::TryFrame() {
     } else if (wire_->DataFrameSize(dataSize_) <= Wire::kRequestSize) {
         const auto request = wire_->ParseRequest(burst_);
         if (request && request->networkId == networkId_ && IsKnown(*request))
-            return AcceptRequest(*request);
+            return MeetRequest(*request);
     }
     return TryExpected();
 }
@@ -112,7 +166,7 @@ std::optional<Bytes> Line::TryRequest() {
         burst = burst.last(Wire::kRequestSize);
     const auto request = wire_->ParseRequest(burst);
     if (!request) return std::nullopt;
-    return AcceptRequest(*request);
+    return MeetRequest(*request);
 }
 
 std::optional<Bytes> Line::TryExpected() {
@@ -123,21 +177,19 @@ std::optional<Bytes> Line::TryExpected() {
             if (auto data = wire_->ParseData(burst_, dataSize_)) {
                 const auto sequence = static_cast<std::uint16_t>((*data)[0] | (*data)[1] << 8);
                 if (sequence == 0 || sequence > lastSequence) return std::nullopt;
-                return AcceptData(*data);
+                return Meet(FrameKind::Data, [&] { return AcceptData(*data); });
             }
             return std::nullopt;
         case State::EndOfFile:
             if (!wire_->ParseEof(burst_, total_)) return std::nullopt;
-            ++counters_.endOfFiles;
-            state_ = State::Request;
-            device_.CloseCommand();
-            return Reply(Answer::Ack);
+            return Meet(FrameKind::EndOfFile, [&] { return AcceptEof(); });
         case State::StatusAnswer:
         case State::EofAnswer:
-            if (const auto answer = wire_->ParseAnswer(burst_)) {
-                ++counters_.answers;
-                return AcceptAnswer(*answer);
-            }
+            if (const auto answer = wire_->ParseAnswer(burst_))
+                return Meet(FrameKind::Answer, [&] {
+                    ++counters_.answers;
+                    return AcceptAnswer(*answer);
+                });
             return std::nullopt;
     }
     return std::nullopt;
@@ -149,6 +201,12 @@ bool Line::IsKnown(const Request& request) const {
     if (request.command == ReadFiscalStatus) return request.direction != Direction::Send;
     return request.direction != Direction::Read &&
            PayloadSize(device_.GetModel(), request.command) != kNotACommand;
+}
+
+// A tap counts the requests that are for this register.
+std::optional<Bytes> Line::MeetRequest(const Request& request) {
+    if (request.networkId.value_or(networkId_) != networkId_) return AcceptRequest(request);
+    return Meet(FrameKind::Request, [&] { return AcceptRequest(request); });
 }
 
 Bytes Line::AcceptRequest(const Request& request) {
@@ -184,6 +242,13 @@ Bytes Line::AcceptData(const Bytes& data) {
     return Reply(accepted ? Answer::Ack : Answer::Nak);
 }
 
+Bytes Line::AcceptEof() {
+    ++counters_.endOfFiles;
+    state_ = State::Request;
+    device_.CloseCommand();
+    return Reply(Answer::Ack);
+}
+
 Bytes Line::AcceptAnswer(Answer answer) {
     const bool again = answer == Answer::Nak;
     if (state_ == State::StatusAnswer) return again ? SendStatus() : SendEof();
@@ -196,6 +261,7 @@ Bytes Line::AcceptAnswer(Answer answer) {
 // an answer is taken for an acknowledgement, as the usual one; everything else is met with silence.
 Bytes Line::Unreadable() {
     ++counters_.unreadable;
+    if (tap_ != nullptr) tap_->Meet(FrameKind::Unreadable, burst_);
     // An end that closes a command whose data never came must not be told that all is well but for
     // this frame: silence fails the command at the other end (which some registers do not know).
     const bool awaitsFrame = state_ == State::Data || state_ == State::EndOfFile;
@@ -210,7 +276,7 @@ Bytes Line::Unreadable() {
 Bytes Line::Reply(Answer answer) {
     ++(answer == Answer::Ack ? counters_.acks
                              : (answer == Answer::Nak ? counters_.naks : counters_.busies));
-    return wire_->BuildAnswer(answer);
+    return Leave(FrameKind::Response, wire_->BuildAnswer(answer));
 }
 
 Bytes Line::SendStatus() {
@@ -222,13 +288,13 @@ Bytes Line::SendStatus() {
     Bytes frame = wire_->BuildData(data);
     total_ = wire_->TotalOf(frame);
     state_ = State::StatusAnswer;
-    return frame;
+    return Leave(FrameKind::Status, std::move(frame));
 }
 
 Bytes Line::SendEof() {
     state_ = State::EofAnswer;
     if (device_.Has(Habit::ForgetsAtStatus)) device_.CloseCommand();
-    return wire_->BuildEof(total_);
+    return Leave(FrameKind::StatusEof, wire_->BuildEof(total_));
 }
 
 }  // namespace emulator

@@ -1,6 +1,7 @@
 // A register at the end of a line: takes bytes, returns bytes, knows nothing of time or devices.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -8,8 +9,10 @@
 #include <optional>
 #include <utility>
 
+#include "emulator/FarEnd.h"
 #include "emulator/Model.h"
 #include "emulator/Register.h"
+#include "emulator/Tap.h"
 #include "emulator/Wire.h"
 
 namespace emulator {
@@ -29,29 +32,26 @@ struct LineCounters {
     bool operator==(const LineCounters&) const = default;
 };
 
-class Line {
+class Line : public FarEnd {
   public:
     /// The register must outlive the line. networkId is looked at in Ocelot frames only.
     Line(WireFamily family, Register& device, std::uint8_t networkId = 1);
     /// A line to another register that is where that one is in its exchange, with its counters and
-    /// without its filters.
+    /// without its filters and its tap.
     Line(const Line& other, Register& device);
     /// The same for the register that this line has, which must be equal to the other's.
     void GoOnFrom(const Line& other);
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
-    /// Bytes from the other end; the reply comes back, empty for silence. A frame is acted on as
-    /// soon as it is complete and good. What follows a frame that was answered in the same call is
-    /// dropped as noise, for the other end waits for the answer before it goes on.
-    Bytes Feed(View bytes);
-
-    /// The line has been quiet for longer than the pause between two bytes of one frame: what has
-    /// come in so far is all of it. The reply comes back, empty for silence.
-    Bytes Idle();
-
-    /// True while a burst has begun that no frame has ended: Idle is owed once the line is quiet.
-    bool Pending() const { return !burst_.empty(); }
+    /// A frame is acted on as soon as it is complete and good. What follows a frame that was
+    /// answered in the same call is dropped as noise, for the other end waits for the answer before
+    /// it goes on.
+    Bytes Feed(View bytes) override;
+    Bytes Idle() override;
+    bool Pending() const override { return !burst_.empty(); }
+    std::chrono::milliseconds Delay() const override { return delay_; }
+    bool Dead() const override { return !device_.Powered(); }
 
     Register& Device() { return device_; }
     const LineCounters& Counters() const { return counters_; }
@@ -64,18 +64,26 @@ class Line {
     using Filter = std::function<void(Bytes&)>;
     void OnReceive(Filter filter) { onReceive_ = std::move(filter); }
     void OnSend(Filter filter) { onSend_ = std::move(filter); }
+    /// The tap must outlive the line, or be taken away by null.
+    void Attach(Tap* tap) { tap_ = tap; }
 
   private:
     enum class State { Request, Data, EndOfFile, StatusAnswer, EofAnswer };
 
     bool LosePower();
     Bytes Sent(Bytes reply);
+    template <typename Act>
+    std::optional<Bytes> Meet(FrameKind kind, Act act);
+    std::optional<Bytes> Spoil(Fate fate);
+    Bytes Leave(FrameKind kind, Bytes frame);
     std::optional<Bytes> TryFrame();
     std::optional<Bytes> TryRequest();
     std::optional<Bytes> TryExpected();
     bool IsKnown(const Request& request) const;
+    std::optional<Bytes> MeetRequest(const Request& request);
     Bytes AcceptRequest(const Request& request);
     Bytes AcceptData(const Bytes& data);
+    Bytes AcceptEof();
     Bytes AcceptAnswer(Answer answer);
     Bytes Unreadable();
     Bytes Reply(Answer answer);
@@ -94,6 +102,8 @@ class Line {
     LineCounters counters_;
     Filter onReceive_;
     Filter onSend_;
+    Tap* tap_ = nullptr;
+    std::chrono::milliseconds delay_{0};  // of the last reply
 };
 
 }  // namespace emulator

@@ -42,7 +42,7 @@ timespec ToTimespec(std::chrono::nanoseconds wait) {
 
 }  // namespace
 
-PtyServer::PtyServer(Line& line, PtyOptions options) : line_(line), options_(std::move(options)) {
+PtyServer::PtyServer(FarEnd& line, PtyOptions options) : line_(line), options_(std::move(options)) {
     try {
         master_ = Check(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC),
                         "Cannot open a pseudo terminal");
@@ -113,6 +113,7 @@ void PtyServer::Run() {
             if (std::exchange(stop_, false)) return;
         }
         PollOnce();
+        RunTimers(Clock::now());
         Deliver(Clock::now());
     }
 }
@@ -135,6 +136,18 @@ void PtyServer::Post(std::function<void()> action) {
 
 void PtyServer::Watch(int fd, std::function<bool()> action) {
     watches_[fd] = std::move(action);
+}
+
+void PtyServer::After(std::chrono::milliseconds wait, std::function<void()> action) {
+    timers_.emplace(Clock::now() + wait, std::move(action));
+}
+
+void PtyServer::RunTimers(Clock::time_point now) {
+    while (!timers_.empty() && timers_.begin()->first <= now) {
+        const std::function<void()> action = std::move(timers_.begin()->second);
+        timers_.erase(timers_.begin());
+        action();
+    }
 }
 
 void PtyServer::RunPosted() {
@@ -184,6 +197,7 @@ PtyServer::Clock::time_point PtyServer::NextDeadline() const {
     Clock::time_point next = Clock::now() + forever;
     if (!incoming_.empty()) next = std::min(next, incoming_.front().due);
     if (!outgoing_.empty()) next = std::min(next, outgoing_.front().due);
+    if (!timers_.empty()) next = std::min(next, timers_.begin()->first);
     if (incoming_.empty() && line_.Pending()) next = std::min(next, lastByte_ + options_.gap);
     if (!farEndOpen_ && inotify_ < 0) next = std::min(next, Clock::now() + reopenPoll);
     return next;
@@ -203,6 +217,7 @@ void PtyServer::ReadEvents() {
 void PtyServer::FarEndClosed() {
     ++closings_;
     ResetSettings();
+    line_.Closed();
 }
 
 // --- bytes ---------------------------------------------------------------------------------------
@@ -223,23 +238,35 @@ void PtyServer::ReadLine() {
 }
 
 void PtyServer::Deliver(Clock::time_point now) {
-    while (!incoming_.empty() && incoming_.front().due <= now) {
-        const Chunk chunk = std::move(incoming_.front());
-        incoming_.pop_front();
-        lastByte_ = chunk.due;
-        Send(line_.Feed(chunk.bytes), chunk.due);
-    }
-    if (incoming_.empty() && line_.Pending() && lastByte_ + options_.gap <= now)
-        Send(line_.Idle(), now);
+    if (line_.Dead()) outgoing_.clear();
+    const bool moved = DeliverIncoming(now);
+    if (moved && beforeSending_) beforeSending_();
     while (!outgoing_.empty() && outgoing_.front().due <= now) {
         WriteLine(outgoing_.front().bytes);
         outgoing_.pop_front();
     }
 }
 
+// True when the line was told of something.
+bool PtyServer::DeliverIncoming(Clock::time_point now) {
+    bool moved = false;
+    while (!incoming_.empty() && incoming_.front().due <= now) {
+        const Chunk chunk = std::move(incoming_.front());
+        incoming_.pop_front();
+        lastByte_ = chunk.due;
+        Send(line_.Feed(chunk.bytes), chunk.due);
+        moved = true;
+    }
+    if (incoming_.empty() && line_.Pending() && lastByte_ + options_.gap <= now) {
+        Send(line_.Idle(), now);
+        moved = true;
+    }
+    return moved;
+}
+
 void PtyServer::Send(Bytes reply, Clock::time_point from) {
     if (reply.empty()) return;
-    lineFreeOut_ = std::max(lineFreeOut_, from) + LineTime(reply.size());
+    lineFreeOut_ = std::max(lineFreeOut_, from + line_.Delay()) + LineTime(reply.size());
     outgoing_.push_back({std::move(reply), lineFreeOut_});
 }
 

@@ -1,4 +1,4 @@
-// Serves a line on a pseudo terminal, in the place of a serial port.
+// Serves what is at the end of a line on a pseudo terminal, in the place of a serial port.
 #pragma once
 
 #include <chrono>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "emulator/Line.h"
+#include "emulator/FarEnd.h"
 #include "emulator/Wire.h"
 
 namespace emulator {
@@ -23,12 +23,12 @@ struct PtyOptions {
                             // symbolic link is replaced, anything else there is an error
 };
 
-/// One thread runs Run; Stop and Post may be called from any thread, everything else (the line and
-/// its register included) belongs to the thread in Run while it runs. System failures throw
+/// One thread runs Run; Stop and Post may be called from any thread, everything else (what is at
+/// the end of the line included) belongs to the thread in Run while it runs. System failures throw
 /// std::system_error.
 class PtyServer {
   public:
-    PtyServer(Line& line, PtyOptions options = {});
+    PtyServer(FarEnd& line, PtyOptions options = {});
     ~PtyServer();
     PtyServer(const PtyServer&) = delete;
     PtyServer& operator=(const PtyServer&) = delete;
@@ -45,6 +45,11 @@ class PtyServer {
     /// Has Run call action whenever fd is readable or at its end; a negative answer ends the watch.
     /// To be called before Run or from within it.
     void Watch(int fd, std::function<bool()> action);
+
+    /// Has Run do the action after that time. To be called before Run or from within it.
+    void After(std::chrono::milliseconds wait, std::function<void()> action);
+    /// Has Run call the action after each delivery of bytes, before any of the replies is sent.
+    void BeforeSending(std::function<void()> action) { beforeSending_ = std::move(action); }
 
     /// Times that the far end was closed since the start.
     int Closings() const { return closings_; }
@@ -69,14 +74,16 @@ class PtyServer {
     void ReadLine();
     void ReadEvents();
     void Deliver(Clock::time_point now);
+    bool DeliverIncoming(Clock::time_point now);
     void Send(Bytes reply, Clock::time_point from);
     Clock::duration LineTime(std::size_t bytes) const;
     bool HungUp() const;
     void WriteLine(const Bytes& bytes);
     void FarEndClosed();
     void RunPosted();
+    void RunTimers(Clock::time_point now);
 
-    Line& line_;
+    FarEnd& line_;
     PtyOptions options_;
     std::string slavePath_;
     int master_ = -1;
@@ -90,6 +97,8 @@ class PtyServer {
     std::vector<std::function<void()>> posted_;  // under mutex_
     std::mutex mutex_;
     std::map<int, std::function<bool()>> watches_;
+    std::multimap<Clock::time_point, std::function<void()>> timers_;
+    std::function<void()> beforeSending_;
 };
 
 }  // namespace emulator

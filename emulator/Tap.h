@@ -1,0 +1,53 @@
+// Beside a line: sees each frame that passes, and may spoil it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "emulator/Wire.h"
+
+namespace emulator {
+
+enum class FrameKind : std::uint8_t {
+    // to the register, good and due
+    Request,
+    Data,
+    EndOfFile,
+    Answer,
+    Unreadable,  // a burst that is no such frame; only told, never spoiled
+    // from the register
+    Response,  // ACK, NAK or BSY
+    Status,    // the data frame of the status
+    StatusEof,
+};
+
+constexpr bool ToRegister(FrameKind kind) {
+    return kind <= FrameKind::Unreadable;
+}
+
+/// What becomes of a frame on its way.
+enum class Fate : std::uint8_t {
+    Pass,
+    Lose,     // it does not arrive
+    Corrupt,  // its last byte arrives with a bit inverted
+    Cut,      // its first half arrives
+    Nak,      // to the register: answered by NAK and not acted on
+    Busy,     // to the register: answered by BSY and not acted on
+};
+
+class Tap {
+  public:
+    Tap() = default;
+    virtual ~Tap() = default;
+    Tap(const Tap&) = delete;
+    Tap& operator=(const Tap&) = delete;
+
+    /// The frame is about to reach the other end.
+    virtual Fate Meet(FrameKind kind, View frame) = 0;
+    /// It has reached it, and the register has acted on it.
+    virtual void Passed(FrameKind kind) = 0;
+    /// How late the reply is that is being given. Asked once for each.
+    virtual std::chrono::milliseconds TakeDelay() = 0;
+};
+
+}  // namespace emulator
