@@ -88,4 +88,41 @@ std::size_t PayloadSize(const Model& model, std::uint8_t command) {
     }
 }
 
+std::string_view CommandName(std::uint8_t command) {
+    struct Row {
+        std::uint8_t command;
+        std::string_view name;
+    };
+    static constexpr Row rows[] = {
+        {EnterFiscalMode, "EnterFiscalMode"},
+        {ExitFiscalMode, "ExitFiscalMode"},
+        {PrintComment, "PrintComment"},
+        {DeptSale, "DeptSale"},
+        {DeptReturn, "DeptReturn"},
+        {PluSale, "PluSale"},
+        {PluReturn, "PluReturn"},
+        {PercentDiscount, "PercentDiscount"},
+        {AmountDiscount, "AmountDiscount"},
+        {PercentMarkup, "PercentMarkup"},
+        {AmountMarkup, "AmountMarkup"},
+        {Total, "Total"},
+        {Tender, "Tender"},
+        {TenderForeign, "TenderForeign"},
+        {ShowInfo, "ShowInfo"},
+        {OpenCashDrawer, "OpenCashDrawer"},
+        {ReceivedOnAccount, "ReceivedOnAccount"},
+        {ReceivedForeign, "ReceivedForeign"},
+        {PaidOut, "PaidOut"},
+        {PaidOutForeign, "PaidOutForeign"},
+        {Report, "Report"},
+        {Barcode, "Barcode"},
+        {ReadFiscalStatus, "ReadFiscalStatus"},
+        {Ticket, "Ticket"},
+        {Coupon, "Coupon"},
+    };
+    for (const Row& row : rows)
+        if (row.command == command) return row.name;
+    return "?";
+}
+
 }  // namespace emulator

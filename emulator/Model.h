@@ -66,4 +66,7 @@ enum Command : std::uint8_t {
     Coupon = 0xD5,
 };
 
+/// The name of a command as it is in that list; "?" for a code that is none.
+std::string_view CommandName(std::uint8_t command);
+
 }  // namespace emulator

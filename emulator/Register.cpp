@@ -24,6 +24,7 @@ Register::Register(RegisterConfig config)
       receiptNumber_(config_.lastReceipt) {
     if (config_.model == nullptr) throw std::invalid_argument("A register needs a model");
     drawer_[cash - 1] = config_.drawerCash;
+    if (!config_.cashiers.empty()) config_.cashierSystem = true;
 }
 
 bool Register::Execute(std::uint8_t command, std::uint16_t sequence, View payload) {
@@ -37,6 +38,7 @@ bool Register::Execute(std::uint8_t command, std::uint16_t sequence, View payloa
     open_.reset();
     if (accepted) open_ = OpenCommand{command, sequence, frame.payload};
     journal_.push_back({command, frame.payload, sequence, accepted, lastResult_});
+    if (onActed_) onActed_(journal_.back());
     return accepted;
 }
 

@@ -36,12 +36,7 @@ class Register {
     void CloseCommand() { open_.reset(); }
 
     /// The command that CloseCommand would forget, if any.
-    struct OpenCommand {
-        std::uint8_t command;
-        std::uint16_t sequence;
-        Bytes payload;
-        bool operator==(const OpenCommand&) const = default;
-    };
+    using OpenCommand = emulator::OpenCommand;
     const std::optional<OpenCommand>& Open() const { return open_; }
 
     /// The status was asked for. A strict register takes a number out of order only after that.
@@ -76,6 +71,12 @@ class Register {
     /// While set, every request is answered by BSY.
     void SetBusy(bool busy) { busy_ = busy; }
 
+    // --- a memory that outlives the register ---------------------------------------------------
+
+    RegisterMemory Remember() const;
+    /// Goes on as another register of this model that was switched off, and is switched on now.
+    void Recall(const RegisterMemory& memory);
+
     // --- looking in ----------------------------------------------------------------------------
 
     bool Has(Habit habit) const { return config_.habits.Has(habit); }
@@ -103,7 +104,9 @@ class Register {
     Money ForeignDrawer(int currency, int medium) const;
     int DrawerOpenings() const { return drawerOpenings_; }
     const DayTotals& Totals() const { return totals_; }
-    int ZReports() const { return zReports_; }
+    int ZReports() const { return static_cast<int>(closedDays_.size()); }
+    /// The fiscal memory: the days that Z reports have closed.
+    const std::vector<ClosedDay>& ClosedDays() const { return closedDays_; }
     bool DisplayOn() const { return displayOn_; }
     /// What the customer display shows; empty while it is off.
     std::string Display() const { return displayOn_ ? displayText_ : std::string(); }
@@ -113,22 +116,14 @@ class Register {
 
     /// Every command that was judged, in order.
     const std::vector<Acted>& Journal() const { return journal_; }
+    /// Called for each of them as it is judged.
+    void OnActed(std::function<void(const Acted&)> listener) { onActed_ = std::move(listener); }
     Tape& Paper() { return tape_; }
     const Tape& Paper() const { return tape_; }
 
   private:
-    struct Item {
-        Money amount = 0;  // signed: a return is negative
-        int department = 0;
-    };
-    struct Receipt {
-        std::vector<Item> items;
-        Money total = 0;  // items, adjustments, tickets and coupons
-        Money paid = 0;
-        bool totalled = false;  // an adjustment goes to the sale, not to the last item
-        bool paying = false;    // a part payment was taken
-        DayTotals sums;         // goes into the day when the receipt closes
-    };
+    using Item = UnpaidReceipt::Item;
+    using Receipt = UnpaidReceipt;
     struct Payment {
         int currency = 0;  // 0 is the home currency
         int medium = 1;
@@ -145,6 +140,8 @@ class Register {
     std::uint8_t Judge(std::uint8_t command, View payload);
     // What a strict register has against it: each complains, and is false, when there is something.
     bool LikesNumber(std::uint16_t sequence);
+    bool IsCashier(std::uint8_t number) const;
+    bool HasDepartment(int number) const;
     bool LikesEntering(std::uint8_t cashier);
     bool LikesText(View text);
     bool LikesName(View name);
@@ -180,7 +177,9 @@ class Register {
     void Pay(const Payment& payment);
     void CloseReceipt();
     void PrintNumber(const char* what);
+    std::string CashierName() const;
     void PrintPayment(const Payment& payment);
+    void CloseDay();
     void PrintDailyReport(bool closing);
     void PrintDrawerReport();
     void Show(const std::string& text) { displayText_ = text; }
@@ -199,7 +198,7 @@ class Register {
     std::array<std::array<Money, 8>, 4> foreignDrawer_ = {};
     int drawerOpenings_ = 0;
     DayTotals totals_;
-    int zReports_ = 0;
+    std::vector<ClosedDay> closedDays_;
     std::optional<Slip> lastReceiptSlip_;
     bool displayOn_ = false;
     std::string displayText_;
@@ -214,6 +213,7 @@ class Register {
     bool statusRead_ = false;  // since the last data frame that was judged
     std::vector<std::string> complaints_;
     std::function<void(const std::string&)> onComplaint_;
+    std::function<void(const Acted&)> onActed_;
 };
 
 }  // namespace emulator

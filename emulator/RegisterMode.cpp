@@ -14,9 +14,14 @@ constexpr std::uint16_t tallestBarcode = 1000;  // dots
 
 }  // namespace
 
+bool Register::IsCashier(std::uint8_t number) const {
+    return config_.cashiers.empty() ? InRange(number, 1, maxCashier)
+                                    : config_.cashiers.contains(number);
+}
+
 std::uint8_t Register::DoEnter(std::uint8_t, View payload) {
     if (!LikesEntering(payload[0])) return FiscalCommandError;
-    if (config_.cashierSystem && !InRange(payload[0], 1, maxCashier)) return FiscalCommandError;
+    if (config_.cashierSystem && !IsCashier(payload[0])) return FiscalCommandError;
     cashier_ = payload[0];
     fiscalMode_ = true;
     return Ok;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "emulator/Register.h"
 #include "emulator/RegisterParts.h"
@@ -112,8 +113,13 @@ void Register::CloseReceipt() {
     lastReceiptSlip_ = tape_.Slips().back();
 }
 
+std::string Register::CashierName() const {
+    const auto named = config_.cashiers.find(cashier_);
+    return named == config_.cashiers.end() || named->second.empty() ? "" : " " + named->second;
+}
+
 void Register::PrintNumber(const char* what) {
-    if (config_.cashierSystem) tape_.PrintLine(Numbered("CASHIER", cashier_, 2));
+    if (config_.cashierSystem) tape_.PrintLine(Numbered("CASHIER", cashier_, 2) + CashierName());
     tape_.PrintLine(Numbered(what, receiptNumber_, 6));
 }
 

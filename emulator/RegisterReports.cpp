@@ -31,9 +31,13 @@ std::uint8_t Register::DoReport(std::uint8_t, View payload) {
     return Ok;
 }
 
+void Register::CloseDay() {
+    closedDays_.push_back({ZReports() + 1, totals_.receipts, totals_.sales, receiptNumber_});
+}
+
 void Register::PrintDailyReport(bool closing) {
-    if (closing) ++zReports_;
-    tape_.PrintCentered(closing ? Numbered("Z REPORT", zReports_, 4) : "X REPORT");
+    if (closing) CloseDay();
+    tape_.PrintCentered(closing ? Numbered("Z REPORT", ZReports(), 4) : "X REPORT");
     tape_.PrintPair("RECEIPTS", std::to_string(totals_.receipts));
     for (const auto& [department, amount] : totals_.departments)
         tape_.PrintPair(Numbered("DEPARTMENT", department, 2), MoneyText(amount));

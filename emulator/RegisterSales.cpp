@@ -33,15 +33,21 @@ std::string Trimmed(const std::string& text) {
 
 }  // namespace
 
+bool Register::HasDepartment(int number) const {
+    return config_.departmentNames.empty() ? InRange(number, 1, config_.departments)
+                                           : config_.departmentNames.contains(number);
+}
+
 std::uint8_t Register::DoDepartment(std::uint8_t command, View payload) {
     const int department = payload[0];
     const std::size_t width = GetModel().nameWidth;
     const auto quantity = ReadBcd(payload.subspan(1 + width, 3));
     const auto price = ReadBcd(payload.subspan(1 + width + 3, 4));
-    if (!InRange(department, 1, config_.departments) || !quantity || !price)
-        return FiscalCommandError;
+    if (!HasDepartment(department) || !quantity || !price) return FiscalCommandError;
     if (!LikesName(payload.subspan(1, width))) return FiscalCommandError;
     std::string name = Trimmed(FromCodePage(payload.data() + 1, width));
+    const auto named = config_.departmentNames.find(department);
+    if (name.empty() && named != config_.departmentNames.end()) name = named->second;
     if (name.empty()) name = Numbered("DEPARTMENT", department, 2);
     return SellItem(name, department, *quantity, *price, command == DeptReturn);
 }

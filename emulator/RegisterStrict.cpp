@@ -42,7 +42,8 @@ bool Register::LikesEntering(std::uint8_t cashier) {
     const std::uint8_t expected = config_.cashierSystem ? config_.cashier : cashierWithoutSystem;
     const std::string names =
         "cashier " + std::to_string(cashier) + " instead of " + std::to_string(expected);
-    return Likes(!fiscalMode_, "fiscal mode is entered twice") && Likes(cashier == expected, names);
+    const bool known = config_.cashiers.empty() ? cashier == expected : IsCashier(cashier);
+    return Likes(!fiscalMode_, "fiscal mode is entered twice") && Likes(known, names);
 }
 
 bool Register::LikesText(View text) {

@@ -4,11 +4,13 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "emulator/Habit.h"
 #include "emulator/Model.h"
+#include "emulator/Tape.h"
 #include "emulator/Wire.h"
 
 namespace emulator {
@@ -44,6 +46,11 @@ struct RegisterConfig {
     std::uint8_t language = 0;
     bool cashierSystem = false;  // on: entering fiscal mode needs a cashier from 1 to 99
     int departments = 99;        // 1 to this many may be sold from
+    /// Departments by number, with the name that a sale without one prints. When there is any, no
+    /// other may be sold from.
+    std::map<int, std::string> departmentNames;
+    /// Cashiers by number, with their names. When there is any, the cashier system is on for these.
+    std::map<int, std::string> cashiers;
     std::vector<Plu> plus = DefaultPlus();
     Money drawerCash = 10000;       // cash in the drawer at the start
     std::uint32_t lastReceipt = 0;  // number of the last receipt before this start
@@ -87,6 +94,68 @@ struct DayTotals {
     int receipts = 0;
 
     bool operator==(const DayTotals&) const = default;
+};
+
+/// What a register keeps of a day that a Z report has closed.
+struct ClosedDay {
+    int number = 0;  // of the Z report
+    int receipts = 0;
+    Money sales = 0;
+    std::uint32_t lastReceipt = 0;
+
+    bool operator==(const ClosedDay&) const = default;
+};
+
+/// A receipt that is open.
+struct UnpaidReceipt {
+    struct Item {
+        Money amount = 0;  // signed: a return is negative
+        int department = 0;
+        bool operator==(const Item&) const = default;
+    };
+    std::vector<Item> items;
+    Money total = 0;  // items, adjustments, tickets and coupons
+    Money paid = 0;
+    bool totalled = false;  // an adjustment goes to the sale, not to the last item
+    bool paying = false;    // a part payment was taken
+    DayTotals sums;         // goes into the day when the receipt closes
+
+    bool operator==(const UnpaidReceipt&) const = default;
+};
+
+/// A command whose end-of-file frame has not come.
+struct OpenCommand {
+    std::uint8_t command;
+    std::uint16_t sequence;
+    Bytes payload;
+    bool operator==(const OpenCommand&) const = default;
+};
+
+/// Everything that a register keeps while it has no power.
+struct RegisterMemory {
+    Keylock keylock = Keylock::Reg;
+    bool fiscalMode = false;
+    std::uint8_t cashier = 0;
+    std::optional<UnpaidReceipt> receipt;
+    std::uint32_t receiptNumber = 0;
+    std::array<Money, 8> drawer = {};
+    std::array<std::array<Money, 8>, 4> foreignDrawer = {};
+    int drawerOpenings = 0;
+    DayTotals totals;
+    std::vector<ClosedDay> closedDays;
+    std::optional<Slip> lastReceiptSlip;
+    bool displayOn = false;
+    std::string displayText;
+    bool receiptPaper = true;
+    bool journalPaper = true;
+    bool printerBroken = false;
+    std::uint8_t lastResult = result::Ok;
+    std::uint16_t lastSequence = 0;
+    std::optional<OpenCommand> open;
+    bool statusRead = false;        // since the last data frame that was judged
+    std::vector<TapeItem> pending;  // printed since the last cut
+
+    bool operator==(const RegisterMemory&) const = default;
 };
 
 /// What a key press did, or why it did nothing.

@@ -147,6 +147,25 @@ std::string FromCodePage(const std::uint8_t* bytes, std::size_t size) {
     return text;
 }
 
+bool CanPrint(std::string_view utf8) {
+    while (!utf8.empty()) {
+        const auto byte = static_cast<unsigned char>(utf8[0]);
+        if (byte < 0x80) {
+            if (byte < 0x20 || byte == 0x7F) return false;
+            utf8.remove_prefix(1);
+            continue;
+        }
+        const auto fits = [&](const Letter& letter) {
+            std::string character;
+            AppendUtf8(character, letter.unicode);
+            return utf8.starts_with(character);
+        };
+        if (std::none_of(std::begin(letters), std::end(letters), fits)) return false;
+        utf8.remove_prefix(2);  // all of them have two bytes
+    }
+    return true;
+}
+
 std::size_t TextWidth(const std::string& utf8) {
     return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), BeginsCharacter));
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,8 @@ struct TapeItem {
     std::vector<std::uint8_t> raster;  // Barcode: byte k holds dots 8k to 8k+7, the leftmost dot
                                        // in the least significant bit, 1 is a bar
     std::uint16_t height = 0;          // Barcode: dots
+
+    bool operator==(const TapeItem&) const = default;
 };
 
 /// One piece of paper between two cuts.
@@ -26,6 +29,8 @@ struct Slip {
     Kind kind = Kind::Text;
     std::uint32_t number = 0;  // of a Receipt or a Cash slip, else 0
     std::vector<TapeItem> items;
+
+    bool operator==(const Slip&) const = default;
 };
 
 class Tape {
@@ -51,6 +56,9 @@ class Tape {
     /// Takes the slips and all lines away. What was printed since the last cut still comes onto the
     /// next slip.
     void TearOff();
+
+    /// Goes on below what was printed since the last cut of another tape.
+    void GoOnBelow(std::vector<TapeItem> pending) { pending_ = std::move(pending); }
 
     /// What was printed since the last cut.
     const std::vector<TapeItem>& Pending() const { return pending_; }
@@ -81,6 +89,9 @@ std::string BarcodeRow(const std::vector<std::uint8_t>& raster, std::size_t widt
 /// The register's code page (ASCII and the 22 Latvian letters of Windows-1257) as UTF-8; a control
 /// byte becomes a full stop, any other byte U+FFFD: one character per byte always.
 std::string FromCodePage(const std::uint8_t* bytes, std::size_t size);
+
+/// Every character of a UTF-8 text is in the register's code page, and is no control character.
+bool CanPrint(std::string_view utf8);
 
 /// Characters (not bytes) of a UTF-8 text.
 std::size_t TextWidth(const std::string& utf8);
