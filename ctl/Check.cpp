@@ -8,11 +8,10 @@
 #include <iostream>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "companion/check/Check.h"
-#include "companion/runner/Utf8.h"
+#include "ctl/Excerpt.h"
 #include "ctl/JsonText.h"
 #include "ctl/UsageError.h"
 
@@ -50,51 +49,6 @@ std::string Together(const std::vector<std::string>& words, const char* separato
 
 // --- for people ----------------------------------------------------------------------------------
 
-bool IsUtf8(std::string_view text) {
-    while (!text.empty()) {
-        if (runner::NextCharacter(text) == runner::noCharacter) return false;
-    }
-    return true;
-}
-
-// What a terminal shows in one place: never a control character or a part of one.
-std::vector<std::string> CellsOf(const std::string& text) {
-    std::vector<std::string> cells;
-    const bool utf8 = IsUtf8(text);
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (utf8 && (byte & 0xC0U) == 0x80U) {
-            cells.back() += c;
-        } else if (byte == '\t') {
-            cells.emplace_back(" ");
-        } else {
-            const bool shown = byte >= 0x20 && byte != 0x7F && (byte < 0x80 || utf8);
-            cells.emplace_back(1, shown ? c : '?');
-        }
-    }
-    return cells;
-}
-
-std::string OnTerminal(const std::string& text) {
-    return Together(CellsOf(text), "");
-}
-
-// The line, or the part of it around the place, and a caret below the place.
-std::string Excerpt(const Finding& finding) {
-    constexpr std::size_t width = 76;
-    constexpr std::size_t before = 50;
-    const std::vector<std::string> cells = CellsOf(finding.text);
-    const auto offset = static_cast<std::size_t>(finding.column) - 1;
-    const std::string left = finding.text.substr(0, offset);
-    std::size_t caret = IsUtf8(left) ? CellsOf(left).size() : left.size();
-    caret = std::min(caret, cells.size());
-    const std::size_t begin = cells.size() > width && caret > before ? caret - before : 0;
-    const std::size_t end = std::min(cells.size(), begin + width);
-    std::string line;
-    for (std::size_t i = begin; i < end; ++i) line += cells[i];
-    return "  " + line + "\n  " + std::string(caret - begin, ' ') + "^\n";
-}
-
 bool ColourIsWanted() {
     return isatty(STDOUT_FILENO) == 1 && getenv("NO_COLOR") == nullptr;
 }
@@ -110,7 +64,7 @@ std::string FindingAsText(const std::string& file, const Finding& finding) {
                        std::to_string(finding.column) + ": " + Coloured(finding.severity) + ": " +
                        OnTerminal(finding.message);
     if (finding.severity == Severity::Warning) text += " [" + finding.code + "]";
-    text += "\n" + Excerpt(finding);
+    text += "\n" + Excerpt(finding.text, finding.column);
     if (!finding.models.empty()) text += "  only: " + Together(finding.models, ", ") + "\n";
     return text;
 }

@@ -74,21 +74,29 @@ std::string Help(Register&) {
     return text.str();
 }
 
-// The words of the line with one blank between them.
-std::string Words(const std::string& line) {
+const Row* FindRow(const std::string& words) {
+    const auto* const row = std::find_if(std::begin(rows), std::end(rows),
+                                         [&](const Row& each) { return words == each.line; });
+    return row == std::end(rows) ? nullptr : row;
+}
+
+}  // namespace
+
+std::string WordsIn(const std::string& line) {
     std::istringstream in(line);
     std::string words;
     for (std::string word; in >> word;) words += (words.empty() ? "" : " ") + word;
     return words;
 }
 
-}  // namespace
+bool Obeys(const std::string& line) {
+    return FindRow(WordsIn(line)) != nullptr;
+}
 
 std::string Obey(Register& device, const std::string& line) {
-    const std::string words = Words(line);
+    const std::string words = WordsIn(line);
     if (words.empty()) return "";
-    const auto row = std::find_if(std::begin(rows), std::end(rows),
-                                  [&](const Row& candidate) { return words == candidate.line; });
-    if (row == std::end(rows)) return "'" + words + "' is not understood; help lists what is";
+    const Row* const row = FindRow(words);
+    if (row == nullptr) return "'" + words + "' is not understood; help lists what is";
     return row->obey(device);
 }

@@ -9,3 +9,9 @@
 /// feed. Blanks around the line and between its words do not matter; the answer to an empty line is
 /// empty.
 std::string Obey(emulator::Register& device, const std::string& line);
+
+/// The line is one that Obey understands.
+bool Obeys(const std::string& line);
+
+/// The words of the line with one blank between them.
+std::string WordsIn(const std::string& line);

@@ -4,12 +4,22 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "companion/desk/Faults.h"
+#include "companion/desk/Record.h"
+#include "companion/desk/State.h"
 #include "companion/workbench/Serving.h"
 #include "ctl/Console.h"
+#include "ctl/DeskOptions.h"
+#include "ctl/Excerpt.h"
 #include "ctl/Interrupts.h"
 #include "ctl/Pictures.h"
 #include "ctl/RegisterOptions.h"
@@ -30,16 +40,26 @@ constexpr char emulateFooter[] =
     "    voltisctl emulate --link /dev/ttyS9        # ComNumber=10\n"
     "Lines understood on standard input:\n"
     "    finish, key reg, key off, paper out, paper in, power off, power on, status,\n"
-    "    help\n"
+    "    help, faults, no faults, and every fault that --faults knows:\n"
+    "    at data 3 nak, late 5s, busy 2, power off at eof 4 for 3s, ...\n"
     "SIGINT or SIGTERM ends the register and removes the link.\n"
     "\n"
     "Example:\n"
     "  voltisctl emulate --model margay --link /tmp/register";
 
+constexpr char faultHelp[] =
+    "faults     list the faults that wait\n"
+    "no faults  forget them\n"
+    "lose, corrupt, cut, nak, busy, refuse, late, paper out, power off:\n"
+    "           order a fault, as `at data 3 nak`; docs/emulator.md tells how";
+
 struct EmulateOptions {
     RegisterOptions device;
+    DeskOptions desk;
     std::string link;
     std::string svgFolder;
+    std::string state;
+    std::string journal;
 };
 
 void Say(const std::string& text) {
@@ -49,7 +69,8 @@ void Say(const std::string& text) {
 // Cuts what is typed into lines; false at the end of the input.
 class Keyboard {
   public:
-    explicit Keyboard(Register& device) : device_(device) {}
+    using Answer = std::function<void(const std::string& line)>;
+    explicit Keyboard(Answer answer) : answer_(std::move(answer)) {}
 
     bool Read() {
         std::array<char, 512> block{};
@@ -57,53 +78,180 @@ class Keyboard {
         if (count <= 0) return count < 0 && (errno == EAGAIN || errno == EINTR);
         typed_.append(block.data(), static_cast<size_t>(count));
         for (size_t end = 0; (end = typed_.find('\n')) != std::string::npos;) {
-            Answer(typed_.substr(0, end));
+            answer_(typed_.substr(0, end));
             typed_.erase(0, end + 1);
         }
+        if (typed_.size() > longestLine) typed_.resize(longestLine);
         return true;
     }
 
   private:
-    void Answer(const std::string& line) {
-        const std::string answer = Obey(device_, line);
-        if (!answer.empty()) Say(answer);
-    }
+    static constexpr std::size_t longestLine = 4096;
 
-    Register& device_;
+    Answer answer_;
     std::string typed_;
 };
 
-int Emulate(const EmulateOptions& options) {
-    Interrupts interrupts;
-    emulator::PtyOptions pty;
-    pty.link = options.link;
-    workbench::Station station(ConfigFor(options.device), FramesFor(options.device), pty);
-    Register& device = station.device;
-    PtyServer& server = station.server;
-    const std::unique_ptr<PictureFolder> pictures =
-        options.svgFolder.empty()
-            ? nullptr
-            : std::make_unique<PictureFolder>(options.svgFolder, device.GetModel().lineLength);
-    Keyboard keyboard(device);
-    device.Paper().OnLine([&](const std::string& text) {
-        Say(text);
-        if (!std::cout) server.Stop();  // the tape has no reader any more
-    });
-    device.OnComplaint([](const std::string& complaint) { Say("complaint: " + complaint); });
-    device.Paper().OnSlip([&](const emulator::Slip& slip) {
-        if (pictures) pictures->Add(slip);
-    });
-    server.Watch(interrupts.Fd(), [&] {
-        interrupts.Take();
-        server.Stop();
-        return true;
-    });
-    if (fcntl(STDIN_FILENO, F_GETFD) != -1) {
-        server.Watch(STDIN_FILENO, [&] { return keyboard.Read(); });
+// One `voltisctl emulate`: the register and all that stands around it.
+class Emulation {
+  public:
+    explicit Emulation(const EmulateOptions& options)
+        : options_(options),
+          ordered_(FaultsOf(options.desk)),
+          station_(ProgrammedConfig(options.device, options.desk), FramesFor(options.device),
+                   PtyOptionsFor(options)),
+          faults_(station_.device,
+                  [this](std::chrono::milliseconds wait, std::function<void()> action) {
+                      station_.server.After(wait, std::move(action));
+                  }),
+          keyboard_([this](const std::string& line) { Typed(line); }) {
+        if (!options.state.empty()) Recall();
+        if (!options.journal.empty())
+            UsingFile(options.journal, [this] { record_.emplace(options_.journal); });
+        if (!options.svgFolder.empty())
+            pictures_.emplace(options.svgFolder, station_.device.GetModel().lineLength);
     }
-    Say(server.SlavePath());
-    server.Run();
-    return 0;
+
+    int Run() {
+        ListenToTheRegister();
+        ListenToFaults();
+        ListenToTheWorld();
+        if (record_) record_->Start(station_.device.Config(), FramesFor(options_.device));
+        Say(station_.server.SlavePath());
+        for (const desk::Fault& fault : ordered_) faults_.Add(fault);
+        station_.server.Run();
+        Keep();
+        if (record_) record_->Stop(faults_.Waiting());
+        return 0;
+    }
+
+  private:
+    static emulator::PtyOptions PtyOptionsFor(const EmulateOptions& options) {
+        emulator::PtyOptions pty;
+        pty.link = options.link;
+        pty.bitsPerSecond = options.desk.lineSpeed;
+        return pty;
+    }
+
+    // Written at once, so that a place that cannot be written to is told now.
+    void Recall() {
+        state_.emplace(options_.state);
+        UsingFile(options_.state, [this] {
+            state_->Load(station_.device);
+            Keep();
+        });
+    }
+
+    void Keep() {
+        if (state_) state_->Save(station_.device);
+    }
+
+    void ListenToTheRegister() {
+        Register& device = station_.device;
+        device.Paper().OnLine([this](const std::string& line) {
+            Say(line);
+            if (!std::cout) station_.server.Stop();  // the tape has no reader any more
+            if (record_) record_->Printed(line);
+            faults_.LinePrinted();
+        });
+        device.Paper().OnSlip([this](const emulator::Slip& slip) {
+            if (pictures_) pictures_->Add(slip);
+        });
+        device.OnComplaint([this](const std::string& complaint) {
+            Say("complaint: " + complaint);
+            if (record_) record_->Complaint(complaint);
+        });
+        device.OnActed([this](const emulator::Acted& acted) {
+            if (record_) record_->Command(acted);
+        });
+    }
+
+    void ListenToFaults() {
+        station_.line.Attach(&faults_);
+        faults_.OnFault([this](const std::string& fault) {
+            Say("fault: " + fault);
+            if (record_) record_->Fault(fault);
+        });
+        faults_.OnOver([this](const std::string& fault) {
+            Say("over: " + fault);
+            if (record_) record_->Over(fault);
+            Keep();
+        });
+        faults_.OnFrame(
+            [this](emulator::FrameKind kind, emulator::View frame, emulator::Fate fate) {
+                if (record_) record_->Frame(kind, frame, fate);
+            });
+    }
+
+    void ListenToTheWorld() {
+        PtyServer& server = station_.server;
+        server.BeforeSending([this] { Keep(); });
+        server.Watch(interrupts_.Fd(), [this] {
+            interrupts_.Take();
+            station_.server.Stop();
+            return true;
+        });
+        if (fcntl(STDIN_FILENO, F_GETFD) != -1)
+            server.Watch(STDIN_FILENO, [this] { return keyboard_.Read(); });
+    }
+
+    void Typed(const std::string& line) {
+        ++typedLines_;
+        if (Obey(line) && record_) record_->Typed(line);
+        Keep();
+    }
+
+    // False: nothing was changed.
+    bool Obey(const std::string& line) {
+        if (Obeys(line)) {
+            Say(::Obey(station_.device, line));
+            if (WordsIn(line) == "help") Say(faultHelp);
+            return true;
+        }
+        if (desk::BeginsAsFault(line)) return Order(line);
+        const std::string words = WordsIn(line);
+        if (words == "faults" || words == "no faults") return Say(AboutFaults(words)), true;
+        if (!words.empty() && words[0] != '#')
+            std::cerr << "voltisctl: " << ::Obey(station_.device, OnTerminal(line)) << '\n';
+        return false;
+    }
+
+    bool Order(const std::string& line) {
+        try {
+            if (const auto fault = desk::ReadFault(line)) {
+                faults_.Add(*fault);
+                if (fault->moment != desk::Fault::Moment::Now) Say("ordered: " + fault->text);
+            }
+            return true;
+        } catch (const desk::Mistakes& mistakes) {
+            desk::Mistake mistake = mistakes.All().front();
+            mistake.line = typedLines_;
+            std::cerr << MistakesText("stdin", desk::Mistakes({mistake})) << '\n';
+            return false;
+        }
+    }
+
+    std::string AboutFaults(const std::string& words) {
+        if (words == "no faults") return faults_.Clear(), "done";
+        std::string all;
+        for (const std::string& text : faults_.Waiting()) all += (all.empty() ? "" : "\n") + text;
+        return all.empty() ? "none" : all;
+    }
+
+    const EmulateOptions& options_;
+    Interrupts interrupts_;
+    std::vector<desk::Fault> ordered_;
+    workbench::Station station_;
+    desk::Faults faults_;
+    Keyboard keyboard_;
+    std::optional<desk::StateFile> state_;
+    std::optional<desk::Record> record_;
+    std::optional<PictureFolder> pictures_;
+    int typedLines_ = 0;
+};
+
+int Emulate(const EmulateOptions& options) {
+    return Emulation(options).Run();
 }
 
 }  // namespace
@@ -111,6 +259,15 @@ int Emulate(const EmulateOptions& options) {
 std::function<int()> BindEmulate(CLI::App& command) {
     const auto options = std::make_shared<EmulateOptions>();
     AddRegisterOptions(command, options->device);
+    AddDeskOptions(command, options->desk);
+    command
+        .add_option("--state", options->state,
+                    "Keep the register's memory in this file, and go on with it")
+        ->type_name("FILE");
+    command
+        .add_option("--journal", options->journal,
+                    "Add what the register takes part in to this file, as JSON lines")
+        ->type_name("FILE");
     command.add_option("--link", options->link, "Keep a symbolic link to the pseudo terminal here")
         ->type_name("PATH");
     command

@@ -1,10 +1,15 @@
 // `voltisctl emulate` from outside.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 #include "companion/runner/DriverSettings.h"
@@ -13,6 +18,7 @@
 #include "companion/workbench/WorkFolder.h"
 #include "emulator/Register.h"
 #include "tests/companion/Tool.h"
+#include "tests/support/JsonSchema.h"
 #include "tests/support/TempDir.h"
 
 namespace fs = std::filesystem;
@@ -161,4 +167,174 @@ TEST(voltisctlEmulate, DrawsEachReceiptIntoAFileOfItsOwn) {
     EXPECT_TRUE(Holds(ReadWholeFile(folder.File("pictures/001-receipt-1.svg")), {"<svg"}));
     EXPECT_TRUE(fs::exists(folder.File("pictures/002-receipt-2.svg")));
     EXPECT_EQ(EntriesIn(folder.File("pictures")), 2);
+}
+
+// --- faults, journal, memory and program
+// -----------------------------------------------------------
+
+TEST(voltisctlEmulate, LetsHappenWhatAFileOrders) {
+    const TempDir folder;
+    const std::string faults = folder.Write("faults.txt", "# the sale\nat data 2 refuse 1\n");
+    Tool tool({"emulate", "--strict", "--faults", faults});
+    EXPECT_EQ(DriveAt(PtyOf(tool), "first-receipt.txt"), 101);
+    tool.SaidUpTo("fault: at data 2 refuse 1\n");
+    tool.Type("status");
+    EXPECT_TRUE(Holds(tool.SaidUpTo("result   0\n"), {"none open, last number 0"}));
+}
+
+TEST(voltisctlEmulate, LetsHappenWhatIsTyped) {
+    Tool tool({"emulate", "--strict"});
+    const std::string pty = PtyOf(tool);
+    tool.Type("at response 2 lose");
+    tool.SaidUpTo("ordered: at response 2 lose\n");
+    tool.Type("late 100ms");
+    tool.SaidUpTo("ordered: late 100ms\n");
+    tool.Type("faults");
+    tool.SaidUpTo("at response 2 lose\nlate 100ms\n");
+    const TempDir folder;
+    const std::string twice = Script(folder, "twice", Conversation(enteringLate));
+    OutputOf("line=" + pty + " timeout 0.3 " + twice);
+    tool.SaidUpTo("fault: late 100ms\n");
+    tool.SaidUpTo("fault: at response 2 lose\n");
+    tool.Type("faults");
+    tool.SaidUpTo("none\n");
+}
+
+TEST(voltisctlEmulate, AnswersAWrongLineWithItsPlaceAndChangesNothing) {
+    Tool tool({"emulate", "--strict"});
+    PtyOf(tool);
+    tool.Type("status");
+    const std::string before = tool.SaidUpTo("result   0\n");
+    tool.Type("power off at dat 3");
+    tool.SaidUpTo(
+        "stdin:2:14: error: a kind of frame is expected: request, data, eof, answer, "
+        "response, status, status-eof\n"
+        "  power off at dat 3\n"
+        "               ^\n");
+    tool.Type("dance");
+    tool.SaidUpTo("'dance' is not understood");
+    tool.Type("faults");
+    tool.SaidUpTo("none\n");
+    tool.Type("status");
+    EXPECT_EQ(tool.SaidUpTo("result   0\n"), before);
+}
+
+TEST(voltisctlEmulate, RefusesAFileOfFaultsWithEveryMistake) {
+    const TempDir folder;
+    const std::string faults = folder.Write("faults.txt", "nak\nat data x nak\n\nlate\n");
+    const Answer answer = RunTool({"emulate", "--faults", faults});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_EQ(answer.text, "voltisctl: '" + faults + "' cannot be used\n" + faults +
+                               ":2:9: error: there is no such fault: lose, corrupt, cut, nak, "
+                               "busy, refuse, late, paper out, power off\n"
+                               "  at data x nak\n"
+                               "          ^\n" +
+                               faults +
+                               ":4:5: error: a time from 1ms to 60min is expected, as 250ms, 5s or "
+                               "1min\n"
+                               "  late\n"
+                               "      ^\n");
+}
+
+TEST(voltisctlEmulate, RemembersAcrossARestart) {
+    const TempDir folder;
+    const Words remembering = {"emulate", "--strict", "--state", folder.File("state.json")};
+    {
+        Tool tool(remembering);
+        EXPECT_EQ(DriveAt(PtyOf(tool), "refused-command.txt"), 101);
+    }  // killed
+    Tool tool(remembering);
+    PtyOf(tool);
+    tool.Type("status");
+    EXPECT_TRUE(Holds(tool.SaidUpTo("result"), {"number 1 open"}));
+    tool.Type("finish");
+    tool.SaidUpTo("done\n");
+    tool.Signal(SIGTERM);
+    EXPECT_EQ(tool.Wait(), 0);
+    EXPECT_TRUE(Holds(ReadWholeFile(folder.File("state.json")), {"\"receipt\": null"}));
+    EXPECT_EQ(EntriesIn(folder.Path()), 1);
+}
+
+TEST(voltisctlEmulate, LeavesAForeignStateAlone) {
+    const TempDir folder;
+    const std::string state = folder.Write("state.json", "{\n  \"format\": \"of another\"\n}\n");
+    const Answer answer = RunTool({"emulate", "--state", state});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_EQ(answer.text, "voltisctl: '" + state + "' cannot be used\n" + state +
+                               ":2:13: error: not the state of an emulated register\n"
+                               "    \"format\": \"of another\"\n"
+                               "              ^\n");
+    EXPECT_EQ(ReadWholeFile(state), "{\n  \"format\": \"of another\"\n}\n");
+}
+
+TEST(voltisctlEmulate, TellsAtOnceThatAFileCannotBeWritten) {
+    for (const char* option : {"--state", "--journal"}) {
+        const Answer answer = RunTool({"emulate", option, "/no/such/file"});
+        EXPECT_EQ(answer.exitCode, 2);
+        EXPECT_TRUE(Holds(answer.text, {"cannot write '/no/such/file"}));
+    }
+}
+
+TEST(voltisctlEmulate, SellsWhatItIsProgrammedWith) {
+    const TempDir folder;
+    const std::string program = folder.Write(
+        "shop.json", R"({"header": ["CORNER SHOP"], "cashiers": [{"number": 1, "name": "ANNA"}]})");
+    Tool tool({"emulate", "--strict", "--program", program});
+    EXPECT_EQ(DriveAt(PtyOf(tool), "first-receipt.txt"), 0);
+    EXPECT_TRUE(Holds(tool.SaidUpTo("CASHIER 01 ANNA\n"), {"CORNER SHOP"}));
+    const Answer wrong = RunTool({"emulate", "--program", folder.Write("x.json", "{\"plu\": 1}")});
+    EXPECT_EQ(wrong.exitCode, 2);
+    EXPECT_TRUE(Holds(wrong.text, {"x.json:1:2: error: there is no \"plu\" here"}));
+}
+
+TEST(voltisctlEmulate, KeepsAJournalByItsSchema) {
+    const TempDir folder;
+    const std::string journal = folder.File("journal.jsonl");
+    Tool tool(
+        {"emulate", "--habit", "number-only", "--journal", journal, "--faults",
+         folder.Write("faults.txt", "at eof 2 nak\npaper out after 90 lines\nbusy for 1ms\n")});
+    EXPECT_EQ(DriveAt(PtyOf(tool), "first-receipt.txt"), 0);
+    tool.Type("status");
+    tool.SaidUpTo("result   0\n");
+    tool.Signal(SIGTERM);
+    EXPECT_EQ(tool.Wait(), 0);
+    const auto schema =
+        nlohmann::json::parse(ReadWholeFile(SCHEMAS_DIR "/emulate-journal.schema.json"));
+    std::istringstream lines(ReadWholeFile(journal));
+    std::map<std::string, int> events;
+    for (std::string line; std::getline(lines, line);) {
+        const auto object = nlohmann::json::parse(line);
+        EXPECT_THAT(MistakesBySchema(object, schema), testing::IsEmpty()) << line;
+        ++events[object["event"]];
+        if (object["event"] == "stop") {
+            EXPECT_EQ(object["waiting"], nlohmann::json({"paper out after 90 lines"}));
+        }
+        if (object.value("fate", "passed") != "passed") {
+            EXPECT_EQ(object["frame"], "eof");
+        }
+    }
+    for (const char* event : {"start", "frame", "command", "printed", "fault", "over", "typed"})
+        EXPECT_GT(events[event], 0) << event;
+    EXPECT_EQ(events["stop"], 1);
+}
+
+TEST(voltisctlEmulate, TheSchemaOfAProgramFitsTheExample) {
+    const auto schema =
+        nlohmann::json::parse(ReadWholeFile(SCHEMAS_DIR "/emulate-program.schema.json"));
+    const auto example = nlohmann::json::parse(ReadWholeFile(examples + "/ci/shop.json"));
+    EXPECT_THAT(MistakesBySchema(example, schema), testing::IsEmpty());
+    Tool tool({"emulate", "--program", examples + "/ci/shop.json"});
+    PtyOf(tool);
+}
+
+TEST(voltisctlEmulate, PacesTheLine) {
+    const TempDir folder;
+    const std::string late = Script(folder, "late", Conversation(enteringLate));
+    Tool tool({"emulate", "--line-speed", "1200"});
+    const std::string pty = PtyOf(tool);
+    const auto start = std::chrono::steady_clock::now();
+    OutputOf("line=" + pty + " " + late);
+    // 18 bytes of 11 bits
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(165));
+    EXPECT_EQ(RunTool({"emulate", "--line-speed", "10"}).exitCode, 2);
 }

@@ -1,0 +1,608 @@
+// What an emulated register is given from outside: faults, a program, a memory.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "companion/desk/FaultText.h"
+#include "companion/desk/Faults.h"
+#include "companion/desk/Files.h"
+#include "companion/desk/Json.h"
+#include "companion/desk/Program.h"
+#include "companion/desk/State.h"
+#include "emulator/Line.h"
+#include "tests/emulator/Peer.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+using desk::Fault;
+using emulator::FrameKind;
+using namespace std::chrono_literals;
+
+using Action = Fault::Action;
+using Moment = Fault::Moment;
+
+// "3:9 message" of each mistake.
+template <typename Reading>
+std::vector<std::string> MistakesOf(Reading read) {
+    std::vector<std::string> all;
+    try {
+        read();
+    } catch (const desk::Mistakes& mistakes) {
+        for (const desk::Mistake& mistake : mistakes.All())
+            all.push_back(std::to_string(mistake.line) + ":" + std::to_string(mistake.column) +
+                          " " + mistake.message);
+    }
+    return all;
+}
+
+std::string MistakeIn(const std::string& fault) {
+    const auto all = MistakesOf([&] { desk::ReadFault(fault); });
+    return all.empty() ? "none" : all.front();
+}
+
+Fault FaultOf(const std::string& text) {
+    return desk::ReadFault(text).value();
+}
+
+}  // namespace
+
+// --- the language of faults
+// ------------------------------------------------------------------------
+
+TEST(FaultText, HasAPlaceAndAnAction) {
+    const Fault fault = FaultOf("at data 3 nak");
+    EXPECT_EQ(fault.action, Action::Nak);
+    EXPECT_EQ(fault.moment, Moment::At);
+    EXPECT_EQ(fault.frame, FrameKind::Data);
+    EXPECT_EQ(fault.first, 3);
+    EXPECT_EQ(fault.last, 3);
+}
+
+TEST(FaultText, TheActionMayComeFirst) {
+    Fault turned = FaultOf("nak at data 3");
+    turned.text = "at data 3 nak";
+    EXPECT_EQ(turned, FaultOf("at data 3 nak"));
+}
+
+TEST(FaultText, WithoutANumberItIsTheNextFrame) {
+    EXPECT_EQ(FaultOf("at status corrupt").first, 1);
+    EXPECT_EQ(FaultOf("at status corrupt").last, 1);
+}
+
+TEST(FaultText, ARangeAndEachAreManyFrames) {
+    EXPECT_EQ(FaultOf("at response 2-5 lose").first, 2);
+    EXPECT_EQ(FaultOf("at response 2-5 lose").last, 5);
+    EXPECT_EQ(FaultOf("at response each lose").last, Fault::each);
+    EXPECT_EQ(FaultOf("busy 2").last, 2);
+    EXPECT_EQ(FaultOf("busy 2 at request 4").last, 5);
+}
+
+TEST(FaultText, WithoutAPlaceEachActionHasItsUsualOne) {
+    EXPECT_EQ(FaultOf("late 5s").frame, FrameKind::Response);
+    EXPECT_EQ(FaultOf("nak").frame, FrameKind::Data);
+    EXPECT_EQ(FaultOf("busy").frame, FrameKind::Request);
+    EXPECT_EQ(FaultOf("paper out").moment, Moment::Now);
+    EXPECT_EQ(FaultOf("power off for 2s").moment, Moment::Now);
+    EXPECT_EQ(FaultOf("busy for 2s").moment, Moment::Now);
+}
+
+TEST(FaultText, ReadsTimesInThreeUnits) {
+    EXPECT_EQ(FaultOf("late 250ms").late, 250ms);
+    EXPECT_EQ(FaultOf("late 5s").late, 5s);
+    EXPECT_EQ(FaultOf("power off at eof 4 for 1min").recovery, 1min);
+}
+
+TEST(FaultText, PaperGoesByLines) {
+    const Fault fault = FaultOf("paper out after 5 lines");
+    EXPECT_EQ(fault.moment, Moment::AfterLines);
+    EXPECT_EQ(fault.last, 5);
+}
+
+TEST(FaultText, EmptyLinesAndCommentsAreNoFaults) {
+    EXPECT_EQ(desk::ReadFault(" \t\r"), std::nullopt);
+    EXPECT_EQ(desk::ReadFault("# at data 3 nak"), std::nullopt);
+    EXPECT_EQ(FaultOf("  at \t data  3 nak\r").text, "at data 3 nak");
+}
+
+TEST(FaultText, EveryMistakeHasItsPlace) {
+    const std::map<std::string, std::string> places = {
+        {"dance",
+         "1:1 there is no such fault: lose, corrupt, cut, nak, busy, refuse, late, "
+         "paper out, power off"},
+        {"at dat 3 nak",
+         "1:4 a kind of frame is expected: request, data, eof, answer, response, "
+         "status, status-eof"},
+        {"at data 0 nak", "1:9 a number from 1 to 1000000 is expected"},
+        {"at data 3x nak", "1:9 a number from 1 to 1000000 is expected"},
+        {"at data 5-3 nak", "1:9 a range as 3-5 is expected"},
+        {"at data 3",
+         "1:10 a fault is expected: lose, corrupt, cut, nak, busy, refuse, late, "
+         "paper out, power off"},
+        {"at answer nak", "1:1 nak happens to one of: request, data, eof"},
+        {"busy at data 2", "1:6 busy happens to one of: request"},
+        {"late 5", "1:6 a time from 1ms to 60min is expected, as 250ms, 5s or 1min"},
+        {"late 61min", "1:6 a time from 1ms to 60min is expected, as 250ms, 5s or 1min"},
+        {"late 99999999999999999999s",
+         "1:6 a time from 1ms to 60min is expected, as 250ms, 5s or 1min"},
+        {"late", "1:5 a time from 1ms to 60min is expected, as 250ms, 5s or 1min"},
+        {"paper in", "1:7 'out' is expected"},
+        {"paper out after 5", "1:18 'lines' is expected"},
+        {"lose after 5 lines", "1:6 only paper out goes by lines"},
+        {"lose after data 2", "1:6 only paper out and power off come after a frame"},
+        {"power off after status",
+         "1:11 'after' goes with what the register gets: request, data, eof, answer"},
+        {"at data 1 nak for 3s", "1:15 'for' belongs to busy, paper out and power off"},
+        {"busy 2 for 3s", "1:8 busy has a number or a time"},
+        {"busy 2 at request 1-2", "1:8 busy has a number or a range"},
+        {"at data 1 nak nak", "1:15 nothing more is expected here"},
+        {"at data 1 nak at data 2", "1:15 a fault has one place"},
+        {"refuse 100", "1:8 a number from 1 to 99 is expected"},
+    };
+    for (const auto& [fault, mistake] : places) EXPECT_EQ(MistakeIn(fault), mistake) << fault;
+}
+
+TEST(FaultText, OfAFileAllMistakesAreTold) {
+    EXPECT_THAT(MistakesOf([] { desk::ReadFaults("nak\n\nat x nak\nlate 5s\n  dance"); }),
+                testing::ElementsAre(testing::StartsWith("3:4 "), testing::StartsWith("5:3 ")));
+    EXPECT_EQ(desk::ReadFaults("# two\nnak\nlate 5s\n").size(), 2U);
+}
+
+// --- what they do
+// ----------------------------------------------------------------------------------
+
+namespace {
+
+struct FaultyLine : testing::Test {
+    emulator::RegisterConfig Config() {
+        emulator::RegisterConfig config;
+        config.model = emulator::FindModel("ocelot", 2);
+        return config;
+    }
+    void Order(const std::string& fault) { faults.Add(FaultOf(fault)); }
+    std::string Say(const emulator::Bytes& frame) { return ToHex(peer.Say(frame)); }
+    std::string Ask() { return Say(peer.RequestFrame(emulator::PrintComment)); }
+    void Enter() { ASSERT_TRUE(peer.Do(emulator::EnterFiscalMode, {1})); }
+
+    emulator::Register device{Config()};
+    emulator::Line line{emulator::WireFamily::Ocelot, device};
+    Peer peer{line, emulator::WireFamily::Ocelot};
+    std::chrono::milliseconds waited{0};
+    std::function<void()> later;
+    desk::Faults faults{device, [this](std::chrono::milliseconds wait, std::function<void()> act) {
+                            waited = wait;
+                            later = std::move(act);
+                        }};
+    const emulator::Bytes comment = Ascii("GOOD DAY") + emulator::Bytes(27, ' ');
+    const std::string ack = ToHex(peer.Ack()), nak = ToHex(peer.Nak()), busy = ToHex(peer.Busy());
+
+    FaultyLine() {
+        line.Attach(&faults);
+        device.Paper().OnLine([this](const std::string&) { faults.LinePrinted(); });
+    }
+};
+
+}  // namespace
+
+TEST_F(FaultyLine, ALostResponseIsSilenceAfterTheRegisterHasActed) {
+    Enter();
+    Order("at response 2 lose");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Say(peer.DataFrame(2, comment)), "");
+    EXPECT_EQ(device.Paper().Pending().size(), 1U);
+    EXPECT_EQ(Say(peer.EofFrame()), ack);
+}
+
+TEST_F(FaultyLine, ALostDataFrameIsNotActedOnAndStillAwaited) {
+    Enter();
+    Order("at data lose");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Say(peer.DataFrame(2, comment)), "");
+    EXPECT_EQ(device.Paper().Pending().size(), 0U);
+    EXPECT_EQ(Say(peer.DataFrame(2, comment)), ack);
+}
+
+TEST_F(FaultyLine, ANakOfADataFrameActsOnNothing) {
+    Enter();
+    Order("at data 2 nak");
+    ASSERT_TRUE(peer.Do(emulator::PrintComment, comment));
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Say(peer.DataFrame(9, comment)), nak);
+    EXPECT_EQ(device.Paper().Pending().size(), 1U);
+    EXPECT_EQ(device.LastResult(), emulator::result::Ok);
+}
+
+TEST_F(FaultyLine, ARefusalIsOneOfTheRegister) {
+    Enter();
+    Order("at data refuse 3");
+    EXPECT_FALSE(peer.Send(emulator::PrintComment, 2, comment));
+    EXPECT_EQ(device.LastResult(), emulator::result::PrinterError);
+    EXPECT_TRUE(peer.Do(emulator::PrintComment, comment));
+}
+
+TEST_F(FaultyLine, ARefusalOfARepetitionIsNotForTheNextCommand) {
+    Enter();
+    EXPECT_TRUE(peer.Send(emulator::PrintComment, 2, comment));
+    Order("refuse");
+    EXPECT_TRUE(peer.Send(emulator::PrintComment, 2, comment));
+    peer.Close();
+    EXPECT_TRUE(peer.Send(emulator::PrintComment, 3, comment));
+}
+
+TEST_F(FaultyLine, ACorruptedFrameToTheRegisterCannotBeRead) {
+    Enter();
+    Order("at data corrupt");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Say(peer.DataFrame(2, comment)), nak);
+    EXPECT_EQ(line.Counters().unreadable, 1);
+}
+
+TEST_F(FaultyLine, ACutFrameArrivesByHalf) {
+    Order("at request cut");
+    EXPECT_EQ(Ask(), "");
+    EXPECT_EQ(line.Counters().unreadable, 1);
+    Order("at response cut");
+    EXPECT_EQ(Ask(), ack.substr(0, 5));
+}
+
+TEST_F(FaultyLine, ACorruptedStatusLeavesTheAcknowledgementAlone) {
+    Order("at status corrupt");
+    const emulator::Bytes spoilt = peer.Say(peer.RequestFrame(emulator::ReadFiscalStatus));
+    const emulator::Bytes good = peer.Say(peer.Nak());
+    ASSERT_EQ(spoilt.size(), good.size() + 4);
+    EXPECT_EQ(ToHex({spoilt.begin(), spoilt.begin() + 4}), ack);
+    EXPECT_EQ(spoilt.back() ^ 1, good.back());
+}
+
+TEST_F(FaultyLine, BusyIsForThatManyRequests) {
+    Order("busy 2");
+    EXPECT_EQ(Ask(), busy);
+    EXPECT_EQ(Ask(), busy);
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_TRUE(faults.Waiting().empty());
+}
+
+TEST_F(FaultyLine, BusyForATimeEndsWithIt) {
+    Order("busy for 3s");
+    EXPECT_EQ(Ask(), busy);
+    EXPECT_EQ(waited, 3s);
+    later();
+    EXPECT_EQ(Ask(), ack);
+}
+
+TEST_F(FaultyLine, LateTellsHowLateOnce) {
+    Order("late 5s");
+    Ask();
+    EXPECT_EQ(line.Delay(), 5s);
+    Ask();
+    EXPECT_EQ(line.Delay(), 0s);
+}
+
+TEST_F(FaultyLine, PowerThatFailsAtAFrameLosesIt) {
+    Enter();
+    Order("power off at data 1 for 3s");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Say(peer.DataFrame(2, comment)), "");
+    EXPECT_EQ(Ask(), "");
+    EXPECT_EQ(device.Paper().Pending().size(), 0U);
+    EXPECT_EQ(waited, 3s);
+    later();
+    EXPECT_EQ(Ask(), ack);
+}
+
+TEST_F(FaultyLine, PowerThatFailsAfterAFrameLosesItsAnswer) {
+    Enter();
+    Order("power off after data 1");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Say(peer.DataFrame(2, comment)), "");
+    EXPECT_EQ(device.Paper().Pending().size(), 1U);
+    EXPECT_FALSE(device.Powered());
+}
+
+TEST_F(FaultyLine, PaperEndsAfterThatManyLines) {
+    Enter();
+    Order("paper out after 2 lines");
+    EXPECT_TRUE(peer.Do(emulator::PrintComment, comment));
+    EXPECT_TRUE(peer.Do(emulator::PrintComment, comment));
+    EXPECT_FALSE(peer.Do(emulator::PrintComment, comment));
+    EXPECT_EQ(device.LastResult(), emulator::result::ReceiptPaperEnd);
+}
+
+TEST_F(FaultyLine, NumbersCountFromTheOrder) {
+    Ask();
+    Order("at request 2 busy");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(Ask(), busy);
+}
+
+TEST_F(FaultyLine, TellsWhatHappensAndWhatStillWaits) {
+    std::vector<std::string> told;
+    faults.OnFault([&](const std::string& text) { told.push_back(text); });
+    Order("at request 2 busy");
+    Order("at eof each nak");
+    EXPECT_THAT(faults.Waiting(), testing::ElementsAre("at request 2 busy", "at eof each nak"));
+    Ask();
+    Ask();
+    EXPECT_THAT(told, testing::ElementsAre("at request 2 busy"));
+    EXPECT_THAT(faults.Waiting(), testing::ElementsAre("at eof each nak"));
+    faults.Clear();
+    EXPECT_TRUE(faults.Waiting().empty());
+}
+
+TEST_F(FaultyLine, ShowsEachFrameWithItsFate) {
+    std::vector<std::string> seen;
+    faults.OnFrame([&](FrameKind kind, emulator::View frame, emulator::Fate fate) {
+        seen.push_back(std::to_string(static_cast<int>(kind)) + " " +
+                       std::to_string(static_cast<int>(fate)) + " " +
+                       ToHex({frame.begin(), frame.end()}));
+    });
+    Order("busy");
+    Ask();
+    EXPECT_THAT(seen, testing::ElementsAre("0 5 d0 01 b2 63 1a", "5 0 " + busy));
+}
+
+TEST_F(FaultyLine, InMargayFramesTheyMeanTheSame) {
+    emulator::Line letters{emulator::WireFamily::Margay, device};
+    letters.Attach(&faults);
+    Peer other(letters, emulator::WireFamily::Margay);
+    Order("busy");
+    Order("at response 2 corrupt");
+    EXPECT_EQ(ToHex(other.Say(other.RequestFrame(emulator::PrintComment))), "1b");
+    EXPECT_EQ(ToHex(other.Say(other.RequestFrame(emulator::PrintComment))), "07");
+}
+
+// --- JSON with places
+// --------------------------------------------------------------------------------
+
+TEST(DeskJson, EveryMistakeHasItsPlace) {
+    const std::map<std::string, std::string> places = {
+        {"", "1:1 a value is expected"},
+        {"{\n  \"a\": 1,\n  b\n}", "3:3 a name in quotes is expected"},
+        {"[1 2]", "1:4 ',' or ']' is expected"},
+        {"{\"a\" 1}", "1:6 ':' is expected"},
+        {"[01]", "1:3 a number does not begin with 0"},
+        {"[1.]", "1:4 a digit is expected"},
+        {"\"ab", "1:1 the text has no end"},
+        {"[\"a\\x\"]", "1:5 no such escape"},
+        {"\"\\ud800\"", "1:8 half a character"},
+        {"\"\xff\"", "1:2 not UTF-8"},
+        {"{} x", "1:4 nothing more is expected here"},
+        {"nul", "1:1 a value is expected"},
+        {std::string(40, '['), "1:18 too many brackets within each other"},
+    };
+    for (const auto& [text, mistake] : places)
+        EXPECT_THAT(MistakesOf([&] { desk::ParseJson(text); }), testing::ElementsAre(mistake))
+            << text;
+}
+
+TEST(DeskJson, QuotesSoThatItReadsTheSame) {
+    const std::string text = "a\"b\\c\n\xc4\x80\xf0\x9f\x98\x80";
+    EXPECT_EQ(desk::ParseJson(desk::JsonQuoted(text)).text, text);
+    EXPECT_EQ(desk::ParseJson("\"\\u0100\\ud83d\\ude00\"").text, "\xc4\x80\xf0\x9f\x98\x80");
+    EXPECT_EQ(desk::JsonQuoted("\xff"), "\"\xef\xbf\xbd\"");
+}
+
+// --- a program
+// ----------------------------------------------------------------------------------------
+
+namespace {
+
+emulator::RegisterConfig ProgrammedWith(const std::string& program, const char* model = "ocelot") {
+    emulator::RegisterConfig config;
+    config.model = emulator::FindModel(model, 2);
+    return desk::Programmed(config, program);
+}
+
+constexpr char bakery[] = R"({
+  "header": ["BAKERY", "MAIN STREET 1"],
+  "departments": [{"number": 1, "name": "BREAD"}, {"number": 7}],
+  "plus": [{"number": 4711, "name": "RYE", "price": 1.45, "department": 1}],
+  "cashiers": [{"number": 3, "name": "ANNA"}]
+})";
+
+}  // namespace
+
+TEST(DeskProgram, TakesThePlaceOfWhatARegisterHas) {
+    const emulator::RegisterConfig config = ProgrammedWith(bakery);
+    EXPECT_THAT(config.header, testing::ElementsAre("BAKERY", "MAIN STREET 1"));
+    ASSERT_EQ(config.plus.size(), 1U);
+    EXPECT_EQ(config.plus[0].price, 145);
+    EXPECT_EQ(config.departmentNames.at(1), "BREAD");
+    EXPECT_EQ(config.cashiers.at(3), "ANNA");
+}
+
+TEST(DeskProgram, WhatItLeavesOutStaysAsItWas) {
+    EXPECT_EQ(ProgrammedWith("{}").plus.size(), emulator::RegisterConfig::DefaultPlus().size());
+    EXPECT_EQ(ProgrammedWith("{}").header, emulator::RegisterConfig().header);
+    EXPECT_EQ(ProgrammedWith(R"({"departments": [{"number": 2}]})").plus.size(), 2U);
+}
+
+TEST(DeskProgram, ChangesWhatTheRegisterAcceptsAndPrints) {
+    emulator::Register device(ProgrammedWith(bakery));
+    emulator::Line line(emulator::WireFamily::Ocelot, device);
+    Peer peer(line, emulator::WireFamily::Ocelot);
+    EXPECT_FALSE(peer.Do(emulator::EnterFiscalMode, {1}));
+    ASSERT_TRUE(peer.Do(emulator::EnterFiscalMode, {3}));
+    emulator::Bytes sale = saleOf250;
+    EXPECT_TRUE(peer.Do(emulator::DeptSale, sale));
+    sale[0] = 2;
+    EXPECT_FALSE(peer.Do(emulator::DeptSale, sale));
+    EXPECT_TRUE(peer.Do(emulator::Tender, FromHex("01 00 00 00 00")));
+    EXPECT_THAT(device.Paper().Text(),
+                testing::AllOf(testing::HasSubstr("MAIN STREET 1"), testing::HasSubstr("BREAD "),
+                               testing::HasSubstr("CASHIER 03 ANNA")));
+}
+
+TEST(DeskProgram, EveryMistakeHasItsPlace) {
+    const std::map<std::string, std::string> places = {
+        {"[]", "1:1 an object is expected"},
+        {R"({"plu": []})", "1:2 there is no \"plu\" here"},
+        {R"({"plus": [], "plus": []})", "1:14 \"plus\" comes twice"},
+        {R"({"header": "A"})", "1:12 an array is expected"},
+        {R"({"header": [1]})", "1:13 a text in quotes is expected"},
+        {R"({"header": ["a\u000ab"]})", "1:13 a text has no control characters"},
+        {R"({"header": ["\u0416"]})", "1:13 the register lacks one of these letters"},
+        {R"({"header": ["123456789012345678901"]})", "1:13 longer than 20 characters"},
+        {R"({"departments": []})", "1:17 at least one is expected"},
+        {R"({"departments": [{"number": 100}]})", "1:29 a whole number from 1 to 99 is expected"},
+        {R"({"cashiers": [{"number": 1}, {"number": 1}]})", "1:41 number 1 comes twice"},
+        {R"({"plus": [{"number": 1, "name": "A", "price": 1}]})", "1:11 \"department\" is missing"},
+        {R"({"plus": [{"number": 1, "name": "A", "price": 1.234, "department": 1}]})",
+         "1:47 an amount from 0.00 to 999999.99 is expected"},
+        {R"({"plus": [{"number": 1, "name": "A", "price": -1, "department": 1}]})",
+         "1:47 an amount from 0.00 to 999999.99 is expected"},
+        {R"({"plus": [{"number": 1, "name": "A", "price": 1, "department": 5}],
+  "departments": [{"number": 1}]})",
+         "1:64 there is no department 5"},
+    };
+    for (const auto& [program, mistake] : places)
+        EXPECT_THAT(MistakesOf([&] { ProgrammedWith(program, "lynx"); }),
+                    testing::ElementsAre(mistake))
+            << program;
+}
+
+TEST(DeskProgram, PricesMayHaveNoOneOrTwoDecimals) {
+    const auto price = [](const std::string& text) {
+        return ProgrammedWith(R"({"plus": [{"number": 1, "name": "A", "price": )" + text +
+                              R"(, "department": 1}]})")
+            .plus[0]
+            .price;
+    };
+    EXPECT_EQ(price("2"), 200);
+    EXPECT_EQ(price("2.5"), 250);
+    EXPECT_EQ(price("0.05"), 5);
+    EXPECT_EQ(price("0"), 0);
+}
+
+// --- a memory
+// -----------------------------------------------------------------------------------------
+
+namespace {
+
+struct Remembering : testing::Test {
+    static emulator::RegisterConfig Config(emulator::Habits habits = {}) {
+        emulator::RegisterConfig config;
+        config.model = emulator::FindModel("ocelot", 2);
+        config.habits = habits;
+        return config;
+    }
+    // A receipt of the past, a Z report, an open receipt, and a command without its end.
+    void Work() {
+        ASSERT_TRUE(peer.Do(emulator::EnterFiscalMode, {1}));
+        ASSERT_TRUE(peer.Do(emulator::DeptSale, saleOf250));
+        ASSERT_TRUE(peer.Do(emulator::Barcode, emulator::Bytes(54, 0x55) + FromHex("64 00") +
+                                                   Ascii("4711") + emulator::Bytes(32, ' ')));
+        ASSERT_TRUE(peer.Do(emulator::TenderForeign, FromHex("02 01 00 00 10 00")));
+        ASSERT_TRUE(peer.Do(emulator::Report, FromHex("01 00")));
+        ASSERT_TRUE(peer.Do(emulator::ShowInfo, FromHex("ff ff")));
+        ASSERT_TRUE(peer.Do(emulator::DeptReturn, saleOf250));
+        ASSERT_TRUE(peer.Send(emulator::DeptSale, peer.sequence_, saleOf250));
+    }
+    std::string Text() { return desk::StateText(device.GetModel(), device.Remember()); }
+
+    emulator::Register device{Config()};
+    emulator::Line line{emulator::WireFamily::Ocelot, device};
+    Peer peer{line, emulator::WireFamily::Ocelot};
+};
+
+}  // namespace
+
+TEST_F(Remembering, AllOfItComesBack) {
+    Work();
+    const emulator::RegisterMemory memory = desk::ReadState(device.GetModel(), Text());
+    EXPECT_EQ(memory, device.Remember());
+    emulator::Register other(Config());
+    other.Recall(memory);
+    EXPECT_EQ(other.Remember(), device.Remember());
+    EXPECT_EQ(other.StatusBlock(), device.StatusBlock());
+    EXPECT_EQ(other.ClosedDays(), device.ClosedDays());
+    EXPECT_EQ(other.ZReports(), 1);
+}
+
+TEST_F(Remembering, ARegisterGoesOnWhereTheOtherWas) {
+    Work();
+    emulator::Register other(Config());
+    other.Recall(device.Remember());
+    emulator::Line otherLine(emulator::WireFamily::Ocelot, other);
+    Peer otherPeer(otherLine, emulator::WireFamily::Ocelot);
+    EXPECT_TRUE(otherPeer.Send(emulator::DeptSale, peer.sequence_, saleOf250));
+    EXPECT_EQ(otherLine.Counters().repeats, 1);
+    otherPeer.Close();
+    EXPECT_TRUE(otherPeer.Do(emulator::Tender, FromHex("01 00 00 00 00")));
+    EXPECT_EQ(other.ReceiptNumber(), 2U);
+}
+
+TEST_F(Remembering, ARestartIsAPowerFailureForTheHabitThatForgets) {
+    Work();
+    emulator::Habits habits;
+    habits.Add(emulator::Habit::ForgetsWithoutPower);
+    emulator::Register other(Config(habits));
+    other.Recall(device.Remember());
+    EXPECT_FALSE(other.Open());
+}
+
+TEST_F(Remembering, AForeignOrDamagedTextIsRefusedWithItsPlace) {
+    const auto mistake = [&](const std::string& text) {
+        const auto all = MistakesOf([&] { desk::ReadState(device.GetModel(), text); });
+        return all.empty() ? "none" : all.front();
+    };
+    const auto changed = [&](const std::string& from, const std::string& to) {
+        std::string text = Text();
+        EXPECT_NE(text.find(from), std::string::npos) << from;
+        return text.replace(text.find(from), from.size(), to);
+    };
+    EXPECT_EQ(mistake("{\"jobs\": []}"), "1:1 not the state of an emulated register");
+    EXPECT_EQ(mistake("ResultCode=0"), "1:1 a value is expected");
+    EXPECT_EQ(mistake(Text().substr(0, Text().find("\"fiscalMode") + 4)),
+              "7:3 the text has no end");
+    EXPECT_EQ(mistake(changed("\"version\": 1", "\"version\": 2")),
+              "3:14 written by another version; this one reads version 1");
+    EXPECT_EQ(mistake(changed("\"ocelot\"", "\"puma\"")),
+              "4:12 the state of a puma protocol 2, not of a ocelot protocol 2");
+    EXPECT_EQ(mistake(changed("\"REG\"", "\"HERE\"")), "6:10 Z, OFF, REG or X is expected");
+    EXPECT_EQ(mistake(changed("\"cashier\": 0", "\"cashier\": 256")),
+              "8:14 a whole number from 0 to 255 is expected");
+    EXPECT_EQ(mistake(changed("\"cashier\"", "\"kassier\"")), "8:3 there is no \"kassier\" here");
+}
+
+TEST_F(Remembering, TheFileIsWrittenOnlyWhenSomethingChanged) {
+    const TempDir folder;
+    desk::StateFile file(folder.File("state"));
+    file.Save(device);
+    EXPECT_EQ(desk::ReadIfAny(folder.File("state")), Text());
+    std::filesystem::remove(folder.File("state"));
+    file.Save(device);
+    EXPECT_EQ(desk::ReadIfAny(folder.File("state")), std::nullopt);
+    Work();
+    file.Save(device);
+    emulator::Register other(Config());
+    desk::StateFile(folder.File("state")).Load(other);
+    EXPECT_EQ(other.Remember(), device.Remember());
+}
+
+TEST_F(Remembering, AFileThatCannotBeReplacedStaysAndNothingElseIsLeft) {
+    const TempDir folder;
+    std::filesystem::create_directories(folder.File("state/in the way"));
+    EXPECT_THROW(desk::ReplaceFile(folder.File("state"), "new"), std::runtime_error);
+    EXPECT_TRUE(std::filesystem::is_directory(folder.File("state/in the way")));
+    const auto entries = std::filesystem::directory_iterator(folder.Path());
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
+TEST(DeskFiles, ALinkStaysALinkToTheNewFile) {
+    const TempDir folder;
+    folder.Write("real", "old");
+    std::filesystem::create_symlink("real", folder.File("link"));
+    desk::ReplaceFile(folder.File("link"), "new");
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.File("link")));
+    EXPECT_EQ(desk::ReadIfAny(folder.File("real")), "new");
+}
+
+TEST(DeskFiles, AFolderAndADeviceAreNoFiles) {
+    EXPECT_THROW(desk::ReadIfAny("/dev/zero"), std::runtime_error);
+    EXPECT_THROW(desk::ReadIfAny("/"), std::runtime_error);
+}
