@@ -1,24 +1,38 @@
 #include "ctl/Try.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
+#include "companion/desk/Faults.h"
+#include "companion/job/Job.h"
+#include "companion/journal/Journal.h"
 #include "companion/runner/DriverPath.h"
 #include "companion/runner/Files.h"
+#include "companion/runner/Profile.h"
 #include "companion/runner/Sandbox.h"
 #include "companion/workbench/Defaults.h"
 #include "companion/workbench/DriverRun.h"
 #include "companion/workbench/Serving.h"
 #include "companion/workbench/WorkFolder.h"
+#include "ctl/DeskOptions.h"
 #include "ctl/Interrupts.h"
+#include "ctl/OutcomeText.h"
 #include "ctl/Pictures.h"
 #include "ctl/RegisterOptions.h"
 #include "ctl/UsageError.h"
@@ -37,17 +51,20 @@ constexpr char tryFooter[] =
     "Neither root nor a register is needed, but bubblewrap (package `bubblewrap`) is.\n"
     "The exit code is that of the last run of the driver that failed, 0 when none did; 124 "
     "for a run that took too long; 3 when the driver could not be run; 2 also for a wrong "
-    "option or a command file that cannot be read, and then nothing was run."
+    "option or a command file that cannot be read, and then nothing was run.\n"
+    "With --run each file is a job of `voltisctl run`, and the exit code is its."
     "\n\nExample:\n  voltisctl try --model margay --svg receipt.svg sale.txt";
 
 struct TryOptions {
     RegisterOptions device;
+    DeskOptions desk;
     std::vector<std::string> files;
     std::vector<std::string> settings;
     std::string driver;
     std::string svgFile;
     double timeoutSeconds = 0;  // 0: none
     bool showLog = false;
+    bool run = false;
 };
 
 struct ExitMeaning {
@@ -62,6 +79,13 @@ constexpr ExitMeaning exitMeanings[] = {
     {exitTimeout, "took too long and was ended"},
 };
 
+constexpr ExitMeaning runMeanings[] = {
+    {job::exitPrinted, "printed, once"},
+    {job::exitMistake, "not printed: a mistake in the command file"},
+    {job::exitNotPrinted, "not printed: the same file may be run again"},
+    {job::exitUncertain, "part of it was printed, or nobody can tell"},
+};
+
 constexpr int pollStepMs = 100;
 
 using Clock = std::chrono::steady_clock;
@@ -70,6 +94,49 @@ struct Outcome {
     int exitCode = 0;
     int interrupt = 0;  // the signal that is to end everything, 0 for none
     std::string output;
+    std::string result;   // the result file
+    std::string verdict;  // of --run
+};
+
+// Readable at an interrupt, or when the time is over.
+class StopSign {
+  public:
+    StopSign(const Interrupts& interrupts, double seconds)
+        : all_(Check(epoll_create1(EPOLL_CLOEXEC))) {
+        Add(interrupts.Fd());
+        if (seconds > 0) AddTimer(seconds);
+    }
+    ~StopSign() {
+        if (timer_ != -1) close(timer_);
+        close(all_);
+    }
+    StopSign(const StopSign&) = delete;
+    StopSign& operator=(const StopSign&) = delete;
+
+    int Fd() const { return all_; }
+
+  private:
+    static int Check(int fd) {
+        if (fd == -1) throw std::system_error(errno, std::generic_category(), "epoll");
+        return fd;
+    }
+    void Add(int fd) const {
+        epoll_event readable{};
+        readable.events = EPOLLIN;
+        Check(epoll_ctl(all_, EPOLL_CTL_ADD, fd, &readable));
+    }
+    void AddTimer(double seconds) {
+        timer_ = Check(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC));
+        itimerspec end{};
+        end.it_value.tv_sec = static_cast<time_t>(seconds);
+        end.it_value.tv_nsec =
+            static_cast<long>((seconds - static_cast<double>(end.it_value.tv_sec)) * 1e9) + 1;
+        Check(timerfd_settime(timer_, 0, &end, nullptr));
+        Add(timer_);
+    }
+
+    int all_;
+    int timer_ = -1;
 };
 
 void WaitForNews(const runner::SandboxedRun& run, const Interrupts& interrupts) {
@@ -130,9 +197,10 @@ void PrintSection(const std::string& title, const std::string& text, const char*
     if (text.empty() || text.back() != '\n') std::cout << "\n";
 }
 
-std::string ExitText(int code) {
+std::string ExitText(int code, bool run) {
     std::string text = "exit code " + std::to_string(code);
-    for (const ExitMeaning& meaning : exitMeanings) {
+    for (const ExitMeaning& meaning : run ? std::span<const ExitMeaning>(runMeanings)
+                                          : std::span<const ExitMeaning>(exitMeanings)) {
         if (meaning.code == code) text += ": " + std::string(meaning.text);
     }
     return text;
@@ -149,9 +217,20 @@ class Trial {
   public:
     explicit Trial(const TryOptions& options)
         : options_(options),
+          faultsOrdered_(FaultsOf(options.desk)),
           driver_(runner::DriverPath(options.driver)),
-          station_(ConfigFor(options.device), FramesFor(options.device)),
-          folder_(SettingsFor(options)) {}
+          station_(ProgrammedConfig(options.device, options.desk), FramesFor(options.device),
+                   PtyFor(options)),
+          faults_(station_.device,
+                  [this](std::chrono::milliseconds wait, std::function<void()> action) {
+                      station_.server.After(wait, std::move(action));
+                  }),
+          folder_(SettingsFor(options)) {
+        station_.line.Attach(&faults_);
+        station_.device.Paper().OnLine([this](const std::string&) { faults_.LinePrinted(); });
+        faults_.OnFault([this](const std::string& text) { happened_.push_back(text); });
+        for (const desk::Fault& fault : faultsOrdered_) faults_.Add(fault);
+    }
 
     int Run() {
         int exitCode = 0;
@@ -165,19 +244,29 @@ class Trial {
     }
 
   private:
+    static emulator::PtyOptions PtyFor(const TryOptions& options) {
+        emulator::PtyOptions pty;
+        pty.bitsPerSecond = options.desk.lineSpeed;
+        return pty;
+    }
+
     Outcome RunFile(const std::string& file) {
-        const std::string name = folder_.Take(file);
         const workbench::Since since(station_.device);
-        Outcome outcome = RunDriver(name);
+        const Outcome outcome = options_.run ? RunJob(file) : RunDriver(folder_.Take(file));
         std::cout << "=== " << file << "\n";
         PrintSection("tape", Joined(since.Lines()), "(nothing was printed)");
-        const std::string complaints = Joined(since.Complaints());
-        if (!complaints.empty()) PrintSection("the register complains", complaints, "");
-        PrintSection("result file", folder_.Result().value_or(""), "(none)");
-        if (!outcome.output.empty()) PrintSection("the driver said", outcome.output, "");
+        PrintIfAny("the register complains", Joined(since.Complaints()));
+        PrintIfAny("faults", Joined(std::exchange(happened_, {})));
+        PrintSection("result file", outcome.result, "(none)");
+        PrintIfAny("the driver said", outcome.output);
+        PrintIfAny("verdict", outcome.verdict);
         if (options_.showLog) PrintSection("debug log", folder_.NewDebugLog(), "(none)");
-        std::cout << "--- " << ExitText(outcome.exitCode) << "\n\n" << std::flush;
+        std::cout << "--- " << ExitText(outcome.exitCode, options_.run) << "\n\n" << std::flush;
         return outcome;
+    }
+
+    static void PrintIfAny(const std::string& title, const std::string& text) {
+        if (!text.empty()) PrintSection(title, text, "");
     }
 
     Outcome RunDriver(const std::string& name) {
@@ -188,14 +277,55 @@ class Trial {
             station_, plan, {runner::insideDriver, std::string(runner::insideFolder) + "/" + name});
         Outcome outcome = Await(run.Process(), interrupts_, options_.timeoutSeconds);
         run.Finish();
+        outcome.result = folder_.Result().value_or("");
         return outcome;
+    }
+
+    // As `voltisctl run` does, on a site of its own.
+    Outcome RunJob(const std::string& file) {
+        const runner::Profile profile = ProfileOfTheSite();
+        if (!journal_) journal_.emplace(folder_.Beside("journal.db"));
+        job::Jobs jobs(*journal_, profile, Site(), folder_.Beside("runs"));
+        const StopSign stop(interrupts_, options_.timeoutSeconds);
+        workbench::Serving serving(station_.server);
+        const job::Outcome told =
+            jobs.Do({std::nullopt, file, runner::ReadFile(file), {}}, {stop.Fd(), {}});
+        serving.Finish();
+        Outcome outcome;
+        outcome.exitCode = told.exitCode;
+        outcome.interrupt = interrupts_.Take();
+        outcome.result = told.result;
+        outcome.verdict = ForPeople(told) + WhyOf(told);
+        return outcome;
+    }
+
+    runner::Profile ProfileOfTheSite() {
+        folder_.Prepare(station_.server.SlavePath());
+        const std::string ini = folder_.Beside("voltis.ini");
+        runner::Profile profile = runner::LoadProfile(fs::path(ini).parent_path().string());
+        if (!profile.device.empty()) profile.device = station_.server.SlavePath();
+        profile.habit = options_.device.habits;
+        return profile;
+    }
+
+    job::Site Site() const {
+        job::Site site;
+        site.driver = driver_;
+        site.locks = folder_.Beside("locks");
+        site.logs = folder_.Logs().Path();
+        fs::create_directories(site.locks);
+        return site;
     }
 
     const TryOptions& options_;
     Interrupts interrupts_;  // before the thread that serves, which is to block the same signals
+    std::vector<desk::Fault> faultsOrdered_;
     std::string driver_;
     workbench::Station station_;
+    desk::Faults faults_;
+    std::vector<std::string> happened_;  // of the faults, since the last file
     workbench::WorkFolder folder_;
+    std::optional<journal::Journal> journal_;
 };
 
 int Try(TryOptions options) {
@@ -209,6 +339,9 @@ std::function<int()> BindTry(CLI::App& command) {
     const auto options = std::make_shared<TryOptions>();
     command.add_option("FILE", options->files, "Command files")->required()->type_name("");
     AddRegisterOptions(command, options->device);
+    AddDeskOptions(command, options->desk);
+    command.add_flag("--run", options->run,
+                     "Go through `run` instead of the driver alone, and show its verdict");
     command
         .add_option("--ini", options->settings,
                     "Settings of the driver's configuration file, over the generated ones")

@@ -221,3 +221,46 @@ TEST(voltisctlTry, TellsHowToAllowForbiddenNamespaces) {
     EXPECT_EQ(answer.exitCode, 3);
     EXPECT_TRUE(Holds(answer.text, {"kernel.unprivileged_userns_clone=1"}));
 }
+
+// --- through run, and with faults --------------------------------------------------------------
+
+TEST(voltisctlTry, GoesThroughRunAndShowsItsVerdict) {
+    const std::string good = examples + "/first-receipt.txt";
+    const Answer answer = Try({"--run", good, examples + "/refused-command.txt"});
+    EXPECT_EQ(answer.exitCode, 101);
+    EXPECT_EQ(Section(answer.text, "verdict"), "printed: 8 of 8 commands, receipt 1\n");
+    EXPECT_EQ(Section(answer.text, "result file"),
+              "[VOLTIS]\nResultCode=0\nMessage=OK\nLastReceiptNo=1\n");
+    const std::size_t second = answer.text.rfind("=== ");
+    EXPECT_EQ(Section(answer.text, "verdict", second),
+              "part: 1 of 3 commands, go on at line 8, receipt 2 is open\n"
+              "Fiscal command execution error (line: 8)\n");
+    EXPECT_TRUE(Holds(answer.text, {"--- exit code 0: printed, once\n",
+                                    "--- exit code 101: part of it was printed"}));
+}
+
+TEST(voltisctlTry, LetsHappenWhatAFileOrders) {
+    const TempDir folder;
+    const std::string faults = folder.Write("faults.txt", "at eof 2 nak\nat data 9 refuse 1\n");
+    const std::string file = examples + "/first-receipt.txt";
+    const Answer alone = Try({"--faults", faults, file});
+    EXPECT_EQ(alone.exitCode, 101);
+    EXPECT_EQ(Section(alone.text, "faults"), "at eof 2 nak\nat data 9 refuse 1\n");
+    const Answer told = Try({"--run", "--faults", faults, file});
+    EXPECT_TRUE(Holds(Section(told.text, "verdict"), {"part: ", "of 8 commands"}));
+}
+
+TEST(voltisctlTry, TellsRunOfTheHabitsThatAreNamed) {
+    const Answer answer =
+        Try({"--run", "--habit", "number-only", examples + "/first-receipt.txt", "--log"});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_TRUE(Holds(Section(answer.text, "debug log"), {"PC->ECR"}));
+}
+
+TEST(voltisctlTry, SellsWhatTheRegisterIsProgrammedWith) {
+    const TempDir folder;
+    const std::string sale = folder.Write("sale.txt", "SALE: DEPTNR=2; AMOUNT=1.00\nTENDER\n");
+    const Answer answer = Try({"--program", examples + "/ci/shop.json", sale});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_TRUE(Holds(Section(answer.text, "tape"), {"CORNER SHOP", "DAIRY", "CASHIER 01 ANNA"}));
+}
