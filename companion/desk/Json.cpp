@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <utility>
 
 namespace desk {
 
@@ -118,7 +119,7 @@ class JsonParser {
             SkipBlanks();
             if (!Take(':')) Fail("':' is expected");
             JsonValue member = ReadValue(depth + 1);
-            value.members.emplace_back(std::move(name), std::move(member));
+            value.members.push_back({std::move(name), std::move(member)});
             SkipBlanks();
         } while (Take(','));
         if (!Take('}')) Fail("',' or '}' is expected");

@@ -1,15 +1,17 @@
 // JSON that remembers where each value is in its text, so that a mistake in a file has a place.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "companion/desk/Mistake.h"
 
 namespace desk {
+
+struct JsonMember;
 
 struct JsonValue {
     enum class Kind { Null, Bool, Number, String, Array, Object };
@@ -18,7 +20,12 @@ struct JsonValue {
     std::size_t at = 0;  // in the text
     std::string text;    // String: UTF-8; Number: as it is written; Bool: "true" or "false"
     std::vector<JsonValue> items;
-    std::vector<std::pair<JsonValue, JsonValue>> members;  // the names are Strings
+    std::vector<JsonMember> members;
+};
+
+struct JsonMember {
+    JsonValue name;  // a String
+    JsonValue value;
 };
 
 /// The one value that the text is. Mistakes: it is not JSON, or is nested more than 16 deep.
