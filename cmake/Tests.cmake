@@ -2,6 +2,7 @@
 include(GoogleTest)
 
 add_custom_target(voltis_unit_tests)
+add_custom_target(voltis_outside_tests)
 
 # A program of <name>.cpp, when there is such a file, and the sources. Includes name the path from src/
 # or from the tree's root.
@@ -31,15 +32,21 @@ function(voltis_optimise)
     endforeach()
 endfunction()
 
+# The folder tests/ of another build: its programs test this build's from outside, and are not built
+# twice.
+set(VOLTIS_OUTSIDE_TESTS "" CACHE PATH "Test programs of another build, for the tests from outside")
+
 # Every test of an executable runs in a process of its own, so that flags which the driver never
-# clears start fresh. With EACH_ALONE these are children of one process, all one test of ctest: for
-# tests that neither wait nor start programs, since the start of a program takes longer than most
-# tests do. With WHOLE all of them run in one process: for units without state of the process. With
-# TOGETHER, the tests that match one of these patterns run in one process, as a test with the name of
-# the program. With UNITY, so many sources are compiled as one: what they share of the headers takes
-# longer than their own lines.
+# clears start fresh. With EACH_ALONE these are children of one process, all one test of ctest: to
+# start a program takes longer than most tests do. With SHARDS as well, they are divided among so many
+# processes, each a test of ctest: for tests that wait. With WHOLE all of them run in one process: for
+# units without state of the process. With TOGETHER, the tests that match one of these patterns run in
+# one process, as a test with the name of the program. With UNITY, so many sources are compiled as one:
+# what they share of the headers takes longer than their own lines. With OUTSIDE, the tests only start
+# other programs.
 function(voltis_add_test name)
-    cmake_parse_arguments(arg "WHOLE;EACH_ALONE" "TIMEOUT;UNITY" "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
+    cmake_parse_arguments(arg "WHOLE;EACH_ALONE;OUTSIDE" "TIMEOUT;UNITY;SHARDS"
+        "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
     if(NOT arg_TIMEOUT AND arg_EACH_ALONE)
         set(arg_TIMEOUT 300)
     elseif(NOT arg_TIMEOUT)
@@ -47,6 +54,11 @@ function(voltis_add_test name)
     endif()
     if(NOT arg_LABELS)
         set(arg_LABELS unit)
+    endif()
+    set(properties TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    if(arg_OUTSIDE AND VOLTIS_OUTSIDE_TESTS)
+        voltis_register_alone(${VOLTIS_OUTSIDE_TESTS}/${name} "${arg_SHARDS}" ${properties})
+        return()
     endif()
     set(main GTest::gtest_main)
     if(arg_EACH_ALONE)
@@ -62,6 +74,9 @@ function(voltis_add_test name)
     if("unit" IN_LIST arg_LABELS)
         add_dependencies(voltis_unit_tests ${name})
     endif()
+    if(arg_OUTSIDE)
+        add_dependencies(voltis_outside_tests ${name})
+    endif()
     if(arg_UNITY)
         set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${arg_UNITY})
         if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
@@ -69,23 +84,46 @@ function(voltis_add_test name)
             target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
         endif()
     endif()
+    if(arg_EACH_ALONE)
+        voltis_register_alone($<TARGET_FILE:${name}> "${arg_SHARDS}" ${properties})
+        return()
+    endif()
     if(arg_WHOLE)
         set(arg_TOGETHER *)
     endif()
     list(JOIN arg_TOGETHER ":" together)
-    if(arg_EACH_ALONE)
-        add_test(NAME ${name} COMMAND ${name})
-        set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
-        return()
-    endif()
     if(together)
         add_test(NAME ${name} COMMAND ${name} --gtest_filter=${together})
-        set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+        set_tests_properties(${name} PROPERTIES ${properties})
     endif()
     if(NOT arg_WHOLE)
         gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 TEST_FILTER "-${together}"
             PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
     endif()
+endfunction()
+
+# Tests of ctest for a program that has each of its own alone; from voltis_add_test.
+function(voltis_register_alone program shards)
+    if(NOT shards)
+        set(shards 1)
+    endif()
+    math(EXPR last "${shards} - 1")
+    foreach(i RANGE ${last})
+        set(test ${name})
+        if(shards GREATER 1)
+            math(EXPR number "${i} + 1")
+            string(APPEND test "_${number}_of_${shards}")
+        endif()
+        add_test(NAME ${test} COMMAND ${program})
+        set(environment VOLTIS_PATH=$<TARGET_FILE:voltis>)
+        if(VOLTIS_TOOLS)
+            list(APPEND environment VOLTISCTL_PATH=$<TARGET_FILE:voltisctl>)
+        endif()
+        # by these, gtest's own main would divide them as well
+        list(APPEND environment GTEST_TOTAL_SHARDS=${shards} GTEST_SHARD_INDEX=${i})
+        set_tests_properties(${test} PROPERTIES
+            ${ARGN} ENVIRONMENT "${environment}" COST ${VOLTIS_COST_LONG})
+    endforeach()
 endfunction()
 
 # The linker redirects calls of these functions to the program's own __wrap_ functions.
@@ -95,6 +133,9 @@ function(voltis_wrap name)
     endforeach()
 endfunction()
 
+# ctest starts what costs most first, so that no long test is left over at the end.
+set(VOLTIS_COST_LONG 100)
+
 # A program that prints one line with its counts: <name>_sample belongs to the usual tests,
 # <name>_full to the long ones.
 function(voltis_add_fault_test name)
@@ -103,7 +144,7 @@ function(voltis_add_fault_test name)
     voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
     add_test(NAME ${name}_sample COMMAND ${name})
     set_tests_properties(${name}_sample PROPERTIES
-        LABELS faults TIMEOUT ${arg_TIMEOUT} PROCESSORS ${arg_PROCESSORS})
+        LABELS faults TIMEOUT ${arg_TIMEOUT} PROCESSORS ${arg_PROCESSORS} COST ${VOLTIS_COST_LONG})
     add_test(NAME ${name}_full COMMAND ${name} --full)
     set_tests_properties(${name}_full PROPERTIES
         LABELS soak TIMEOUT 3600 PROCESSORS ${arg_PROCESSORS})

@@ -5,7 +5,6 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -192,9 +191,15 @@ int ListJobs(const JobsOptions& options) {
     return 0;
 }
 
+bool IsOfForm(const std::string& text, const std::string& form) {
+    return std::ranges::equal(text, form, [](char is, char wanted) {
+        return wanted == '0' ? is >= '0' && is <= '9' : is == wanted;
+    });
+}
+
 void CheckSince(const std::string& since) {
-    static const std::regex form(R"(\d{4}-\d{2}-\d{2}(T\d{2}:\d{2}(:\d{2})?)?)");
-    if (since.empty() || std::regex_match(since, form)) return;
+    constexpr std::array forms = {"", "0000-00-00", "0000-00-00T00:00", "0000-00-00T00:00:00"};
+    if (std::ranges::any_of(forms, [&](const char* form) { return IsOfForm(since, form); })) return;
     throw UsageError("--since wants a date such as 2024-05-31 or 2024-05-31T18:00 (UTC), not '" +
                      since + "'");
 }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -11,6 +10,7 @@
 #include "companion/check/Check.h"
 #include "companion/check/Layout.h"
 #include "tests/companion/Tool.h"
+#include "tests/support/Regex.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -54,18 +54,13 @@ Names ParametersIn(const std::string& lines) {
 /// First words of the rows of the tables of parameters.
 Names DocumentedParameters() {
     const std::string page = ReadWholeFile(examples + "/../docs/command-language.md");
-    const std::regex table(R"(\n\| Parameter \|[^\n]*\n\|[-|]+((?:\n\|[^\n]*)+))");
-    const std::regex row(R"(\n\| ([^|]*)\|)");
-    const std::regex name("`([A-Z]+)`");
+    const Regex tables(R"(\n\| Parameter \|[^\n]*\n\|[-|]+((?:\n\|[^\n]*)+))");
+    const Regex rows(R"(\n\| ([^|]*)\|)");
+    const Regex words("`([A-Z]+)`");
     Names names;
-    for (std::sregex_iterator at(page.begin(), page.end(), table), end; at != end; ++at) {
-        const std::string rows = (*at)[1];
-        for (std::sregex_iterator cell(rows.begin(), rows.end(), row); cell != end; ++cell) {
-            const std::string words = (*cell)[1];
-            for (std::sregex_iterator word(words.begin(), words.end(), name); word != end; ++word)
-                names.insert((*word)[1]);
-        }
-    }
+    for (const Regex::Found& table : tables.FindAll(page))
+        for (const Regex::Found& row : rows.FindAll(table[1]))
+            for (const Regex::Found& word : words.FindAll(row[1])) names.insert(word[1]);
     return names;
 }
 
@@ -94,13 +89,13 @@ TEST(Editor, FindsThePlacesInWhatTheCheckSays) {
     std::istringstream said(RunTool({"check", file}).text);
     std::string line;
     std::getline(said, line);
-    std::smatch found;
-    ASSERT_TRUE(std::regex_match(line, found, std::regex(matcher["regexp"].get<std::string>())));
-    EXPECT_EQ(found[matcher["file"]], file);
-    EXPECT_EQ(found[matcher["line"]], "2");
-    EXPECT_EQ(found[matcher["column"]], "1");
-    EXPECT_EQ(found[matcher["severity"]], "error");
-    EXPECT_EQ(found[matcher["message"]], "Unknown command : TENDR");
+    const auto found = Regex(matcher["regexp"].get<std::string>()).Match(line);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->at(matcher["file"]), file);
+    EXPECT_EQ(found->at(matcher["line"]), "2");
+    EXPECT_EQ(found->at(matcher["column"]), "1");
+    EXPECT_EQ(found->at(matcher["severity"]), "error");
+    EXPECT_EQ(found->at(matcher["message"]), "Unknown command : TENDR");
 }
 
 TEST(Editor, HasTheVersionOfTheProject) {

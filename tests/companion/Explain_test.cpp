@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -19,6 +18,7 @@
 #include "companion/job/Outcome.h"
 #include "companion/runner/Sandbox.h"
 #include "tests/companion/RaisedTexts.h"
+#include "tests/support/Regex.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -100,9 +100,8 @@ bool IsPassedOn(const RaisedText& raised) {
 
 int NumberOf(const std::string& code, const std::string& header) {
     if (code == aNote) return explain::noCode;
-    std::smatch found;
-    const std::regex definition("int " + code + " = ([0-9]+);");
-    return std::regex_search(header, found, definition) ? std::stoi(found[1]) : -2;
+    const auto found = Regex("int " + code + " = ([0-9]+);").Find(header);
+    return found ? std::stoi(found->at(1)) : -2;
 }
 
 bool HasEntry(const std::string& text, int code) {
@@ -200,14 +199,11 @@ TEST(CatalogueOfTheDriver, HasNoTextThatNothingRaises) {
 
 TEST(CatalogueOfTheDriver, ExplainsEveryErrorCodeOfTheHeader) {
     const std::string header = Source("src/DriverException.h");
-    const std::regex definition("int ERR_[A-Z_]+ = ([0-9]+);");
-    int count = 0;
-    for (std::sregex_iterator found(header.begin(), header.end(), definition), end; found != end;
-         ++found, ++count) {
-        EXPECT_THAT(explain::Find("ErrorCode=" + (*found)[1].str()).entries, testing::SizeIs(1))
-            << found->str();
+    const auto definitions = Regex("int ERR_[A-Z_]+ = ([0-9]+);").FindAll(header);
+    for (const Regex::Found& found : definitions) {
+        EXPECT_THAT(explain::Find("ErrorCode=" + found[1]).entries, testing::SizeIs(1)) << found[0];
     }
-    EXPECT_GE(count, 18);
+    EXPECT_GE(definitions.size(), 18U);
 }
 
 TEST(CatalogueOfTheDriver, HasEveryResultOfTheRegister) {
@@ -220,12 +216,10 @@ TEST(CatalogueOfTheDriver, HasEveryResultOfTheRegister) {
 
 TEST(CatalogueOfTheDriver, HasEveryExitCode) {
     const std::string source = Source("src/VOLTIS.cpp");
-    const std::regex end("(return|exit\\() ?([0-9]+)\\)?;");
     std::set<std::string> codes;
-    for (std::sregex_iterator found(source.begin(), source.end(), end), last; found != last;
-         ++found) {
-        codes.insert((*found)[2]);
-        EXPECT_THAT(explain::Find("ResultCode=" + (*found)[2].str()).entries, testing::SizeIs(1));
+    for (const Regex::Found& found : Regex("(return|exit\\() ?([0-9]+)\\)?;").FindAll(source)) {
+        codes.insert(found[2]);
+        EXPECT_THAT(explain::Find("ResultCode=" + found[2]).entries, testing::SizeIs(1));
     }
     EXPECT_THAT(codes, ElementsAre("0", "1", "101", "2"));
 }

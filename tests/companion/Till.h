@@ -11,6 +11,7 @@
 #include "companion/runner/RegisterRun.h"
 #include "companion/workbench/Defaults.h"
 #include "companion/workbench/Serving.h"
+#include "tests/support/Programs.h"
 #include "tests/support/TempDir.h"
 
 /// A sale that needs nothing of the site.
@@ -46,7 +47,7 @@ class Till {
         request.commandFile = commandFile;
         request.command = command;
         request.folder = folder_.File("run");
-        request.driver = VOLTIS_PATH;
+        request.driver = VoltisPath();
         return request;
     }
 

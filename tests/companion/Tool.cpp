@@ -15,6 +15,8 @@
 #include <iterator>
 #include <thread>
 
+#include "tests/support/Programs.h"
+
 namespace fs = std::filesystem;
 
 Tool::Tool(const Words& arguments, const Words& environment) {
@@ -87,7 +89,7 @@ int Tool::Wait() {
 void Tool::Spawn(const Words& arguments, const Words& environment, int in, int out) {
     Words words = {"env"};
     words.insert(words.end(), environment.begin(), environment.end());
-    words.push_back(VOLTISCTL_PATH);
+    words.push_back(VoltisctlPath());
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(word.data());

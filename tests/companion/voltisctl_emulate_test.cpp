@@ -19,6 +19,7 @@
 #include "emulator/Register.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/JsonSchema.h"
+#include "tests/support/Programs.h"
 #include "tests/support/TempDir.h"
 
 namespace fs = std::filesystem;
@@ -44,7 +45,7 @@ int DriveAt(const std::string& device, const std::string& example,
     workbench::WorkFolder folder(settings);
     folder.Take(examples + "/" + example);
     runner::SandboxPlan plan = folder.Prepare(device);
-    plan.driver = VOLTIS_PATH;
+    plan.driver = VoltisPath();
     plan.files = folder.Files().Path();
     runner::SandboxedRun run(plan, {runner::insideDriver, example});
     EXPECT_TRUE(Eventually([&] { return run.Ended(); }));

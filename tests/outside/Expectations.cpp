@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "tests/support/Programs.h"
 #include "tests/support/Regex.h"
 
 std::string ClosedResult(int receipt) {
@@ -30,7 +31,7 @@ std::string Literally(const std::string& text) {
 
 std::string StartPattern(const std::string& arguments) {
     return "\n" + timeStamp + R"(VOLTIS v2\.5\.0 started\. Command line : ")" +
-           Literally(VOLTIS_PATH) + "\"" + Literally(arguments) + "\n";
+           Literally(VoltisPath()) + "\"" + Literally(arguments) + "\n";
 }
 
 bool Matches(const std::string& text, const std::string& pattern) {

@@ -1,8 +1,8 @@
 #include "tests/support/JsonSchema.h"
 
 #include <algorithm>
-#include <regex>
 #include <set>
+#include "tests/support/Regex.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ bool IsOneOf(const json& value, const json& all) {
 }
 
 bool HasPattern(const json& value, const json& pattern) {
-    return std::regex_search(value.get<std::string>(), std::regex(pattern.get<std::string>()));
+    return Regex(pattern.get<std::string>()).Find(value.get<std::string>()).has_value();
 }
 
 struct KeywordRow {

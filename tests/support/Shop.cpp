@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "companion/workbench/DriverRun.h"
+#include "tests/support/Programs.h"
 
 Shop::Shop(std::string_view model, std::uint8_t version)
     : Shop(workbench::RegisterOf(model, version)) {}
@@ -54,7 +55,7 @@ RunOutcome Shop::Run(const std::vector<std::string>& arguments) {
     plan.bwrapArguments = bwrapArguments_;
     runner::CommandLine command;
     if (!startScript_.empty()) command = {"sh", "-c", startScript_, "sh"};
-    command.push_back(VOLTIS_PATH);
+    command.push_back(VoltisPath());
     command.insert(command.end(), arguments.begin(), arguments.end());
 
     const workbench::Since since(station_.device);
