@@ -11,6 +11,7 @@
 #include "ctl/Explain.h"
 #include "ctl/HelpText.h"
 #include "ctl/Jobs.h"
+#include "ctl/Replay.h"
 #include "ctl/Resolve.h"
 #include "ctl/Run.h"
 #include "ctl/Status.h"
@@ -36,6 +37,7 @@ constexpr SubCommand subCommands[] = {
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
     {"explain", "Tell what a code or a message means, and what to do", BindExplain},
     {"jobs", "Show what became of the jobs in the journal", BindJobs},
+    {"replay", "Answer a caller as the register did in a run of a debug log", BindReplay},
     {"resolve", "Decide by hand what became of a job in doubt", BindResolve},
     {"run", "Print a command file once, and tell what was printed", BindRun},
     {"status", "Ask a register of this site how it is", BindStatus},

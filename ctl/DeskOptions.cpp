@@ -32,7 +32,7 @@ void AddDeskOptions(CLI::App& command, DeskOptions& options) {
 
 emulator::RegisterConfig ProgrammedConfig(const RegisterOptions& device,
                                           const DeskOptions& options) {
-    const emulator::RegisterConfig config = ConfigFor(device);
+    emulator::RegisterConfig config = ConfigFor(device);
     if (options.program.empty()) return config;
     const std::string program = ReadIt(options.program);
     return UsingFile(options.program, [&] { return desk::Programmed(config, program); });

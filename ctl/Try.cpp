@@ -252,7 +252,7 @@ class Trial {
 
     Outcome RunFile(const std::string& file) {
         const workbench::Since since(station_.device);
-        const Outcome outcome = options_.run ? RunJob(file) : RunDriver(folder_.Take(file));
+        Outcome outcome = options_.run ? RunJob(file) : RunDriver(folder_.Take(file));
         std::cout << "=== " << file << "\n";
         PrintSection("tape", Joined(since.Lines()), "(nothing was printed)");
         PrintIfAny("the register complains", Joined(since.Complaints()));

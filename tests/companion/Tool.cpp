@@ -15,6 +15,10 @@
 #include <iterator>
 #include <thread>
 
+#include "companion/runner/DriverSettings.h"
+#include "companion/runner/Sandbox.h"
+#include "companion/workbench/Defaults.h"
+#include "companion/workbench/WorkFolder.h"
 #include "tests/support/Programs.h"
 
 namespace fs = std::filesystem;
@@ -173,4 +177,27 @@ bool Eventually(const std::function<bool()>& condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return condition();
+}
+
+std::string PtyOf(Tool& tool) {
+    std::string path = tool.SaidUpTo("\n");
+    path.pop_back();
+    return path;
+}
+
+int DriveFile(const std::string& device, const std::string& file, emulator::WireFamily frames) {
+    runner::DriverSettings settings = workbench::FrameSettings(frames);
+    settings.Set("ComNumber", "1");
+    workbench::WorkFolder folder(settings);
+    const std::string name = folder.Take(file);
+    runner::SandboxPlan plan = folder.Prepare(device);
+    plan.driver = VoltisPath();
+    plan.files = folder.Files().Path();
+    runner::SandboxedRun run(plan, {runner::insideDriver, name});
+    EXPECT_TRUE(Eventually([&] { return run.Ended(); }));
+    return run.ExitCode();
+}
+
+int DriveAt(const std::string& device, const std::string& example, emulator::WireFamily frames) {
+    return DriveFile(device, examples + "/" + example, frames);
 }

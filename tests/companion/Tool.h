@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "emulator/Model.h"
 #include "tests/support/TempDir.h"
 
 using Words = std::vector<std::string>;
@@ -51,6 +52,16 @@ class Tool {
     int out_ = -1;
     std::string said_;
 };
+
+/// The first line of `emulate` and `replay`: the pseudo terminal's path.
+std::string PtyOf(Tool& tool);
+
+/// The driver on a command file, with what is at the end of that line. The exit code.
+int DriveFile(const std::string& device, const std::string& file,
+              emulator::WireFamily frames = emulator::WireFamily::Ocelot);
+/// The same with one of the examples.
+int DriveAt(const std::string& device, const std::string& example,
+            emulator::WireFamily frames = emulator::WireFamily::Ocelot);
 
 struct Answer {
     int exitCode;

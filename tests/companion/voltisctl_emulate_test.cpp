@@ -12,44 +12,18 @@
 #include <sstream>
 #include <string>
 
-#include "companion/runner/DriverSettings.h"
-#include "companion/runner/Sandbox.h"
-#include "companion/workbench/Defaults.h"
-#include "companion/workbench/WorkFolder.h"
 #include "emulator/Register.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/JsonSchema.h"
-#include "tests/support/Programs.h"
 #include "tests/support/TempDir.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string PtyOf(Tool& tool) {
-    std::string path = tool.SaidUpTo("\n");
-    path.pop_back();
-    return path;
-}
-
 bool IsTerminal(const std::string& path) {
     struct stat info {};
     return stat(path.c_str(), &info) == 0 && S_ISCHR(info.st_mode);
-}
-
-// The driver on one example, with the register of a running `voltisctl emulate`. The exit code.
-int DriveAt(const std::string& device, const std::string& example,
-            emulator::WireFamily frames = emulator::WireFamily::Ocelot) {
-    runner::DriverSettings settings = workbench::FrameSettings(frames);
-    settings.Set("ComNumber", "1");
-    workbench::WorkFolder folder(settings);
-    folder.Take(examples + "/" + example);
-    runner::SandboxPlan plan = folder.Prepare(device);
-    plan.driver = VoltisPath();
-    plan.files = folder.Files().Path();
-    runner::SandboxedRun run(plan, {runner::insideDriver, example});
-    EXPECT_TRUE(Eventually([&] { return run.Ended(); }));
-    return run.ExitCode();
 }
 
 std::string OutputOf(const std::string& command) {

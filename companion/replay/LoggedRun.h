@@ -1,0 +1,47 @@
+// The runs of a debug log as conversations that can be held again.
+#pragma once
+
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "emulator/Wire.h"
+
+namespace replay {
+
+/// What was written, or read, by one call of the driver.
+struct Step {
+    bool fromCaller = false;
+    emulator::Bytes bytes;
+    std::chrono::milliseconds time{0};  // that the driver waited for it
+    int line = 0;                       // of the log
+
+    bool operator==(const Step&) const = default;
+};
+
+struct LoggedRun {
+    std::string started;      // as its first line has it: date and time; empty: there is none
+    std::vector<Step> steps;  // begins with one of the caller; bytes that were thrown away are
+                              // left out, for the log does not tell when they came
+    bool cut = false;         // the log ends in the middle of a step, which is left out
+};
+
+/// A line that is not as the driver writes it.
+class DamagedLog : public std::runtime_error {
+  public:
+    DamagedLog(int line, std::string text);
+
+    int Line() const { return line_; }
+    const std::string& Text() const { return text_; }
+
+  private:
+    int line_;
+    std::string text_;
+};
+
+/// All runs that have a conversation, in the order of the log.
+std::vector<LoggedRun> ReadRuns(std::string_view log);
+
+}  // namespace replay
