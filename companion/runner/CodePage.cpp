@@ -122,4 +122,26 @@ std::string FromUtf8(const std::string& text, const std::string& codePage) {
     return bytes;
 }
 
+void AddCharacterOfRegister(unsigned char byte, std::string& text) {
+    constexpr unsigned firstAbove = 0x80;
+    constexpr unsigned replacement = 0xFFFD;
+    if (byte < firstAbove) {
+        text += static_cast<char>(byte);
+        return;
+    }
+    const unsigned known = registersPage[byte - firstAbove];
+    const unsigned code = known != 0 ? known : replacement;
+    const auto follower = [&](unsigned shift) {
+        text += static_cast<char>(0x80U | (code >> shift & 0x3FU));
+    };
+    constexpr unsigned firstOfThree = 0x800;
+    if (code < firstOfThree) {
+        text += static_cast<char>(0xC0U | code >> 6);
+    } else {
+        text += static_cast<char>(0xE0U | code >> 12);
+        follower(6);
+    }
+    follower(0);
+}
+
 }  // namespace runner

@@ -18,4 +18,8 @@ class CodePageError : public std::runtime_error {
 /// a character that the code page lacks, or there is no code page of that name.
 std::string FromUtf8(const std::string& text, const std::string& codePage);
 
+/// Appends the character that this byte of the register's own code page is, in UTF-8; the
+/// replacement character when it is none.
+void AddCharacterOfRegister(unsigned char byte, std::string& text);
+
 }  // namespace runner

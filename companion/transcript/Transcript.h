@@ -29,6 +29,9 @@ struct Transcript {
     bool Whole() const;
 };
 
+/// The frames that the driver says it has sent, in a message that is its last; nothing in others.
+std::optional<int> FramesSent(std::string_view message);
+
 /// Reads the log of one run. Lines that are no blocks are passed over.
 Transcript ReadLog(std::string_view log);
 

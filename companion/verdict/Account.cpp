@@ -126,6 +126,7 @@ void Account::NoteStep(const Sent& frame, std::size_t size) {
     for (World& world : worlds_) world.missing.push_back(step);
     if (!OfTheFile(frame.command)) return;
     planned_.push_back(step);
+    if (question_.planIsWhatWasSent) question_.plan.push_back(frame.command);
     const std::size_t place = planned_.size() - 1;
     const bool asPlanned = place < question_.plan.size() && question_.plan[place] == frame.command;
     if (!asPlanned) LoseTrack();

@@ -54,7 +54,8 @@ struct Question {
     /// mode.
     std::vector<std::uint8_t> plan;
     Promises promises;
-    Remains before = {};  // of the verdict on the run before
+    Remains before = {};             // of the verdict on the run before
+    bool planIsWhatWasSent = false;  // no file is known: the plan grows as commands go out
 };
 
 /// A value: a copy goes on by itself from where it is.
@@ -75,8 +76,14 @@ class Account {
     void LoseTrack();
     /// The operator may have been at work since: a refusal may have been cleared.
     void OperatorMayHaveActed();
+    /// What the last frame of the driver was.
+    const Sent& LastSent() const { return last_; }
+    /// How many worlds there are to follow.
+    std::size_t WorldCount() const { return worlds_.size(); }
     /// Commands of the plan that went out.
     std::size_t CommandsSent() const { return planned_.size(); }
+    /// The code of a command of the plan, by its place.
+    std::uint8_t CommandAt(std::size_t place) const { return question_.plan[place]; }
 
     Verdict Conclude() const;
     /// Something was lost, late, refused or not understood.
