@@ -10,9 +10,7 @@ void AddFolder(CLI::App& command, const char* name, std::string& folder, const c
     command.add_option(name, folder, help)->type_name("DIR")->capture_default_str();
 }
 
-}  // namespace
-
-void AddSiteOptions(CLI::App& command, SiteOptions& options) {
+void AddRegister(CLI::App& command, SiteOptions& options) {
     command
         .add_option(
             "--register", options.registerName,
@@ -20,8 +18,23 @@ void AddSiteOptions(CLI::App& command, SiteOptions& options) {
             "of voltis.ini)")
         ->type_name("NAME");
     AddFolder(command, "--config", options.config, "The configuration folder");
-    AddFolder(command, "--locks", options.locks, "The folder of the serial ports' lock files");
+}
+
+void AddLogs(CLI::App& command, SiteOptions& options) {
     AddFolder(command, "--logs", options.logs, "The folder of the site's logs");
+}
+
+}  // namespace
+
+void AddProfileOptions(CLI::App& command, SiteOptions& options) {
+    AddRegister(command, options);
+    AddLogs(command, options);
+}
+
+void AddSiteOptions(CLI::App& command, SiteOptions& options) {
+    AddRegister(command, options);
+    AddFolder(command, "--locks", options.locks, "The folder of the serial ports' lock files");
+    AddLogs(command, options);
     command
         .add_option("--driver", options.driver,
                     "The driver to run (default: voltis beside voltisctl, else on PATH)")

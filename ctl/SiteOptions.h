@@ -16,6 +16,8 @@ struct SiteOptions {
     double waitSeconds = 0;  // for the register, while another run has it
 };
 
+/// Adds --register, --config and --logs.
+void AddProfileOptions(CLI::App& command, SiteOptions& options);
 /// Adds --register, --config, --locks, --logs, --driver and --wait.
 void AddSiteOptions(CLI::App& command, SiteOptions& options);
 

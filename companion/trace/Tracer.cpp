@@ -1,0 +1,105 @@
+#include "companion/trace/Tracer.h"
+
+#include <utility>
+
+#include "companion/trace/Run.h"
+
+namespace trace {
+
+using transcript::LineKind;
+using transcript::LogLine;
+
+namespace {
+
+constexpr std::string_view startText = " started. Command line : ";
+
+class Nobody : public View {
+  public:
+    void Begin(const RunHead&) override {}
+    void Show(const Frame&) override {}
+    void Show(const Note&) override {}
+    void End(const RunEnd&) override {}
+};
+Nobody nobody;
+
+}  // namespace
+
+Tracer::Tracer(const Question& question, View& view) : question_(question), view_(view) {}
+
+Tracer::~Tracer() = default;
+
+void Tracer::Begin(RunHead head) {
+    End();
+    head.number = ++runs_;
+    if (runs_ > question_.last.value_or(runs_)) return;
+    // Those before the first one are judged, for what they leave behind, and not shown.
+    View& view = runs_ < question_.first ? nobody : view_;
+    run_ = std::make_unique<Run>(question_, held_, head, view);
+}
+
+void Tracer::End() {
+    if (!run_) return;
+    run_->End();
+    held_ = run_->Held();
+    run_.reset();
+}
+
+// "VOLTIS v2.5.0 started. Command line : ...": the name and the version are a word each.
+bool Tracer::TakeStart(const LogLine& line) {
+    const std::size_t at = line.text.find(startText);
+    if (at == std::string_view::npos) return false;
+    const std::string_view driver = line.text.substr(0, at);
+    const std::size_t blank = driver.find(" v");
+    if (blank == std::string_view::npos || driver.find(' ', blank + 1) != std::string_view::npos)
+        return false;
+    RunHead head;
+    head.at = line.at;
+    head.driver = driver;
+    head.commandLine = line.text.substr(at + startText.size());
+    Begin(std::move(head));
+    return true;
+}
+
+// The older lines of the log were removed.
+void Tracer::BeginInTheMiddle() {
+    RunHead head;
+    head.hasBegin = false;
+    Begin(std::move(head));
+}
+
+void Tracer::Take(std::string_view text) {
+    ++lines_;
+    // In a run that is not shown only the beginning of the next one matters, which has a time.
+    const bool passedOver = runs_ > 0 && !run_;
+    if (passedOver && (text.empty() || text.front() < '0' || text.front() > '9')) return;
+    transcript::ReadLine(text, line_);
+    if (line_.kind == LineKind::Message && TakeStart(line_)) return;
+    if (runs_ == 0 && line_.kind != LineKind::Other) BeginInTheMiddle();
+    if (run_) run_->Take(line_, lines_);
+}
+
+void Tracer::ReadPart(std::string_view text) {
+    ++lines_;
+    transcript::ReadLine(text, line_);
+    if (runs_ == 0 && line_.kind != LineKind::Other) BeginInTheMiddle();
+}
+
+void Tracer::TakeTooLong(std::string_view text) {
+    ReadPart(text);
+    if (run_) run_->TakeDamage(lines_, "this line is longer than any of a debug log");
+}
+
+void Tracer::TakeCut(std::string_view text) {
+    ReadPart(text);
+    if (run_) run_->TakeCut(lines_);
+}
+
+void Tracer::Pause() {
+    if (run_ && run_->HasSaidAll()) End();
+}
+
+void Tracer::Finish() {
+    End();
+}
+
+}  // namespace trace

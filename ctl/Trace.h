@@ -1,0 +1,7 @@
+// `voltisctl trace`: a debug log as the conversation that it tells of.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+std::function<int()> BindTrace(CLI::App& command);
