@@ -27,7 +27,7 @@ constexpr char checkFooter[] =
     "Warnings are what it accepts and does otherwise than its writer may think.\n"
     "Exit status: 0 no mistakes, 1 mistakes, 2 a wrong option or a file that cannot be read. "
     "Warnings do not change it.\n"
-    "Example: voltisctl check --model lynx sale.txt";
+    "\nExample:\n  voltisctl check --model lynx sale.txt";
 
 struct CheckOptions {
     std::vector<std::string> files;

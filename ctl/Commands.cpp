@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "ctl/Check.h"
+#include "ctl/Completion.h"
 #include "ctl/Emulate.h"
 #include "ctl/Explain.h"
 #include "ctl/HelpText.h"
@@ -21,7 +22,6 @@
 
 namespace {
 
-constexpr int exitUnable = 3;
 constexpr char versionText[] = "voltisctl 2.5.0";  // of the project; a test compares them
 
 using Action = std::function<int()>;
@@ -35,6 +35,7 @@ struct SubCommand {
 // A new sub-command is a row here and a unit that binds its options.
 constexpr SubCommand subCommands[] = {
     {"check", "Find all mistakes of command files, without a register", BindCheck},
+    {"completion", "Print what makes a shell complete voltisctl's words", BindCompletion},
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
     {"explain", "Tell what a code or a message means, and what to do", BindExplain},
     {"jobs", "Show what became of the jobs in the journal", BindJobs},
@@ -75,6 +76,6 @@ int RunVoltisctl(int argc, char** argv) {
     } catch (const UsageError& wrong) {
         return Report(wrong, exitUsage);
     } catch (const std::exception& failure) {
-        return Report(failure, exitUnable);
+        return Report(failure, exitUsage);
     }
 }

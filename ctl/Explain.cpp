@@ -26,7 +26,7 @@ constexpr char explainFooter[] =
     "CODE is an exit code or an error code. TEXT is a message as a result file or a\n"
     "log has it, or some words of one. Without either, everything is listed.\n"
     "The exit code is 0; 1 when there is no such code or message.\n"
-    "Example:\n"
+    "\nExample:\n"
     "  voltisctl explain \"Wrong number format (line: 2)\"";
 
 struct ExplainOptions {

@@ -16,20 +16,11 @@ std::string HelpRow(const std::string& name, const std::string& meaning) {
     return row + Wrapped(meaning, meaningAt, meaningAt) + "\n";
 }
 
-// The library puts what it checks behind the type: "TEXT:{a,b}", "FLOAT in [0 - 9]".
-std::string TypeNameOf(const CLI::Option& option) {
-    const std::string all = option.get_type_name();
-    return all.substr(0, all.find(':'));
-}
-
-std::string ChoicesOf(const CLI::Option& option) {
-    const std::string all = option.get_type_name();
-    const std::size_t begin = all.find(":{");
-    if (begin == std::string::npos) return "";
-    std::string choices = ": ";
-    for (std::size_t i = begin + 2; i < all.size() && all[i] != '}'; ++i)
-        choices += all[i] == ',' ? std::string(", ") : std::string(1, all[i]);
-    return choices;
+std::string ChoicesText(const CLI::Option& option) {
+    std::string text;
+    for (const std::string& choice : ChoicesOf(option))
+        text += (text.empty() ? ": " : ", ") + choice;
+    return text;
 }
 
 std::string SyntaxOf(const CLI::Option& option, bool positional) {
@@ -42,7 +33,7 @@ std::string SyntaxOf(const CLI::Option& option, bool positional) {
 }
 
 std::string MeaningOf(const CLI::Option& option, bool positional) {
-    std::string meaning = option.get_description() + ChoicesOf(option);
+    std::string meaning = option.get_description() + ChoicesText(option);
     if (!option.get_default_str().empty())
         meaning += " (default: " + option.get_default_str() + ")";
     if (option.get_required() && !positional) meaning += " (required)";
@@ -50,6 +41,22 @@ std::string MeaningOf(const CLI::Option& option, bool positional) {
 }
 
 }  // namespace
+
+// The library puts what it checks behind the type: "TEXT:{a,b}", "FLOAT in [0 - 9]".
+std::string TypeNameOf(const CLI::Option& option) {
+    const std::string all = option.get_type_name();
+    return all.substr(0, all.find(':'));
+}
+
+std::vector<std::string> ChoicesOf(const CLI::Option& option) {
+    const std::string all = option.get_type_name();
+    const std::size_t begin = all.find(":{");
+    if (begin == std::string::npos) return {};
+    std::istringstream listed(all.substr(begin + 2, all.find('}', begin) - begin - 2));
+    std::vector<std::string> choices;
+    for (std::string choice; std::getline(listed, choice, ',');) choices.push_back(choice);
+    return choices;
+}
 
 std::string Wrapped(const std::string& paragraph, std::size_t column, std::size_t indent) {
     constexpr std::size_t width = 80;

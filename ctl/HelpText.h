@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 class HelpText : public CLI::Formatter {
   public:
@@ -13,6 +14,11 @@ class HelpText : public CLI::Formatter {
     /// Each line of it is a paragraph; one that begins with a blank stays as it is.
     std::string make_footer(const CLI::App* command) const override;
 };
+
+/// "FILE"; empty for an option without a value.
+std::string TypeNameOf(const CLI::Option& option);
+/// The only words that the option takes; none when it takes others.
+std::vector<std::string> ChoicesOf(const CLI::Option& option);
 
 /// Breaks a paragraph between words, so that no line is longer than 80 characters unless one word
 /// is. It begins at that column, its further lines at indent.

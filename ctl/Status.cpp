@@ -20,8 +20,8 @@ namespace {
 constexpr char statusFooter[] =
     "Runs the driver on a file of the one command GET_STATUS: nothing is printed, and the "
     "register is as it was. The exit code is the driver's: 0 when the register answered and "
-    "is ready, 2 when it did not or is not; 3 when the driver could not be run, or another "
-    "run has the register."
+    "is ready, 2 when it did not or is not, the driver could not be run, or another run has the "
+    "register."
     "\n\nExample:\n  voltisctl status --register bar";
 
 struct StatusOptions {
@@ -77,7 +77,7 @@ State StateOf(const RunResult& run) {
     return state;
 }
 
-std::string ForPeople(const runner::Profile& profile, const State& state) {
+std::string StateForPeople(const runner::Profile& profile, const State& state) {
     const std::string name = "register '" + profile.name + "': ";
     if (state.exitCode != 0) return name + state.message + "\n";
     const std::string number = state.receiptNumber.empty() ? "" : " " + state.receiptNumber;
@@ -128,7 +128,8 @@ int Status(const StatusOptions& options) {
     const RunResult run = Ask(options.site, profile);
     std::cerr << runner::AppendToSiteLogs(profile, run, options.site.logs);
     const State state = StateOf(run);
-    std::cout << (options.json ? AsJson(profile, state, run.seconds) : ForPeople(profile, state));
+    std::cout << (options.json ? AsJson(profile, state, run.seconds)
+                               : StateForPeople(profile, state));
     return run.exitCode;
 }
 

@@ -50,7 +50,7 @@ constexpr char tryFooter[] =
     "/etc/voltis, /var/log/voltis and /dev/ttyS0: nothing on this machine is changed. "
     "Neither root nor a register is needed, but bubblewrap (package `bubblewrap`) is.\n"
     "The exit code is that of the last run of the driver that failed, 0 when none did; 124 "
-    "for a run that took too long; 3 when the driver could not be run; 2 also for a wrong "
+    "for a run that took too long; 2 also when the driver could not be run, and for a wrong "
     "option or a command file that cannot be read, and then nothing was run.\n"
     "With --run each file is a job of `voltisctl run`, and the exit code is its."
     "\n\nExample:\n  voltisctl try --model margay --svg receipt.svg sale.txt";

@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-/// The exit code of every usage error.
+/// The exit code of every usage error, and of what the environment does not allow.
 inline constexpr int exitUsage = 2;
 
 /// The message names the word that is wrong.

@@ -47,10 +47,6 @@ constexpr Answers nobodyKnows = {
      "No. The same --job ID is answered and prints nothing; a new ID may print the "
      "receipt a second time."}};
 
-constexpr Answers toolUnable = {
-    {Word::No, "No, by this call. `voltisctl try` and `emulate` have no paper."},
-    {Word::Yes, "Yes. It fails again until the cause is gone."}};
-
 constexpr Answers tryStopped = {{Word::No, "No. `voltisctl try` has no paper."},
                                 {Word::Yes, "Yes."}};
 
@@ -75,14 +71,11 @@ constexpr Entry exitCodeRows[] = {
      "ready",
      exit2,
      "The run ended before it sent a command of the file; of `voltisctl run` also: the register "
-     "has acted on none. It is the answer to a wrong command line, too.",
+     "has acted on none. It is the answer to a wrong command line, too, and of every sub-command "
+     "of voltisctl that lacks something: the driver, the register, a file, a right.",
      &exitTwo,
      "Do what the message asks for, then run the same file again. Without a result file, "
      "look at the logs; when there are none, at their folder."},
-    {Kind::ExitCode, 3, "voltisctl could not do its work", 0,
-     "A sub-command other than `run` lacks something: the driver, the register, a file, a right. "
-     "The driver itself never ends with 3.",
-     &toolUnable, "Do what the message on standard error says."},
     {Kind::ExitCode, 101, "a failure after the driver had begun to send commands", exit101,
      "From the first command of the file on every failure ends with 101. `voltisctl run` has it "
      "for the verdicts part and unknown, and for printed when the register is not as a file leaves "

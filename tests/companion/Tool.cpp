@@ -20,6 +20,7 @@
 #include "companion/workbench/Defaults.h"
 #include "companion/workbench/WorkFolder.h"
 #include "tests/support/Programs.h"
+#include "tests/support/Regex.h"
 
 namespace fs = std::filesystem;
 
@@ -115,6 +116,14 @@ bool Tool::ReadMore() {
     const ssize_t count = read(out_, block.data(), block.size());
     if (count > 0) said_.append(block.data(), static_cast<size_t>(count));
     return count > 0;
+}
+
+std::set<std::string> SubCommandsOfHelp() {
+    const std::string help = RunTool({"--help"}).text;
+    std::set<std::string> names;
+    for (const Regex::Found& row : Regex("\n  ([a-z]+) ").FindAll(help.substr(help.rfind(":\n"))))
+        names.insert(row[1]);
+    return names;
 }
 
 testing::AssertionResult Holds(const std::string& text, const Words& parts) {

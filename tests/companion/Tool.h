@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,9 @@ inline const std::string complains = "--- the register complains";
 Answer Try(Words arguments, const Words& environment = {});
 /// The section of this title in such an output, up to the next one.
 std::string Section(const std::string& text, const std::string& title, std::size_t from = 0);
+
+/// The sub-commands that `voltisctl --help` lists.
+std::set<std::string> SubCommandsOfHelp();
 
 testing::AssertionResult Holds(const std::string& text, const Words& parts);
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "companion/journal/Journal.h"
+#include "tests/companion/ToldJson.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/TempDir.h"
 
@@ -30,7 +31,7 @@ class JobsTest : public testing::Test {
         return RunTool(Words{"jobs", "--journal", path} + arguments);
     }
     json JobsJson(const Words& arguments) const {
-        return json::parse(Jobs(arguments + Words{"--json"}).text);
+        return ToldJson("jobs", Jobs(arguments + Words{"--json"}).text);
     }
     Answer Resolve(const Words& arguments) const {
         return RunTool(Words{"resolve", "--journal", path} + arguments);
@@ -141,7 +142,7 @@ TEST_F(voltisctlJobs, MakesNoJournal) {
 TEST_F(voltisctlJobs, TellsThatTheFileIsNoJournal) {
     const std::string file = folder.Write("letter.txt", std::string(2000, 'x'));
     const Answer answer = RunTool({"jobs", "--journal", file});
-    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.exitCode, 2);
     EXPECT_TRUE(Holds(answer.text, {"'" + file + "'", "file is not a database"}));
 }
 

@@ -18,6 +18,7 @@
 #include "companion/workbench/Defaults.h"
 #include "companion/workbench/Serving.h"
 #include "tests/companion/Site.h"
+#include "tests/companion/ToldJson.h"
 #include "tests/companion/Tool.h"
 
 namespace fs = std::filesystem;
@@ -49,10 +50,7 @@ class VoltisctlRun : public testing::Test {
     Answer Unserved(const Words& more) const { return RunTool(Line(more)); }
 
     // The one object that --json prints, with nothing beside it.
-    json Object(const Answer& answer) const {
-        EXPECT_TRUE(json::accept(answer.text)) << answer.text;
-        return json::parse(answer.text, nullptr, false);
-    }
+    json Object(const Answer& answer) const { return ToldJson("run", answer.text); }
 
     std::string Result() const { return ReadWholeFile(site_.File("pos/result.txt")); }
     bool NothingSent() { return site_.Station().line.Counters().bytesIn == 0; }
@@ -165,7 +163,7 @@ TEST_F(VoltisctlRun, PrintsOnTheRegisterThatIsNamed) {
 
 TEST_F(VoltisctlRun, RecordsAJobWithoutAnIdToo) {
     Run({Write(oneSale)});
-    const json jobs = json::parse(RunTool({"jobs", "--json", "--journal", journal_}).text);
+    const json jobs = ToldJson("jobs", RunTool({"jobs", "--json", "--journal", journal_}).text);
     ASSERT_EQ(jobs.size(), 1U);
     EXPECT_EQ(jobs.at(0).at("id"), nullptr);
     EXPECT_EQ(jobs.at(0).at("verdict"), "printed");
@@ -428,15 +426,15 @@ class VoltisctlRunAdapter : public testing::Test {
 TEST_F(VoltisctlRunAdapter, PulledOutBeforeAnythingWasSentIsNotPrinted) {
     const Answer answer = RunUntil([] { return true; });
     EXPECT_EQ(answer.exitCode, 2);
-    EXPECT_EQ(json::parse(answer.text)["verdict"], "not-printed") << answer.text;
+    EXPECT_EQ(ToldJson("run", answer.text)["verdict"], "not-printed") << answer.text;
     EXPECT_TRUE(Holds(ReadWholeFile(site_.File("result.txt")), {"ResultCode=2\n"}));
     PutIn();
-    EXPECT_EQ(json::parse(Run("7").text)["verdict"], "printed");
+    EXPECT_EQ(ToldJson("run", Run("7").text)["verdict"], "printed");
 }
 
 TEST_F(VoltisctlRunAdapter, PulledOutBeforeAnAnswerLeavesTheOutcomeUnknown) {
     const Answer answer = RunUntil([this] { return device_.ReceiptInProgress(); });
-    const json told = json::parse(answer.text);
+    const json told = ToldJson("run", answer.text);
     EXPECT_EQ(answer.exitCode, 101);
     EXPECT_EQ(told["verdict"], "unknown") << told;
     EXPECT_EQ(told["commands"]["at_least"], 0);
@@ -449,11 +447,11 @@ TEST_F(VoltisctlRunAdapter, PulledOutBeforeAnAnswerLeavesTheOutcomeUnknown) {
 TEST_F(VoltisctlRunAdapter, PutBackServesTheNextJob) {
     RunUntil([this] { return device_.ReceiptInProgress(); });
     PutIn();
-    EXPECT_EQ(json::parse(Run("7").text)["replayed"], true);
+    EXPECT_EQ(ToldJson("run", Run("7").text)["replayed"], true);
     EXPECT_EQ(device_.Journal().back().command, CMD_DEPT_SALE);  // nothing was sent since
-    const json next = json::parse(Run("8").text);
+    const json next = ToldJson("run", Run("8").text);
     EXPECT_EQ(next["verdict"], "not-printed") << next;  // the receipt is still open
     EXPECT_EQ(next["driver"]["error_code"], 105);
     device_.FinishReceipt();
-    EXPECT_EQ(json::parse(Run("8").text)["verdict"], "printed");
+    EXPECT_EQ(ToldJson("run", Run("8").text)["verdict"], "printed");
 }

@@ -6,6 +6,7 @@
 
 #include "companion/runner/DeviceLock.h"
 #include "tests/companion/Site.h"
+#include "tests/companion/ToldJson.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/TempDir.h"
 
@@ -28,7 +29,7 @@ TEST_F(VoltisctlStatus, TellsThatTheRegisterIsReady) {
 TEST_F(VoltisctlStatus, TellsOfAnOpenReceipt) {
     site_.Print("SALE: DEPTNR=1; NAME=\"a\"; AMOUNT=2.50\nCONTINUE\n");
     EXPECT_EQ(Ask().text, "register 'default': receipt 1 is open, 2.50 to pay\n");
-    const auto open = nlohmann::json::parse(Ask({"--json"}).text);
+    const auto open = ToldJson("status", Ask({"--json"}).text);
     EXPECT_EQ(open["receipt"],
               nlohmann::json({{"number", 1}, {"open", true}, {"subtotal", "2.50"}}));
     site_.Configure("OldResultFileFormat=1\n");
@@ -45,7 +46,7 @@ TEST_F(VoltisctlStatus, TellsWhyTheRegisterIsNotReady) {
 }
 
 TEST_F(VoltisctlStatus, IsOneObjectOfJson) {
-    const auto ready = nlohmann::json::parse(Ask({"--json"}).text);
+    const auto ready = ToldJson("status", Ask({"--json"}).text);
     EXPECT_EQ(ready["register"], "default");
     EXPECT_EQ(ready["receipt"]["number"], 0);
     EXPECT_EQ(ready["receipt"]["open"], false);
@@ -53,7 +54,7 @@ TEST_F(VoltisctlStatus, IsOneObjectOfJson) {
     EXPECT_EQ(ready["exit_code"], 0);
     EXPECT_TRUE(ready["message"].is_null());
     site_.Register().SetKeylock(emulator::Keylock::Off);
-    const auto closed = nlohmann::json::parse(Ask({"--json"}).text);
+    const auto closed = ToldJson("status", Ask({"--json"}).text);
     EXPECT_TRUE(closed["receipt"]["open"].is_null());
     EXPECT_EQ(closed["error_code"], 104);
     EXPECT_EQ(closed["exit_code"], 2);
@@ -71,7 +72,7 @@ TEST_F(VoltisctlStatus, AsksTheRegisterThatIsNamed) {
     EXPECT_EQ(Ask({"--register", "bar"}).text,
               "register 'bar': ready, no receipt open, last receipt 0\n");
     const Answer none = Ask({"--register", "none"});
-    EXPECT_EQ(none.exitCode, 3);
+    EXPECT_EQ(none.exitCode, 2);
     EXPECT_TRUE(Holds(none.text, {"registers/none.ini': there is no such file"}));
 }
 
@@ -80,14 +81,14 @@ TEST_F(VoltisctlStatus, WaitsForARegisterInUseNoLongerThanItIsTold) {
     profile.device = site_.Device();
     const runner::DeviceLock lock(runner::LockFileOf(profile, site_.File("locks")));
     const Answer busy = Ask({"--wait", "0.1"});
-    EXPECT_EQ(busy.exitCode, 3);
+    EXPECT_EQ(busy.exitCode, 2);
     EXPECT_TRUE(Holds(busy.text, {"in use by process", "waited for 0.1 s"}));
 }
 
 TEST_F(VoltisctlStatus, NamesADeviceThatIsMissing) {
     site_.Folder().Write("voltis.ini", "[VOLTIS]\nDevice=/dev/serial/by-id/none\n");
     const Answer answer = Ask();
-    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.exitCode, 2);
     EXPECT_TRUE(Holds(answer.text, {"the device '/dev/serial/by-id/none' of register 'default'"}));
 }
 

@@ -96,7 +96,7 @@ TEST(voltisctlTry, DrawsTheTape) {
 
 TEST(voltisctlTry, TellsThatAPictureCannotBeWritten) {
     const Answer answer = Try({examples + "/syntax-error.txt", "--svg", "/no/such/tape.svg"});
-    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.exitCode, 2);
     EXPECT_TRUE(Holds(answer.text, {"cannot write '/no/such/tape.svg'"}));
 }
 
@@ -209,7 +209,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(voltisctlTry, TellsHowToGetAMissingBubblewrap) {
     const Answer answer =
         Try({examples + "/first-receipt.txt", "--driver", "/bin/true"}, {"PATH=/no/such/folder"});
-    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.exitCode, 2);
     EXPECT_TRUE(Holds(answer.text, {"bwrap: not found", "apt install bubblewrap"}));
 }
 
@@ -218,7 +218,7 @@ TEST(voltisctlTry, TellsHowToAllowForbiddenNamespaces) {
     Script(folder, "bwrap", "echo 'bwrap: No permissions to create new namespace' >&2; exit 1");
     const Answer answer =
         Try({examples + "/first-receipt.txt", "--driver", "/bin/true"}, {"PATH=" + folder.Path()});
-    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.exitCode, 2);
     EXPECT_TRUE(Holds(answer.text, {"kernel.unprivileged_userns_clone=1"}));
 }
 
