@@ -6,7 +6,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "tests/companion/Tool.h"
 #include "tests/support/Programs.h"
@@ -55,7 +54,7 @@ Offered BashOffers(const Words& words) {
         COMP_CWORD=$(($# - 1))
         _voltisctl
         printf '%s\n' "${COMPREPLY[@]:-}"
-        complete -p voltisctl >&2 2>/dev/null)";
+        complete -p voltisctl >/dev/null)";
     return LinesOf(SaidByShell("bash", script, Words{"voltisctl"} + words));
 }
 
