@@ -8,11 +8,9 @@ namespace desk {
 
 using emulator::Fate;
 using emulator::FrameKind;
-using Action = Fault::Action;
-using Moment = Fault::Moment;
 
 void Faults::Add(const Fault& fault) {
-    if (fault.moment == Moment::Now)
+    if (fault.moment == Fault::Moment::Now)
         Happen(fault);
     else
         waiting_.push_back({fault});
@@ -45,8 +43,9 @@ Fate Faults::Count(Concerns concerns) {
 }
 
 Fate Faults::Meet(FrameKind kind, emulator::View frame) {
-    const Fate fate = Count(
-        [kind](const Fault& fault) { return fault.moment == Moment::At && fault.frame == kind; });
+    const Fate fate = Count([kind](const Fault& fault) {
+        return fault.moment == Fault::Moment::At && fault.frame == kind;
+    });
     if (onFrame_) onFrame_(kind, frame, fate);
     return fate;
 }
@@ -55,12 +54,12 @@ Fate Faults::Meet(FrameKind kind, emulator::View frame) {
 void Faults::Passed(FrameKind kind) {
     if (kind == FrameKind::Data && std::exchange(refusing_, false)) device_.RefuseNone();
     Count([kind](const Fault& fault) {
-        return fault.moment == Moment::After && fault.frame == kind;
+        return fault.moment == Fault::Moment::After && fault.frame == kind;
     });
 }
 
 void Faults::LinePrinted() {
-    Count([](const Fault& fault) { return fault.moment == Moment::AfterLines; });
+    Count([](const Fault& fault) { return fault.moment == Fault::Moment::AfterLines; });
 }
 
 std::chrono::milliseconds Faults::TakeDelay() {
@@ -78,31 +77,31 @@ void Faults::Recover(const Fault& fault, std::function<void()> action) {
 Fate Faults::Happen(const Fault& fault) {
     if (onFault_) onFault_(fault.text);
     switch (fault.action) {
-        case Action::Lose:
+        case Fault::Action::Lose:
             return Fate::Lose;
-        case Action::Corrupt:
+        case Fault::Action::Corrupt:
             return Fate::Corrupt;
-        case Action::Cut:
+        case Fault::Action::Cut:
             return Fate::Cut;
-        case Action::Nak:
+        case Fault::Action::Nak:
             return Fate::Nak;
-        case Action::Busy:
+        case Fault::Action::Busy:
             if (fault.recovery.count() == 0) return Fate::Busy;
             device_.SetBusy(true);
             Recover(fault, [this] { device_.SetBusy(false); });
             return Fate::Pass;
-        case Action::Refuse:
+        case Fault::Action::Refuse:
             device_.RefuseNext(static_cast<std::uint8_t>(fault.result));
             refusing_ = true;
             return Fate::Pass;
-        case Action::Late:
+        case Fault::Action::Late:
             delay_ = std::max(delay_, fault.late);
             return Fate::Pass;
-        case Action::PaperOut:
+        case Fault::Action::PaperOut:
             device_.SetReceiptPaper(false);
             Recover(fault, [this] { device_.SetReceiptPaper(true); });
             return Fate::Pass;
-        case Action::PowerOff:
+        case Fault::Action::PowerOff:
             device_.PowerOff();
             Recover(fault, [this] { device_.PowerOn(); });
             return Fate::Pass;
