@@ -214,10 +214,12 @@ void PtyServer::ReadEvents() {
     }
 }
 
+// What was written before comes first.
 void PtyServer::FarEndClosed() {
     ++closings_;
+    ReadLine();
     ResetSettings();
-    line_.Closed();
+    tellClosed_ = true;
 }
 
 // --- bytes ---------------------------------------------------------------------------------------
@@ -240,6 +242,7 @@ void PtyServer::ReadLine() {
 void PtyServer::Deliver(Clock::time_point now) {
     if (line_.Dead()) outgoing_.clear();
     const bool moved = DeliverIncoming(now);
+    if (incoming_.empty() && std::exchange(tellClosed_, false)) line_.Closed();
     if (moved && beforeSending_) beforeSending_();
     while (!outgoing_.empty() && outgoing_.front().due <= now) {
         WriteLine(outgoing_.front().bytes);

@@ -91,6 +91,7 @@ class PtyServer {
     int wake_ = -1;
     bool farEndOpen_ = true;  // until a hang-up says otherwise
     int closings_ = 0;
+    bool tellClosed_ = false;  // to what is at the end of the line
     std::deque<Chunk> incoming_, outgoing_;
     Clock::time_point lineFreeIn_{}, lineFreeOut_{}, lastByte_{};
     bool stop_ = false;                          // under mutex_

@@ -308,3 +308,78 @@ TEST_F(Server, IsSilentWhileTheRegisterIsOff) {
     port.Write(FromHex("d9 01 d1 09 4c"));
     EXPECT_EQ(port.Read(23).size(), 23U);
 }
+
+// --- any far end ---------------------------------------------------------------------------------
+
+namespace {
+
+// Writes down what it is told, and answers each delivery with one byte.
+class Diary : public FarEnd {
+  public:
+    Bytes Feed(View) override { return told += 'b', Bytes{7}; }
+    Bytes Idle() override { return {}; }
+    bool Pending() const override { return false; }
+    std::chrono::milliseconds Delay() const override { return delay; }
+    void Closed() override { told += 'c'; }
+
+    std::string told;
+    std::chrono::milliseconds delay{0};
+};
+
+struct AnyFarEnd : testing::Test {
+    void Start() {
+        thread = std::thread([this] { server.Run(); });
+    }
+    void TearDown() override {
+        server.Stop();
+        if (thread.joinable()) thread.join();
+    }
+    std::string Told() {
+        std::promise<std::string> told;
+        server.Post([&] { told.set_value(diary.told); });
+        return told.get_future().get();
+    }
+
+    Diary diary;
+    PtyServer server{diary};
+    std::thread thread;
+};
+
+}  // namespace
+
+TEST_F(AnyFarEnd, IsToldOfAClosingAfterTheLastBytes) {
+    Start();
+    std::string expected;
+    for (int i = 0; i < 20; ++i) {
+        Port(server.SlavePath()).Write({1});
+        expected += "bc";
+        const auto end = Clock::now() + patience;
+        while (Told().size() < expected.size() && Clock::now() < end)
+            std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(Told(), expected);
+}
+
+TEST_F(AnyFarEnd, MayAnswerLate) {
+    diary.delay = 60ms;
+    Start();
+    Port port(server.SlavePath());
+    const auto start = Clock::now();
+    port.Write({1});
+    EXPECT_EQ(port.Read(1), Bytes{7});
+    EXPECT_GE(Clock::now() - start, 60ms);
+}
+
+TEST_F(AnyFarEnd, HasActionsDoneInTheirTimeAndBeforeAReplyIsSent) {
+    std::promise<Clock::time_point> late;
+    std::string order;
+    server.BeforeSending([&] { order += "saved"; });
+    server.After(30ms, [&] { late.set_value(Clock::now()); });
+    const auto start = Clock::now();
+    Start();
+    EXPECT_GE(late.get_future().get() - start, 30ms);
+    Port port(server.SlavePath());
+    port.Write({1});
+    EXPECT_EQ(port.Read(1), Bytes{7});
+    EXPECT_EQ(order, "saved");
+}
