@@ -143,7 +143,7 @@ TEST(FaultText, EveryMistakeHasItsPlace) {
         {"at data 1 nak at data 2", "1:15 a fault has one place"},
         {"refuse 100", "1:8 a number from 1 to 99 is expected"},
     };
-    for (const auto& [fault, mistake] : places) EXPECT_EQ(MistakeIn(fault), mistake) << fault;
+    for (const auto& row : places) EXPECT_EQ(MistakeIn(row.first), row.second) << row.first;
 }
 
 TEST(FaultText, OfAFileAllMistakesAreTold) {
@@ -374,9 +374,10 @@ TEST(DeskJson, EveryMistakeHasItsPlace) {
         {"nul", "1:1 a value is expected"},
         {std::string(40, '['), "1:18 too many brackets within each other"},
     };
-    for (const auto& [text, mistake] : places)
-        EXPECT_THAT(MistakesOf([&] { desk::ParseJson(text); }), testing::ElementsAre(mistake))
-            << text;
+    for (const auto& row : places)
+        EXPECT_THAT(MistakesOf([&] { desk::ParseJson(row.first); }),
+                    testing::ElementsAre(row.second))
+            << row.first;
 }
 
 TEST(DeskJson, QuotesSoThatItReadsTheSame) {
@@ -427,10 +428,10 @@ TEST(DeskProgram, ChangesWhatTheRegisterAcceptsAndPrints) {
     Peer peer(line, emulator::WireFamily::Ocelot);
     EXPECT_FALSE(peer.Do(emulator::EnterFiscalMode, {1}));
     ASSERT_TRUE(peer.Do(emulator::EnterFiscalMode, {3}));
-    emulator::Bytes sale = saleOf250;
-    EXPECT_TRUE(peer.Do(emulator::DeptSale, sale));
-    sale[0] = 2;
-    EXPECT_FALSE(peer.Do(emulator::DeptSale, sale));
+    emulator::Bytes goods = saleOf250;
+    EXPECT_TRUE(peer.Do(emulator::DeptSale, goods));
+    goods[0] = 2;
+    EXPECT_FALSE(peer.Do(emulator::DeptSale, goods));
     EXPECT_TRUE(peer.Do(emulator::Tender, FromHex("01 00 00 00 00")));
     EXPECT_THAT(device.Paper().Text(),
                 testing::AllOf(testing::HasSubstr("MAIN STREET 1"), testing::HasSubstr("BREAD "),
@@ -459,10 +460,10 @@ TEST(DeskProgram, EveryMistakeHasItsPlace) {
   "departments": [{"number": 1}]})",
          "1:64 there is no department 5"},
     };
-    for (const auto& [program, mistake] : places)
-        EXPECT_THAT(MistakesOf([&] { ProgrammedWith(program, "lynx"); }),
-                    testing::ElementsAre(mistake))
-            << program;
+    for (const auto& row : places)
+        EXPECT_THAT(MistakesOf([&] { ProgrammedWith(row.first, "lynx"); }),
+                    testing::ElementsAre(row.second))
+            << row.first;
 }
 
 TEST(DeskProgram, PricesMayHaveNoOneOrTwoDecimals) {
