@@ -1,12 +1,17 @@
 #include "ctl/Trace.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -14,10 +19,13 @@
 #include <string_view>
 
 #include "companion/job/Following.h"
+#include "companion/trace/Anonymous.h"
 #include "companion/trace/JsonView.h"
 #include "companion/trace/Lines.h"
+#include "companion/trace/Picture.h"
 #include "companion/trace/TextView.h"
 #include "companion/trace/Tracer.h"
+#include "ctl/Interrupts.h"
 #include "ctl/SiteOptions.h"
 #include "ctl/UsageError.h"
 
@@ -41,6 +49,9 @@ struct TraceOptions {
     double slowMs = 1000;
     int lineSpeed = 19200;
     bool json = false;
+    bool follow = false;
+    bool anonymise = false;
+    std::string svg;  // empty: no picture
 };
 
 // --- reading -------------------------------------------------------------------------------------
@@ -51,28 +62,57 @@ class LogSource {
         fd_ = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
         if (fd_ == -1) FailToRead();
     }
-    ~LogSource() {
-        if (fd_ != STDIN_FILENO) close(fd_);
-    }
+    ~LogSource() { Close(); }
     LogSource(const LogSource&) = delete;
     LogSource& operator=(const LogSource&) = delete;
 
     /// Empty at the end.
     std::string_view Next() {
+        if (fd_ == -1) return {};
         const ssize_t got = read(fd_, chunk_.data(), chunk_.size());
         if (got < 0) FailToRead();
         return {chunk_.data(), static_cast<std::size_t>(got)};
     }
 
+    /// At the end: true when what was read is not in the log any more. Then reading goes on where
+    /// the log ends now, or in the log that has taken its place.
+    bool HasLostWhatWasRead();
+
   private:
     [[noreturn]] void FailToRead() const {
         throw UsageError("cannot read '" + path_ + "' - " + std::strerror(errno));
     }
+    void Close() {
+        if (fd_ > STDIN_FILENO) close(fd_);
+        fd_ = -1;
+    }
+    bool IsReplaced() const;
 
     std::string path_;
     int fd_ = -1;
     std::array<char, chunkSize> chunk_{};
 };
+
+// Nothing is at the path while there is no log: the driver removes one that is empty.
+bool LogSource::IsReplaced() const {
+    struct stat now = {};
+    if (stat(path_.c_str(), &now) != 0) return false;
+    struct stat read = {};
+    return fd_ == -1 || fstat(fd_, &read) != 0 || now.st_ino != read.st_ino ||
+           now.st_dev != read.st_dev;
+}
+
+bool LogSource::HasLostWhatWasRead() {
+    if (IsReplaced()) {
+        Close();
+        fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        return true;
+    }
+    struct stat now = {};
+    if (fd_ == -1 || fstat(fd_, &now) != 0 || now.st_size >= lseek(fd_, 0, SEEK_CUR)) return false;
+    lseek(fd_, now.st_size, SEEK_SET);
+    return true;
+}
 
 // --- what is shown -------------------------------------------------------------------------------
 
@@ -150,9 +190,11 @@ int NumberOfRun(const std::string& word) {
 }
 
 void ChooseRun(const TraceOptions& options, const std::string& log, trace::Question& question) {
-    if (options.run.empty()) return;
-    question.first = options.run == "last" ? RunsIn(log) : NumberOfRun(options.run);
-    question.last = question.first;
+    const bool fromLast = options.follow && options.run.empty() && log != "-";
+    if (options.run.empty() && !fromLast) return;
+    const bool last = fromLast || options.run == "last";
+    question.first = last ? std::max(1, RunsIn(log)) : NumberOfRun(options.run);
+    if (!options.follow) question.last = question.first;
 }
 
 bool ForATerminal() {
@@ -160,16 +202,39 @@ bool ForATerminal() {
 }
 
 std::unique_ptr<trace::View> ViewFor(const TraceOptions& options, std::string& text) {
+    if (!options.svg.empty()) return std::make_unique<trace::Picture>();
     if (options.json) return std::make_unique<trace::JsonView>(text);
     return std::make_unique<trace::TextView>(text, ForATerminal());
 }
 
-void ShowAll(const std::string& log, trace::Lines& lines, std::string& text) {
-    LogSource source(log);
+void ShowWhatIsThere(LogSource& source, trace::Lines& lines, std::string& text) {
     for (std::string_view bytes = source.Next(); !bytes.empty(); bytes = source.Next()) {
         lines.Take(bytes);
         Write(text);
     }
+    std::cout << std::flush;
+}
+
+// The driver removes the lines of a run that went well, when it is to keep only those of others.
+void Follow(LogSource& source, trace::Tracer& tracer, trace::Lines& lines, std::string& text) {
+    constexpr int stepMs = 200;
+    const Interrupts interrupts;
+    pollfd news = {interrupts.Fd(), POLLIN, 0};
+    do {
+        ShowWhatIsThere(source, lines, text);
+        tracer.Pause();
+        if (source.HasLostWhatWasRead()) lines.Finish();
+        Write(text);
+        std::cout << std::flush;
+    } while (std::cout && poll(&news, 1, stepMs) == 0);
+}
+
+void ShowAll(const TraceOptions& options, const std::string& log, trace::Tracer& tracer,
+             std::string& text) {
+    trace::Lines lines(tracer);
+    LogSource source(log);
+    ShowWhatIsThere(source, lines, text);
+    if (options.follow) Follow(source, tracer, lines, text);
     lines.Finish();
     Write(text);
     std::cout << std::flush;
@@ -181,6 +246,20 @@ void ShowAll(const std::string& log, trace::Lines& lines, std::string& text) {
                      (runs == 1 ? " run" : " runs"));
 }
 
+std::uint64_t Secret() {
+    std::uint64_t secret = 0;
+    if (getentropy(&secret, sizeof secret) != 0)
+        throw UsageError(std::string("no random number to be had - ") + std::strerror(errno));
+    return secret;
+}
+
+void DrawInto(const std::string& file, const trace::Picture& picture) {
+    std::ofstream out(file, std::ios::binary);
+    out << picture.Document();
+    out.close();
+    if (!out) throw UsageError("cannot write '" + file + "' - " + std::strerror(errno));
+}
+
 int Trace(const TraceOptions& options) {
     trace::Question question;
     question.slowMs = options.slowMs;
@@ -189,11 +268,12 @@ int Trace(const TraceOptions& options) {
     ChooseRun(options, log, question);
     std::string text;
     const std::unique_ptr<trace::View> view = ViewFor(options, text);
-    Onlooker onlooker(*view);
+    trace::Anonymous anonymous(*view, options.anonymise ? Secret() : 0);
+    Onlooker onlooker(options.anonymise ? static_cast<trace::View&>(anonymous) : *view);
     trace::Tracer tracer(question, onlooker);
-    trace::Lines lines(tracer);
-    ShowAll(log, lines, text);
-    if (onlooker.runs == 0) FailWithoutRun(log, tracer.Runs());
+    ShowAll(options, log, tracer, text);
+    if (onlooker.runs == 0 && !options.follow) FailWithoutRun(log, tracer.Runs());
+    if (!options.svg.empty()) DrawInto(options.svg, static_cast<const trace::Picture&>(*view));
     return onlooker.troubled != 0 || onlooker.damaged ? exitTroubled : 0;
 }
 
@@ -213,7 +293,18 @@ std::function<int()> BindTrace(CLI::App& command) {
         ->check(CLI::Range(50, 4000000))
         ->type_name("BAUD")
         ->capture_default_str();
-    command.add_flag("--json", options->json, "One JSON object a line");
+    command.add_flag("--follow", options->follow,
+                     "Go on with what is written to the log, from its last run or that of --run");
+    command.add_flag("--anonymise", options->anonymise,
+                     "Replace texts, numbers of goods and cashiers, paths and bytes");
+    CLI::Option* const json = command.add_flag("--json", options->json, "One JSON object a line");
+    command
+        .add_option(
+            "--svg", options->svg,
+            "Draw the run of --run, or else the last one, into this file, and print nothing")
+        ->type_name("FILE")
+        ->excludes(json)
+        ->excludes("--follow");
     AddProfileOptions(command, options->site);
     command.footer(traceFooter);
     return [options] { return Trace(*options); };

@@ -215,29 +215,6 @@ std::string FramesText(const RunEnd& end) {
 
 // --- lines ---------------------------------------------------------------------------------------
 
-// The characters that a terminal may be shown, each in one place; never a control character.
-std::string Shown(std::string text) {
-    const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
-    if (std::ranges::all_of(text, isPlain)) return text;
-    std::string shown;
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::string_view all = rest;
-        const char32_t character = runner::NextCharacter(rest);
-        if (character == runner::noCharacter) {
-            shown += '?';
-            rest.remove_prefix(1);
-            continue;
-        }
-        constexpr char32_t firstPlain = 0x20;
-        constexpr char32_t firstControl = 0x7F;
-        constexpr char32_t lastControl = 0x9F;
-        const bool control =
-            character < firstPlain || (character >= firstControl && character <= lastControl);
-        shown += control ? "?" : std::string(all.substr(0, all.size() - rest.size()));
-    }
-    return shown;
-}
-
 bool IsFollower(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
@@ -263,7 +240,30 @@ std::size_t CutFor(std::string_view text, std::size_t columns) {
     return blank != 0 ? blank : end;
 }
 
-// The next line of at most that many columns, without the blanks around it.
+}  // namespace
+
+std::string Shown(std::string text) {
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+    if (std::ranges::all_of(text, isPlain)) return text;
+    std::string shown;
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view all = rest;
+        const char32_t character = runner::NextCharacter(rest);
+        if (character == runner::noCharacter) {
+            shown += '?';
+            rest.remove_prefix(1);
+            continue;
+        }
+        constexpr char32_t firstPlain = 0x20;
+        constexpr char32_t firstControl = 0x7F;
+        constexpr char32_t lastControl = 0x9F;
+        const bool control =
+            character < firstPlain || (character >= firstControl && character <= lastControl);
+        shown += control ? "?" : std::string(all.substr(0, all.size() - rest.size()));
+    }
+    return shown;
+}
+
 std::string_view TakeLine(std::string_view& rest, std::size_t columns) {
     std::string_view line = rest.substr(0, CutFor(rest, columns));
     rest.remove_prefix(line.size());
@@ -271,8 +271,6 @@ std::string_view TakeLine(std::string_view& rest, std::size_t columns) {
     while (!rest.empty() && rest.front() == ' ') rest.remove_prefix(1);
     return line;
 }
-
-}  // namespace
 
 std::string FrameText(const Frame& frame) {
     std::string text = frame.stale ? "stale, thrown away: " : Again(frame.attempt);

@@ -35,6 +35,10 @@ std::string FrameText(const Frame& frame);
 std::string VerdictText(const RunEnd& end);
 /// "12.7 s: ...".
 std::string SharesText(const Shares& shares);
+/// The text as a terminal may be shown it: never a control character, and UTF-8.
+std::string Shown(std::string text);
+/// Takes the next line of at most that many columns off the text, without the blanks around it.
+std::string_view TakeLine(std::string_view& rest, std::size_t columns);
 /// "printed", "not-printed", "part", "unknown".
 const char* VerdictWord(verdict::Kind kind);
 

@@ -6,9 +6,12 @@
 #include <vector>
 
 #include "ECR.h"
+#include "companion/trace/Anonymous.h"
 #include "companion/trace/Commands.h"
+#include "companion/trace/JsonView.h"
 #include "companion/trace/Judge.h"
 #include "companion/trace/Lines.h"
+#include "companion/trace/Picture.h"
 #include "companion/trace/TextView.h"
 #include "companion/trace/Tracer.h"
 #include "companion/transcript/LogLine.h"
@@ -438,4 +441,108 @@ TEST(Trace, HasNoLineOfMoreThanEightyColumns) {
     for (std::size_t at = 0, end = 0; (end = text.find('\n', at)) != std::string::npos;
          at = end + 1)
         EXPECT_LE(end - at, 80U) << text.substr(at, end - at);
+}
+
+namespace {
+
+std::string Drawn(const LogOfRun& run) {
+    trace::Picture picture;
+    trace::Tracer tracer({}, picture);
+    trace::Lines lines(tracer);
+    lines.Take(run.log);
+    lines.Finish();
+    return picture.Document();
+}
+
+template <typename Shown>
+std::string TracedAnonymously(const LogOfRun& run, std::uint64_t key) {
+    std::string text;
+    Shown view(text);
+    trace::Anonymous anonymous(view, key);
+    trace::Tracer tracer({}, anonymous);
+    trace::Lines lines(tracer);
+    lines.Take(run.log);
+    lines.Finish();
+    return text;
+}
+
+class PlainText : public trace::TextView {
+  public:
+    explicit PlainText(std::string& out) : TextView(out, false) {}
+};
+
+std::size_t CountIn(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
+    return count;
+}
+
+const LogOfRun secrets = LogOfRun("/home/maria/table 7.txt")
+                             .Status(0, 0, 0x11)
+                             .Command(CMD_ENTER_FISCAL_MODE, 1, {42})
+                             .Command(CMD_DEPT_SALE, 2, milk)
+                             .Command(CMD_PLU_SALE, 3, {0x04, 0x75, 0, 0, 0, 0, 0x16, 0, 0x10, 0})
+                             .Stale({'M', 'I', 'L', 'K'})
+                             .Message("Bad barcode format: 4750000000016")
+                             .Message("Input file (/home/maria/table 7.txt):")
+                             .Line("\tSALE: DEPTNR=1; NAME=Milk for Maria; AMOUNT=2.50")
+                             .End();
+
+}  // namespace
+
+TEST(Trace_Anonymous, HasNothingOfWhatWasSoldToWhomAndByWhom) {
+    const std::string text = TracedAnonymously<PlainText>(secrets, 1);
+    const std::string json = TracedAnonymously<trace::JsonView>(secrets, 1);
+    for (const std::string& shown : {text, json}) {
+        for (const char* const secret :
+             {"MILK", "Milk", "aria", "able", "4750000000016", "42", "4d 49 4c 4b", "04 75"})
+            EXPECT_THAT(shown, Not(HasSubstr(secret)));
+        EXPECT_THAT(shown, HasSubstr("2.50"));
+        EXPECT_THAT(shown, HasSubstr("1.000"));
+        EXPECT_THAT(shown, HasSubstr("Bad barcode format: 9999999999999"));
+    }
+    EXPECT_THAT(text, HasSubstr("/xxxx/xxxxx/xxxxx 9.xxx"));
+    EXPECT_THAT(text, HasSubstr("\"XXXX\""));
+}
+
+TEST(Trace_Anonymous, GivesAPluAnotherNumberUnderEachKey) {
+    const auto plu = [](const std::string& text) {
+        return text.substr(text.find("plu ") + 4,
+                           text.find(',', text.find("plu ")) - text.find("plu ") - 4);
+    };
+    const std::string one = plu(TracedAnonymously<PlainText>(secrets, 1));
+    EXPECT_EQ(one.size(), 13U);
+    EXPECT_EQ(one, plu(TracedAnonymously<PlainText>(secrets, 1)));
+    EXPECT_NE(one, plu(TracedAnonymously<PlainText>(secrets, 2)));
+}
+
+TEST(Trace_Picture, CutsASilenceAndMarksWhatWasNotAnswered) {
+    const std::string picture = Drawn(Begun()
+                                          .Request(CMD_DEPT_SALE)
+                                          .Later(10000)
+                                          .Message("ECR response lost")
+                                          .Command(CMD_DEPT_SALE, 2, milk)
+                                          .End());
+    EXPECT_THAT(picture, HasSubstr(">no answer for 9.97 s<"));
+    EXPECT_THAT(picture, HasSubstr(">9.97 s later<"));
+    EXPECT_THAT(picture, HasSubstr(">again (2): request SALE<"));
+    EXPECT_THAT(picture,
+                HasSubstr("<title id=\"title\">Run 1, 14.03.2026: printed: 1 of 1 command sent "
+                          "was done</title>"));
+    EXPECT_THAT(picture, HasSubstr("The request of SALE was not answered. "));
+}
+
+TEST(Trace_Picture, LeavesOutTheMiddleOfALongRun) {
+    LogOfRun run = Begun();
+    for (int i = 0; i < 400; ++i) run.Command(CMD_TOTAL, 2 + i % 200);
+    const std::string picture = Drawn(run.End());
+    EXPECT_THAT(picture, HasSubstr(">606 frames and messages are left out<"));
+    EXPECT_LT(picture.size(), 250000U);
+}
+
+TEST(Trace_Picture, IsXmlWhateverTheTextsAre) {
+    const std::string picture =
+        Drawn(LogOfRun().Status(0).Command(CMD_PRINT_COMMENT, 1, {'<', '&', '"', 7, 0xEC}).End());
+    EXPECT_THAT(picture, HasSubstr("&lt;&amp;&quot;?\xc4\xa3"));
+    EXPECT_EQ(CountIn(picture, "<text"), CountIn(picture, "</text>"));
 }

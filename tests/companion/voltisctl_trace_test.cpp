@@ -1,11 +1,16 @@
 // `voltisctl trace` from outside.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
+#include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "tests/companion/Site.h"
 #include "tests/companion/Tool.h"
@@ -137,4 +142,39 @@ TEST(VoltisctlTrace, SaysWhatItsPageShows) {
         ASSERT_NE(found, std::string::npos) << line;
         at = found + line.size();
     }
+}
+
+TEST(VoltisctlTrace, DrawsThePictureOfThePages) {
+    const TempDir folder;
+    EXPECT_EQ(TraceOf("lost-answer", {"--svg", folder.File("a.svg")}).text, "");
+    EXPECT_EQ(ReadWholeFile(folder.File("a.svg")), ReadWholeFile(examples + "/../docs/trace.svg"))
+        << "draw it again: voltisctl trace --svg docs/trace.svg tests/logs/lost-answer.log";
+    EXPECT_EQ(TraceOf("lost-answer", {"--svg", "/no/such/folder/a.svg"}).exitCode, 2);
+}
+
+TEST(VoltisctlTrace, ReplacesTextsWhenItIsAskedTo) {
+    const Answer answer = TraceOf("lost-answer", {"--anonymise"});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_THAT(answer.text, HasSubstr("\"Xxxxx xxxx\""));
+    EXPECT_THAT(answer.text, testing::Not(HasSubstr("Apple")));
+}
+
+TEST(VoltisctlTrace, FollowsALogFromItsLastRun) {
+    const TempDir folder;
+    const std::string start = "14.03.2026 09:00:00.000  VOLTIS v2.5.0 started. Command line : v ";
+    const std::string end =
+        "14.03.2026 09:00:00.000  I/O statistics : OUT frames = 0, IN frames = 0\n";
+    const std::string log = folder.Write("x.log", start + "a.txt\n" + end + start + "b.txt\n");
+    Tool tool({"trace", "--follow", log});
+    tool.SaidUpTo("b.txt");
+    std::ofstream(log, std::ios::app) << end << std::flush;
+    tool.SaidUpTo("verdict     printed");
+    // The driver removes a run that went well.
+    std::filesystem::resize_file(log, start.size() + 6 + end.size());
+    std::this_thread::sleep_for(std::chrono::milliseconds(450));  // more than two looks
+    std::ofstream(log, std::ios::app) << start << "d.txt\n" << std::flush;
+    tool.SaidUpTo("d.txt");
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.Wait(), 1);
+    EXPECT_THAT(tool.Said(), testing::Not(HasSubstr("a.txt")));
 }
