@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct IniStore {
     std::string text;
@@ -180,6 +181,25 @@ bool IniStore_ReadNumber(const IniStore* store, int* number) {
     if (negative) value = -value;
     *number = static_cast<int>(std::min<std::int64_t>(value, Limits::max()));
     return true;
+}
+
+std::vector<IniStoreLine> IniStore_Lines(const IniStore* store) {
+    std::vector<IniStoreLine> lines;
+    std::string_view section;
+    std::string_view rest = store->text;
+    std::size_t counted = 0;
+    std::size_t number = 1;
+    while (const std::optional<Entry> entry = NextEntry(rest)) {
+        if (entry->isHeading) section = entry->name;
+        if (entry->isHeading || entry->name.empty()) continue;
+        const auto at = static_cast<std::size_t>(entry->name.data() - store->text.data());
+        const std::string_view between =
+            std::string_view(store->text).substr(counted, at - counted);
+        number += static_cast<std::size_t>(std::ranges::count(between, '\n'));
+        counted = at;
+        lines.push_back({section, entry->name, entry->value, number});
+    }
+    return lines;
 }
 
 void IniStore_Close(IniStore* store) {

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
+#include <vector>
 
 /// One opened file. It holds the file as it was at IniStore_Open and shares nothing with any other.
 struct IniStore;
@@ -30,6 +32,16 @@ std::size_t IniStore_ReadString(const IniStore* store, char* buffer, std::size_t
 /// Reads the selected value like "%d"; what leaves the range of int becomes its nearest end. False,
 /// and number unchanged, when the value does not begin with a number.
 bool IniStore_ReadNumber(const IniStore* store, int* number);
+
+/// A line with a key, whatever its section; its texts are valid as long as the store.
+struct IniStoreLine {
+    std::string_view section;  ///< as written, without the blanks; empty before the first heading
+    std::string_view key;
+    std::string_view value;
+    std::size_t number;  ///< of the line, from 1
+};
+/// All of them, in their order. Selects nothing.
+std::vector<IniStoreLine> IniStore_Lines(const IniStore* store);
 
 /// A null store is harmless.
 void IniStore_Close(IniStore* store);

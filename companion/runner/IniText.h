@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "ini/IniStore.h"
 
@@ -18,6 +19,8 @@ class IniText {
     std::string Get(const std::string& key) const;
     /// The default unless there is a value that begins with a number.
     int Number(const std::string& key, int defaultValue) const;
+    /// All lines with a key, of the other sections, too. Valid as long as this.
+    std::vector<IniStoreLine> Lines() const { return IniStore_Lines(store_.get()); }
 
   private:
     struct Close {
