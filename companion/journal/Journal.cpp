@@ -377,6 +377,11 @@ void Journal::Resolve(std::int64_t number, Decision decision, const std::string&
     transaction.Commit();
 }
 
+std::string Journal::Damage() const {
+    const std::vector<std::string> said = Texts(Statement(database_, "PRAGMA integrity_check(1)"));
+    return said.empty() || said.front() == "ok" ? "" : said.front();
+}
+
 std::vector<std::string> Journal::Prune(int days, Clock::time_point now) {
     const std::string limit = TimeText(now - std::chrono::hours(24) * days);
     Transaction transaction(database_);

@@ -151,6 +151,9 @@ class Journal {
     void Resolve(std::int64_t number, Decision decision, const std::string& user,
                  const std::string& note);
 
+    /// What SQLite finds wrong with the file, the first of it; empty: nothing. Reads all of it.
+    std::string Damage() const;
+
     /// Removes jobs, done or failed, that ended more than so many days ago, with their history.
     /// Returns their folders of logs, which are the caller's to remove.
     std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now);
