@@ -1,0 +1,220 @@
+#include "companion/doctor/System.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+
+#include "Globals.h"
+#include "companion/runner/DriverPath.h"
+#include "companion/runner/Sandbox.h"
+
+namespace doctor {
+
+namespace {
+
+constexpr std::uint64_t mebi = 1024UL * 1024;
+
+std::string Above(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// --- logs ---------------------------------------------------------------------------------------
+
+std::string ForAccount(const Machine& machine) {
+    return "the account " + Quoted(machine.account.name);
+}
+
+constexpr char noRun[] = ": every run of the driver ends with exit code 2";
+
+Finding FolderMissing(const std::string& folder) {
+    return {Severity::Error, "logs-missing",
+            "the folder of the logs, " + Quoted(folder) + ", is not there" + noRun,
+            "As root, `install -d -m 2775 -g dialout " + Private(folder) + "`."};
+}
+
+Finding FolderClosed(const Machine& machine, const std::string& folder) {
+    return {Severity::Error, "logs-rights",
+            ForAccount(machine) + " may not write into the folder of the logs, " + Quoted(folder) +
+                noRun,
+            "As root, `chgrp dialout " + Private(folder) + "` and `chmod 2775 " + Private(folder) +
+                "`; the account must be in the group dialout."};
+}
+
+Finding LogClosed(const Machine& machine, const std::string& path) {
+    return {
+        Severity::Error, "log-rights",
+        ForAccount(machine) + " may not write the log " + Quoted(path) + noRun,
+        "As root, `chgrp dialout " + Private(path) + "` and `chmod 664 " + Private(path) + "`."};
+}
+
+std::optional<std::uint64_t> SizeOf(const Machine& machine, const std::string& path) {
+    struct stat status = {};
+    if (stat(machine.Real(path).c_str(), &status) != 0) return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
+void CheckLog(const Machine& machine, const std::string& path, Findings& findings) {
+    constexpr std::uint64_t large = 100 * mebi;
+    const auto facts = machine.FactsOf(path);
+    if (!facts) return;  // the first run makes it
+    if (!S_ISREG(facts->mode) || !machine.Grants(path, Write))
+        findings.push_back(LogClosed(machine, path));
+    if (SizeOf(machine, path).value_or(0) < large) return;
+    findings.push_back({Severity::Note, "log-large",
+                        "the log " + Quoted(path) + " is larger than 100 MB",
+                        "docs/setup.md, \"Logs\", has a configuration for logrotate."});
+}
+
+// --- room ---------------------------------------------------------------------------------------
+
+std::string Megabytes(std::uint64_t bytes) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f MB", static_cast<double>(bytes) / mebi);
+    return text.data();
+}
+
+// --- the marker ---------------------------------------------------------------------------------
+
+// In a folder as /tmp only its owner, or that of the folder, removes a file.
+bool MayRemove(const Machine& machine, const std::string& folder, const FileFacts& file) {
+    if (S_ISDIR(file.mode) || !machine.GrantsFolder(folder)) return false;
+    const FileFacts there = machine.FactsOf(folder).value_or(FileFacts{});
+    const uid_t uid = machine.account.uid;
+    return (there.mode & S_ISVTX) == 0 || uid == 0 || uid == file.uid || uid == there.uid;
+}
+
+// --- the sandbox --------------------------------------------------------------------------------
+
+constexpr char orAsRoot[] = ", or run voltisctl as root.";
+
+void CheckKernel(const Machine& machine, Findings& findings) {
+    if (machine.NumberIn("/proc/sys/kernel/unprivileged_userns_clone") == 0) {
+        findings.push_back(
+            {Severity::Error, "no-namespaces",
+             "the kernel lets only root make a user namespace, which the private "
+             "root of a run needs",
+             std::string("As root, `sysctl -w kernel.unprivileged_userns_clone=1`") + orAsRoot});
+    }
+    if (machine.NumberIn("/proc/sys/user/max_user_namespaces") == 0) {
+        findings.push_back(
+            {Severity::Error, "no-namespaces",
+             "the kernel is set to no user namespaces, and the private root of a "
+             "run needs one",
+             std::string("As root, `sysctl -w user.max_user_namespaces=15000`") + orAsRoot});
+    }
+    if (machine.NumberIn("/proc/sys/kernel/apparmor_restrict_unprivileged_userns").value_or(0) !=
+        0) {
+        findings.push_back(
+            {Severity::Warning, "apparmor",
+             "AppArmor restricts user namespaces, which the private root of a run needs",
+             std::string("As root, `sysctl -w kernel.apparmor_restrict_unprivileged_userns=0`") +
+                 orAsRoot});
+    }
+}
+
+std::vector<std::string> SearchPath() {
+    const char* path = std::getenv("PATH");
+    std::istringstream in(path == nullptr ? "/usr/bin:/bin" : path);
+    std::vector<std::string> folders;
+    for (std::string folder; std::getline(in, folder, ':');)
+        if (!folder.empty() && folder.front() == '/') folders.push_back(folder);
+    return folders;
+}
+
+bool HasBubblewrap(const Machine& machine) {
+    for (const std::string& folder : SearchPath()) {
+        const std::string path = folder + "/bwrap";
+        const auto facts = machine.FactsOf(path);
+        if (facts && S_ISREG(facts->mode) && machine.Grants(path, Search)) return true;
+    }
+    return false;
+}
+
+// As a run makes it.
+void TrySandbox(Findings& findings) {
+    try {
+        runner::RunSandboxed({}, {"true"});
+    } catch (const runner::SandboxError& failure) {
+        findings.push_back(
+            {Severity::Error, "no-sandbox",
+             std::string("the private root of a run cannot be made: ") + Private(failure.what()),
+             "Do as it says, or write Sandbox=no and DbgErrorLog=2 into "
+             "voltis.ini."});
+    }
+}
+
+}  // namespace
+
+Findings CheckLogs(const Machine& machine, const std::string& folder) {
+    const auto facts = machine.FactsOf(folder);
+    if (!facts || !S_ISDIR(facts->mode)) return {FolderMissing(folder)};
+    Findings findings;
+    if (!machine.GrantsFolder(folder)) findings.push_back(FolderClosed(machine, folder));
+    for (const char* name : {stdLogFileName, dbgLogFileName})
+        CheckLog(machine, folder + "/" + name, findings);
+    return findings;
+}
+
+Findings CheckSpace(const Machine& machine, const std::string& folder) {
+    constexpr std::uint64_t none = mebi;
+    constexpr std::uint64_t little = 100 * mebi;
+    std::string place = folder;
+    while (place != "/" && !machine.FactsOf(place)) place = Above(place);
+    const std::uint64_t room = machine.FreeBytesAt(place).value_or(little);
+    if (room >= little) return {};
+    return {{room < none ? Severity::Error : Severity::Warning, "disk-full",
+             "the disk of " + Quoted(place) + " has only " + Megabytes(room) + " left",
+             "Make room; on a full disk result files are empty and logs lack runs."}};
+}
+
+Findings CheckMarker(const Machine& machine, const std::string& folder) {
+    const std::string path = folder + "/" + markerFileName;
+    const auto facts = machine.FactsOf(path);
+    if (!facts) return {};
+    if (MayRemove(machine, folder, *facts)) {
+        return {{Severity::Note, "marker-left",
+                 "a run of the driver is at work in " + Quoted(folder) +
+                     ", or was killed there: " + markerFileName + " is there",
+                 "Nothing: the next run removes it."}};
+    }
+    return {{Severity::Error, "marker-stays",
+             ForAccount(machine) + " cannot remove " + Quoted(path) +
+                 ": every run in this folder ends with \"Another instance of driver is already "
+                 "running\"",
+             "Remove it as its owner or as root, when no driver is at work; and let the account "
+             "write into the folder."}};
+}
+
+Findings CheckSandbox(const Machine& machine) {
+    Findings findings;
+    const bool root = machine.account.uid == 0;
+    if (!root) CheckKernel(machine, findings);
+    if (!HasBubblewrap(machine)) {
+        findings.push_back({Severity::Error, "no-bubblewrap",
+                            "bubblewrap, which makes the private root of a run, is not installed",
+                            "As root, `apt-get install bubblewrap`."});
+    } else if (machine.IsThisOne() && machine.account.uid == geteuid() && findings.empty()) {
+        TrySandbox(findings);
+    }
+    return findings;
+}
+
+Findings CheckDriver(const std::string& given) {
+    try {
+        runner::DriverPath(given);
+    } catch (const std::runtime_error& missing) {
+        return {{Severity::Error, "no-driver", Private(missing.what()),
+                 "Install the driver as docs/setup.md says, or name it with --driver."}};
+    }
+    return {};
+}
+
+}  // namespace doctor

@@ -1,0 +1,23 @@
+// What the machine must have beside the port: folders to write to, room on the disk, and the right
+// to make a sandbox.
+#pragma once
+
+#include <string>
+
+#include "companion/doctor/Finding.h"
+#include "companion/doctor/Machine.h"
+
+namespace doctor {
+
+/// The folder of the site's logs, and the logs in it.
+Findings CheckLogs(const Machine& machine, const std::string& folder);
+/// The room on the disk of that folder. A folder that is not there has that of the one above.
+Findings CheckSpace(const Machine& machine, const std::string& folder);
+/// The file by which runs of the driver in that folder keep each other out.
+Findings CheckMarker(const Machine& machine, const std::string& folder);
+/// What the private root of a run needs. On this machine a sandbox is made, too.
+Findings CheckSandbox(const Machine& machine);
+/// The driver itself, as for `voltisctl run`; given: its path, or empty.
+Findings CheckDriver(const std::string& given);
+
+}  // namespace doctor

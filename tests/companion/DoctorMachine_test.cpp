@@ -1,0 +1,544 @@
+// What the doctor finds on a machine: a tree of files in the place of the real one.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "companion/doctor/Device.h"
+#include "companion/doctor/Jobs.h"
+#include "companion/doctor/Machine.h"
+#include "companion/doctor/System.h"
+#include "companion/journal/Journal.h"
+#include "tests/support/TempDir.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+namespace files = std::filesystem;
+
+using doctor::FileFacts;
+
+constexpr mode_t serialDevice = S_IFCHR | 0660;
+constexpr gid_t dialout = 20;
+constexpr uid_t cashier = 1000;
+
+std::vector<std::string> Said(const doctor::Findings& findings) {
+    std::vector<std::string> said;
+    for (const doctor::Finding& finding : findings)
+        said.push_back(std::string(doctor::Word(finding.severity)) + ": " +
+                       doctor::Open(finding.message) + " [" + finding.code + "]");
+    return said;
+}
+
+std::string FirstRemedy(const doctor::Findings& findings) {
+    return findings.empty() ? "" : doctor::Open(findings.front().remedy);
+}
+
+// A machine with an adapter at /dev/ttyUSB0, for an account in group dialout.
+class DoctorMachine : public testing::Test {
+  protected:
+    DoctorMachine() {
+        Put("/etc/group", "root:x:0:\ndialout:x:20:pos\nbroken\nodd:x\n");
+        Put("/sys/devices/usb1/1-1/idVendor", "0403\n");
+        Put("/sys/devices/usb1/1-1/idProduct", "6001\n");
+        Put("/sys/devices/usb1/1-1/serial", "FT1234\n");
+        Put("/sys/devices/usb1/1-1/1-1:1.0/ttyUSB0/latency_timer", "1\n");
+        Link("/sys/class/tty/ttyUSB0/device", "../../../devices/usb1/1-1/1-1:1.0/ttyUSB0");
+        AddDevice("/dev/ttyUSB0", 188);
+        machine.root = tree.Path();
+        machine.account = {cashier, cashier, {dialout}, "pos"};
+        machine.facts = [this](const std::string& path) { return Facts(path); };
+        machine.freeBytes = [this](const std::string&) { return room; };
+        profile.name = "default";
+        profile.device = "/dev/serial/by-id/usb-adapter";
+        Link(profile.device, "../../ttyUSB0");
+    }
+
+    void Put(const std::string& path, const std::string& text) {
+        files::create_directories(files::path(tree.Path() + path).parent_path());
+        std::ofstream(tree.Path() + path, std::ios::binary) << text;
+    }
+    void Link(const std::string& path, const std::string& target) {
+        files::create_directories(files::path(tree.Path() + path).parent_path());
+        files::create_symlink(target, tree.Path() + path);
+    }
+    void AddDevice(const std::string& path, unsigned kind, gid_t group = dialout) {
+        known[path] = {serialDevice, 0, group, makedev(kind, 0)};
+    }
+    void Folder(const std::string& path) { files::create_directories(tree.Path() + path); }
+
+    // As the table says, else as the file is, which is then root's own.
+    std::optional<FileFacts> Facts(const std::string& path) {
+        const auto entry = known.find(path);
+        if (entry != known.end()) return entry->second;
+        struct stat status = {};
+        if (stat((tree.Path() + path).c_str(), &status) != 0) return std::nullopt;
+        return FileFacts{status.st_mode, 0, 0, 0};
+    }
+
+    std::vector<std::string> DeviceFindings() {
+        return Said(doctor::CheckDevice(machine, profile));
+    }
+    std::string DeviceRemedy() { return FirstRemedy(doctor::CheckDevice(machine, profile)); }
+
+    TempDir tree;
+    std::map<std::string, FileFacts> known;
+    std::optional<std::uint64_t> room = std::uint64_t{1} << 40;
+    doctor::Machine machine;
+    runner::Profile profile;
+};
+
+}  // namespace
+
+using Doctor_Machine = DoctorMachine;
+using Doctor_Device = DoctorMachine;
+using Doctor_Rule = DoctorMachine;
+using Doctor_System = DoctorMachine;
+
+// --- the machine --------------------------------------------------------------------------------
+
+TEST_F(Doctor_Machine, FollowsLinksBelowItsRoot) {
+    EXPECT_EQ(machine.Resolved("/dev/serial/by-id/usb-adapter"), "/dev/ttyUSB0");
+    EXPECT_EQ(machine.Resolved("/dev/../../dev/./ttyUSB0"), "/dev/ttyUSB0");
+    EXPECT_EQ(machine.Resolved("/"), "/");
+    Link("/circle", "/circle");
+    EXPECT_EQ(machine.Resolved("/circle"), "/circle");
+}
+
+TEST_F(Doctor_Machine, GrantsByOwnerGroupAndMode) {
+    known["/f"] = {S_IFREG | 0640, cashier, dialout, 0};
+    EXPECT_TRUE(machine.Grants("/f", doctor::Read | doctor::Write));
+    known["/f"].uid = 0;
+    EXPECT_TRUE(machine.Grants("/f", doctor::Read));
+    EXPECT_FALSE(machine.Grants("/f", doctor::Write));
+    known["/f"].gid = 0;
+    EXPECT_FALSE(machine.Grants("/f", doctor::Read));
+    machine.account.uid = 0;
+    EXPECT_TRUE(machine.Grants("/f", doctor::Write));
+    EXPECT_FALSE(machine.Grants("/none", doctor::Read));
+}
+
+// The owner's rights count for the owner, also where a group has more.
+TEST_F(Doctor_Machine, AsksTheOwnersRightsFirst) {
+    known["/f"] = {S_IFREG | 0060, cashier, dialout, 0};
+    EXPECT_FALSE(machine.Grants("/f", doctor::Read));
+}
+
+TEST_F(Doctor_Machine, BelievesTheSystemAboutItsOwnAccount) {
+    const TempDir folder;
+    const std::string file = folder.Write("f", "12 and more\nanother\n");
+    doctor::Machine real;
+    EXPECT_TRUE(real.GrantsFolder(folder.Path()));
+    EXPECT_FALSE(real.GrantsFolder(file));
+    EXPECT_FALSE(real.Grants(file, doctor::Search));
+    EXPECT_TRUE(real.FreeBytesAt(folder.Path()).has_value());
+    EXPECT_EQ(real.NumberIn(file), 12);
+    EXPECT_EQ(real.LineOf(file), "12 and more");
+    EXPECT_EQ(real.TextOf(folder.Path()), "");
+    EXPECT_FALSE(real.NumberIn(folder.File("none")).has_value());
+    EXPECT_FALSE(real.FreeBytesAt(folder.File("none")).has_value());
+}
+
+TEST_F(Doctor_Machine, KnowsAccountsByNameAndNumber) {
+    EXPECT_EQ(doctor::AccountOf("root")->uid, 0U);
+    EXPECT_EQ(doctor::AccountOf("0")->name, "root");
+    EXPECT_FALSE(doctor::AccountOf("nobody-of-that-name").has_value());
+    EXPECT_EQ(machine.GroupName(dialout), "dialout");
+    EXPECT_EQ(machine.GroupName(77), "77");
+}
+
+// --- the device ---------------------------------------------------------------------------------
+
+TEST_F(Doctor_Device, IsFine) {
+    EXPECT_THAT(DeviceFindings(), IsEmpty());
+    profile.device.clear();
+    EXPECT_THAT(DeviceFindings(), IsEmpty());  // on a network
+}
+
+TEST_F(Doctor_Device, IsMissing) {
+    profile.device = "/dev/ttyUSB7";
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("error: the device '/dev/ttyUSB7' is not there [device-missing]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "Plug the adapter in; `ls /dev/serial/by-id` lists those that are there.");
+    profile.device = "/dev/ttyS9";
+    EXPECT_EQ(DeviceRemedy(),
+              "Correct Device= or ComNumber=; `ls /dev/serial/by-id /dev/ttyS*` "
+              "lists the ports.");
+}
+
+TEST_F(Doctor_Device, IsNoDevice) {
+    Put("/dev/file", "");
+    profile.device = "/dev/file";
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("error: the device '/dev/file' is no device [no-device]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "Device= names the serial port, as /dev/serial/by-id/usb-... or /dev/ttyS0.");
+}
+
+TEST_F(Doctor_Device, IsNoSerialPort) {
+    AddDevice("/dev/null", 1);
+    profile.device = "/dev/null";
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("error: the device '/dev/null' is no serial port [no-serial-port]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "Device= names the serial port, as /dev/serial/by-id/usb-... or /dev/ttyS0.");
+}
+
+TEST_F(Doctor_Device, IsAPseudoTerminal) {
+    AddDevice("/dev/pts/3", 136);
+    profile.device = "/dev/pts/3";
+    EXPECT_THAT(DeviceFindings(), ElementsAre("note: the device '/dev/pts/3' is a pseudo terminal, "
+                                              "not a serial port [pseudo-terminal]"));
+    EXPECT_EQ(DeviceRemedy(), "Nothing, when an emulated register is meant.");
+}
+
+TEST_F(Doctor_Device, HasNoHardware) {
+    AddDevice("/dev/ttyS3", 4);
+    Put("/sys/class/tty/ttyS3/type", "0\n");
+    profile.device = "/dev/ttyS3";
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("error: there is no hardware at the device '/dev/ttyS3': the driver "
+                            "ends with \"Cannot set new serial port settings\" [no-hardware]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "Use the port that exists; `cat /proc/tty/driver/serial` lists them, "
+              "those with \"uart:unknown\" have no hardware.");
+    Put("/sys/class/tty/ttyS3/type", "4\n");
+    EXPECT_THAT(DeviceFindings(), IsEmpty());
+}
+
+TEST_F(Doctor_Device, NamesTheGroupToJoin) {
+    machine.account.groups.clear();
+    EXPECT_THAT(DeviceFindings(), ElementsAre("error: the account 'pos' may not open the device "
+                                              "'/dev/serial/by-id/usb-adapter' [device-rights]"));
+    EXPECT_EQ(DeviceRemedy(), "As root, `usermod -a -G dialout pos`; then log in again.");
+    known["/dev/ttyUSB0"].mode = S_IFCHR | 0600;
+    EXPECT_EQ(DeviceRemedy(),
+              "A udev rule gives it to the group dialout: `voltisctl doctor "
+              "--udev` prints it.");
+}
+
+TEST_F(Doctor_Device, IsLockedByAnotherProgram) {
+    Put("/run/lock/LCK..ttyUSB0", "       321\n");
+    Put("/proc/321/comm", "minicom\n");
+    EXPECT_THAT(DeviceFindings(), ElementsAre("error: process 321 (minicom) has the device "
+                                              "'/dev/serial/by-id/usb-adapter' by the lock file "
+                                              "'/run/lock/LCK..ttyUSB0' [locked]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "End that program, or give it another port; the lock file goes with it.");
+    known["/run/lock/LCK..ttyUSB0"] = {S_IFREG | 01666, 0, 0, 0};
+    EXPECT_THAT(DeviceFindings(), ElementsAre(HasSubstr("note: process 321 (minicom) has")));
+    EXPECT_EQ(DeviceRemedy(), "Nothing: a run is at work; --wait waits for it.");
+}
+
+TEST_F(Doctor_Device, HasALockFileThatWasLeft) {
+    Put("/run/lock/LCK..ttyUSB0", "       321\n");
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("note: the lock file '/run/lock/LCK..ttyUSB0' names a process that has "
+                            "ended [lock-left]"));
+    EXPECT_EQ(DeviceRemedy(), "Nothing: the next run takes it over.");
+    Put("/run/lock/LCK..ttyUSB0", "nobody\n");
+    EXPECT_THAT(DeviceFindings(), IsEmpty());
+}
+
+TEST_F(Doctor_Device, IsHeldOpen) {
+    Link("/proc/55/fd/3", "/dev/ttyUSB0");
+    Put("/proc/55/comm", "screen\n");
+    EXPECT_THAT(DeviceFindings(), ElementsAre("warning: process 55 (screen) has the device "
+                                              "'/dev/serial/by-id/usb-adapter' open [held-open]"));
+    EXPECT_EQ(DeviceRemedy(), "End that program: it takes away what the register answers.");
+    Put("/run/lock/LCK..ttyUSB0", "        55\n");
+    EXPECT_THAT(DeviceFindings(), ElementsAre(HasSubstr("by the lock file")));
+}
+
+TEST_F(Doctor_Device, IsProbedByModemManager) {
+    Put("/proc/77/comm", "ModemManager\n");
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("warning: ModemManager runs on this machine, and sends to the device "
+                            "'/dev/serial/by-id/usb-adapter' when it is plugged in and when the "
+                            "machine starts [modem-manager]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "`voltisctl doctor --udev` prints a rule that keeps it away; or, as "
+              "root, `apt-get remove modemmanager`.");
+    Put("/run/udev/data/c188:0", "E:ID_MM_DEVICE_IGNORE=1\n");
+    EXPECT_THAT(DeviceFindings(), IsEmpty());
+}
+
+TEST_F(Doctor_Device, TellsLate) {
+    AddDevice("/dev/ttyS0", 4);
+    Put("/sys/class/tty/ttyS0/type", "4\n");
+    Put("/sys/class/tty/ttyS0/rx_trig_bytes", "8\n");
+    profile.device = "/dev/ttyS0";
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("note: the port collects 8 bytes before it tells of them: each answer "
+                            "arrives 2.3 ms late, a sale takes about a fifth longer "
+                            "[receive-trigger]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "As root, `echo 1 > /sys/class/tty/ttyS0/rx_trig_bytes`; `voltisctl "
+              "doctor --udev` prints a rule that does it at each start.");
+    Put("/sys/class/tty/ttyS0/rx_trig_bytes", "1\n");
+    EXPECT_THAT(DeviceFindings(), IsEmpty());
+}
+
+TEST_F(Doctor_Device, KeepsAnswersBack) {
+    Put("/sys/devices/usb1/1-1/1-1:1.0/ttyUSB0/latency_timer", "16\n");
+    EXPECT_THAT(DeviceFindings(), ElementsAre("warning: the adapter keeps answers back for up to "
+                                              "16 ms [latency-timer]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "As root, `echo 1 > /sys/class/tty/ttyUSB0/device/latency_timer`; "
+              "`voltisctl doctor --udev` prints a rule that does it at each start.");
+}
+
+TEST_F(Doctor_Device, HasANameThatMayChange) {
+    profile.device = "/dev/ttyUSB0";
+    EXPECT_THAT(DeviceFindings(),
+                ElementsAre("note: the device '/dev/ttyUSB0' may be another adapter after the next "
+                            "start, when there are two [unstable-name]"));
+    EXPECT_EQ(DeviceRemedy(),
+              "Write Device=/dev/serial/by-id/usb-..., or use the rule of "
+              "`voltisctl doctor --udev`.");
+}
+
+// --- the rule -----------------------------------------------------------------------------------
+
+TEST_F(Doctor_Rule, KnowsAnAdapterByItsSerialNumber) {
+    EXPECT_EQ(doctor::UdevRule(machine, profile),
+              "# For /etc/udev/rules.d/60-voltis.rules. Then, as root:\n"
+              "#   udevadm control --reload && udevadm trigger --subsystem-match=tty\n"
+              "# and in the register's configuration: Device=/dev/voltis\n"
+              "ACTION!=\"remove\", SUBSYSTEM==\"tty\", \\\n"
+              "  ATTRS{idVendor}==\"0403\", ATTRS{idProduct}==\"6001\", ATTRS{serial}==\"FT1234\", "
+              "\\\n"
+              "  SYMLINK+=\"voltis\", GROUP=\"dialout\", MODE=\"0660\", \\\n"
+              "  ENV{ID_MM_DEVICE_IGNORE}=\"1\", ENV{ID_MM_PORT_IGNORE}=\"1\", \\\n"
+              "  ATTR{device/latency_timer}=\"1\"\n");
+}
+
+TEST_F(Doctor_Rule, KnowsAnAdapterWithoutANumberByItsSocket) {
+    Put("/sys/devices/usb1/1-1/serial", "a\"b\n");
+    profile.name = "bar";
+    EXPECT_THAT(doctor::UdevRule(machine, profile),
+                testing::AllOf(HasSubstr("# The adapter has no serial number"),
+                               HasSubstr("KERNELS==\"1-1\", ATTRS{idVendor}==\"0403\""),
+                               HasSubstr("SYMLINK+=\"voltis-bar\""),
+                               testing::Not(HasSubstr("ATTRS{serial}"))));
+}
+
+TEST_F(Doctor_Rule, KnowsABuiltInPortByItsName) {
+    AddDevice("/dev/ttyS0", 4);
+    Put("/sys/class/tty/ttyS0/rx_trig_bytes", "8\n");
+    profile.device = "/dev/ttyS0";
+    EXPECT_THAT(doctor::UdevRule(machine, profile),
+                testing::AllOf(HasSubstr("\n  KERNEL==\"ttyS0\", \\\n  SYMLINK"),
+                               HasSubstr("ATTR{rx_trig_bytes}=\"1\"")));
+}
+
+TEST_F(Doctor_Rule, IsForAPortThatIsThere) {
+    const auto why = [&]() -> std::string {
+        try {
+            return doctor::UdevRule(machine, profile);
+        } catch (const std::runtime_error& failure) {
+            return failure.what();
+        }
+    };
+    Put("/sys/devices/usb1/1-1/idVendor", "\"evil\n");
+    EXPECT_EQ(why(), "the adapter has nothing to know it by");
+    profile.device = "/dev/none";
+    EXPECT_EQ(why(), "there is no serial port '/dev/none'");
+}
+
+// --- the system ---------------------------------------------------------------------------------
+
+TEST_F(Doctor_System, NeedsAFolderForItsLogs) {
+    const auto logs = [&] { return doctor::CheckLogs(machine, "/var/log/voltis"); };
+    EXPECT_THAT(Said(logs()), ElementsAre("error: the folder of the logs, '/var/log/voltis', is "
+                                          "not there: every run of the driver ends with exit code "
+                                          "2 [logs-missing]"));
+    EXPECT_EQ(FirstRemedy(logs()), "As root, `install -d -m 2775 -g dialout /var/log/voltis`.");
+    Folder("/var/log/voltis");
+    EXPECT_THAT(Said(logs()), ElementsAre("error: the account 'pos' may not write into the folder "
+                                          "of the logs, '/var/log/voltis': every run of the "
+                                          "driver ends with exit code 2 [logs-rights]"));
+    EXPECT_EQ(FirstRemedy(logs()),
+              "As root, `chgrp dialout /var/log/voltis` and `chmod 2775 "
+              "/var/log/voltis`; the account must be in the group dialout.");
+    known["/var/log/voltis"] = {S_IFDIR | 02775, 0, dialout, 0};
+    EXPECT_THAT(logs(), IsEmpty());
+}
+
+TEST_F(Doctor_System, NeedsLogsThatCanBeWritten) {
+    Folder("/logs");
+    known["/logs"] = {S_IFDIR | 02775, 0, dialout, 0};
+    Put("/logs/voltis.log", "");
+    const doctor::Findings findings = doctor::CheckLogs(machine, "/logs");
+    EXPECT_THAT(Said(findings),
+                ElementsAre("error: the account 'pos' may not write the log '/logs/voltis.log': "
+                            "every run of the driver ends with exit code 2 [log-rights]"));
+    EXPECT_EQ(FirstRemedy(findings),
+              "As root, `chgrp dialout /logs/voltis.log` and `chmod 664 "
+              "/logs/voltis.log`.");
+}
+
+TEST_F(Doctor_System, NoticesALargeLog) {
+    Folder("/logs");
+    machine.account.uid = 0;
+    Put("/logs/dbgerror.log", "");
+    files::resize_file(tree.File("logs/dbgerror.log"), 100UL * 1024 * 1024);
+    const doctor::Findings findings = doctor::CheckLogs(machine, "/logs");
+    EXPECT_THAT(Said(findings), ElementsAre("note: the log '/logs/dbgerror.log' is larger than 100 "
+                                            "MB [log-large]"));
+    EXPECT_EQ(FirstRemedy(findings), "docs/setup.md, \"Logs\", has a configuration for logrotate.");
+}
+
+TEST_F(Doctor_System, NeedsRoomOnTheDisk) {
+    EXPECT_THAT(doctor::CheckSpace(machine, "/var/log/voltis"), IsEmpty());
+    room = 1024UL * 1024 * 5 / 2;
+    const doctor::Findings little = doctor::CheckSpace(machine, "/etc/voltis/none");
+    EXPECT_THAT(Said(little),
+                ElementsAre("warning: the disk of '/etc' has only 2.5 MB left [disk-full]"));
+    EXPECT_EQ(FirstRemedy(little),
+              "Make room; on a full disk result files are empty and logs lack runs.");
+    room = 0;
+    EXPECT_THAT(Said(doctor::CheckSpace(machine, "/")),
+                ElementsAre("error: the disk of '/' has only 0.0 MB left [disk-full]"));
+    room.reset();
+    EXPECT_THAT(doctor::CheckSpace(machine, "/"), IsEmpty());
+}
+
+TEST_F(Doctor_System, KnowsAMarkerThatStays) {
+    const auto marker = [&] { return doctor::CheckMarker(machine, "/pos"); };
+    EXPECT_THAT(marker(), IsEmpty());
+    Put("/pos/voltis.started.tmp", "");
+    EXPECT_THAT(Said(marker()),
+                ElementsAre("error: the account 'pos' cannot remove '/pos/voltis.started.tmp': "
+                            "every run in this folder ends with \"Another instance of driver is "
+                            "already running\" [marker-stays]"));
+    EXPECT_EQ(FirstRemedy(marker()),
+              "Remove it as its owner or as root, when no driver is at "
+              "work; and let the account write into the folder.");
+    known["/pos"] = {S_IFDIR | 01777, 0, 0, 0};
+    EXPECT_THAT(Said(marker()), ElementsAre(HasSubstr("[marker-stays]")));
+    known["/pos/voltis.started.tmp"] = {S_IFREG | 0644, cashier, cashier, 0};
+    EXPECT_THAT(Said(marker()), ElementsAre("note: a run of the driver is at work in '/pos', or "
+                                            "was killed there: voltis.started.tmp is there "
+                                            "[marker-left]"));
+    EXPECT_EQ(FirstRemedy(marker()), "Nothing: the next run removes it.");
+    known["/pos/voltis.started.tmp"] = {S_IFDIR | 0755, cashier, cashier, 0};
+    EXPECT_THAT(Said(marker()), ElementsAre(HasSubstr("[marker-stays]")));
+}
+
+TEST_F(Doctor_System, NeedsUserNamespaces) {
+    known["/usr/bin/bwrap"] = {S_IFREG | 0755, 0, 0, 0};
+    EXPECT_THAT(doctor::CheckSandbox(machine), IsEmpty());
+    Put("/proc/sys/kernel/unprivileged_userns_clone", "0\n");
+    Put("/proc/sys/user/max_user_namespaces", "0\n");
+    Put("/proc/sys/kernel/apparmor_restrict_unprivileged_userns", "1\n");
+    const doctor::Findings findings = doctor::CheckSandbox(machine);
+    EXPECT_THAT(Said(findings),
+                ElementsAre("error: the kernel lets only root make a user namespace, which the "
+                            "private root of a run needs [no-namespaces]",
+                            "error: the kernel is set to no user namespaces, and the private root "
+                            "of a run needs one [no-namespaces]",
+                            "warning: AppArmor restricts user namespaces, which the private root "
+                            "of a run needs [apparmor]"));
+    EXPECT_EQ(findings[0].remedy,
+              "As root, `sysctl -w kernel.unprivileged_userns_clone=1`, or run voltisctl as root.");
+    EXPECT_EQ(findings[1].remedy,
+              "As root, `sysctl -w user.max_user_namespaces=15000`, or run voltisctl as root.");
+    EXPECT_EQ(findings[2].remedy,
+              "As root, `sysctl -w "
+              "kernel.apparmor_restrict_unprivileged_userns=0`, or run "
+              "voltisctl as root.");
+    machine.account.uid = 0;
+    EXPECT_THAT(doctor::CheckSandbox(machine), IsEmpty());
+}
+
+TEST_F(Doctor_System, NeedsBubblewrap) {
+    const doctor::Findings findings = doctor::CheckSandbox(machine);
+    EXPECT_THAT(Said(findings), ElementsAre("error: bubblewrap, which makes the private root of a "
+                                            "run, is not installed [no-bubblewrap]"));
+    EXPECT_EQ(FirstRemedy(findings), "As root, `apt-get install bubblewrap`.");
+}
+
+TEST_F(Doctor_System, NeedsTheDriver) {
+    const doctor::Findings findings = doctor::CheckDriver(tree.File("none"));
+    EXPECT_THAT(Said(findings), ElementsAre(HasSubstr("error: no driver at '")));
+    EXPECT_EQ(FirstRemedy(findings),
+              "Install the driver as docs/setup.md says, or name it with --driver.");
+}
+
+// --- the journal --------------------------------------------------------------------------------
+
+class Doctor_Journal : public testing::Test {
+  protected:
+    std::string Path() const { return folder.File("journal.db"); }
+    doctor::Findings Check() const { return doctor::CheckJournal(Path(), now); }
+    std::int64_t Sent(journal::Journal& open) {
+        const std::int64_t number = open.Receive({{}, "bar", "/pos/a.txt", "DISPLAY_ON\n"});
+        open.StartSending(number, "bar", "");
+        return number;
+    }
+
+    TempDir folder;
+    std::chrono::system_clock::time_point now = std::chrono::system_clock::now();
+};
+
+TEST_F(Doctor_Journal, IsHealthyOrNotThere) {
+    EXPECT_THAT(Check(), IsEmpty());
+    EXPECT_FALSE(files::exists(Path()));
+    folder.Write("journal.db", "");
+    EXPECT_THAT(Check(), IsEmpty());
+    EXPECT_EQ(files::file_size(Path()), 0U);
+    journal::Journal open(Path());
+    Sent(open);
+    EXPECT_THAT(Check(), IsEmpty());
+}
+
+TEST_F(Doctor_Journal, HasJobsThatWait) {
+    journal::Journal open(Path());
+    open.Finish(Sent(open), {journal::unknown, "{}", 101, true});
+    Sent(open);
+    Sent(open);
+    now += std::chrono::hours(2);
+    const doctor::Findings findings = Check();
+    EXPECT_THAT(Said(findings),
+                ElementsAre("warning: 1 job in doubt [jobs-in-doubt]",
+                            "warning: 2 jobs cut off while it was sent: nobody has asked since "
+                            "[jobs-cut-off]"));
+    EXPECT_EQ(findings[0].remedy,
+              "`voltisctl jobs` lists them; look at the tape, and decide each "
+              "with `voltisctl resolve`.");
+    EXPECT_EQ(findings[1].remedy, "`voltisctl run` of the same job finds out what became of it.");
+}
+
+TEST_F(Doctor_Journal, IsNoJournal) {
+    folder.Write("journal.db", "no database at all, but some text\n");
+    EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("[journal-unusable]")));
+    EXPECT_EQ(FirstRemedy(Check()),
+              "Without its journal `voltisctl run` refuses jobs with an ID: give this account the "
+              "right to read and write it, or move it away.");
+}
+
+TEST_F(Doctor_Journal, IsDamaged) {
+    {
+        journal::Journal open(Path());
+        Sent(open);
+        journal::Run(journal::Database(Path(), nullptr), "PRAGMA wal_checkpoint(TRUNCATE)");
+    }
+    std::string bytes = ReadWholeFile(Path());
+    constexpr std::size_t page = 4096;
+    ASSERT_GT(bytes.size(), 3 * page);
+    bytes.replace(bytes.size() - page, page, std::string(page, '\xAB'));
+    folder.Write("journal.db", bytes);
+    EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("journal.db' is damaged: ")));
+    EXPECT_EQ(FirstRemedy(Check()),
+              "Move it away, and keep it: the next run makes a new one, which knows nothing of the "
+              "jobs so far.");
+}
