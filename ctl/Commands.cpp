@@ -8,6 +8,7 @@
 
 #include "ctl/Check.h"
 #include "ctl/Completion.h"
+#include "ctl/Doctor.h"
 #include "ctl/Emulate.h"
 #include "ctl/Explain.h"
 #include "ctl/HelpText.h"
@@ -36,6 +37,7 @@ struct SubCommand {
 constexpr SubCommand subCommands[] = {
     {"check", "Find all mistakes of command files, without a register", BindCheck},
     {"completion", "Print what makes a shell complete voltisctl's words", BindCompletion},
+    {"doctor", "Find what keeps a register from working on this machine", BindDoctor},
     {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
     {"explain", "Tell what a code or a message means, and what to do", BindExplain},
     {"jobs", "Show what became of the jobs in the journal", BindJobs},

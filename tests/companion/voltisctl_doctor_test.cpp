@@ -1,0 +1,423 @@
+// `voltisctl doctor` from outside.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "companion/journal/Journal.h"
+#include "companion/runner/DeviceLock.h"
+#include "tests/companion/Site.h"
+#include "tests/companion/Tool.h"
+#include "tests/support/JsonSchema.h"
+#include "tests/support/Regex.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+class DoctorTest : public testing::Test {
+  protected:
+    DoctorTest() { site_.Configure("ResultFileName=result.txt\n"); }
+
+    Words Arguments(const Words& more) {
+        return Words{"doctor", "--journal", site_.File("journal.db"), "--folder",
+                     site_.File("logs")} +
+               site_.Folders() + more;
+    }
+    Answer Doctor(const Words& more = {}, const Words& environment = {}) {
+        return RunTool(Arguments(more), environment);
+    }
+    Answer Served(const Words& more) {
+        return site_.Served([&] { return Doctor(more); });
+    }
+    nlohmann::json Json(const Words& more) {
+        const std::string said = Served(more + Words{"--json"}).text;
+        const auto value = nlohmann::json::parse(said);
+        const auto schema =
+            nlohmann::json::parse(ReadWholeFile(std::string(SCHEMAS_DIR) + "/doctor.schema.json"));
+        EXPECT_THAT(MistakesBySchema(value, schema), testing::IsEmpty()) << said;
+        return value;
+    }
+
+    Site site_;
+};
+
+std::vector<std::string> CodesIn(const nlohmann::json& said) {
+    std::vector<std::string> codes;
+    for (const auto& finding : said["findings"])
+        if (finding["code"] != "as-root") codes.push_back(finding["code"]);
+    return codes;
+}
+
+}  // namespace
+
+using voltisctlDoctor = DoctorTest;
+
+TEST_F(voltisctlDoctor, FindsNothingWhereAllIsWell) {
+    const Answer answer = Doctor({"--user", std::to_string(getuid())});
+    EXPECT_EQ(answer.exitCode, 0) << answer.text;
+    EXPECT_EQ(answer.text, "note: register 'default': the device '" + site_.Device() +
+                               "' is a pseudo terminal, not a\n  serial port [pseudo-terminal]\n"
+                               "  Nothing, when an emulated register is meant.\n\n"
+                               "0 errors, 0 warnings, 1 note\n");
+}
+
+TEST_F(voltisctlDoctor, TellsTheWorstFirst) {
+    site_.Configure("ResultFileName=result.txt\nCmdTimeout_Report=30000\nCodePage=utf8\n");
+    const auto said = Json({});
+    EXPECT_THAT(CodesIn(said), testing::ElementsAre("no-such-code-page", "timeout-wraps",
+                                                    "timeout-wraps", "pseudo-terminal"));
+    EXPECT_EQ(said["findings"][0]["line"], 5);
+    EXPECT_EQ(said["findings"][0]["file"], site_.File("voltis.ini"));
+    EXPECT_EQ(said["findings"][0]["register"], "default");
+    EXPECT_TRUE(said["answer"].is_null());
+    const Answer text = Doctor();
+    EXPECT_EQ(text.exitCode, 1);
+    EXPECT_TRUE(Holds(text.text, {"error: " + site_.File("voltis.ini") + ":5:", "CodePage=utf8",
+                                  "[no-such-code-page]\n  Write RIM, DOS or TILDE"}));
+}
+
+TEST_F(voltisctlDoctor, SaysThatRootSeesLess) {
+    const Answer answer = Doctor({}, {});
+    const std::string note =
+        "note: root may do everything: what another account may is not seen "
+        "[as-root]\n  Name the account of the point-of-sale program by "
+        "--user.\n";
+    EXPECT_EQ(answer.text.find(note) != std::string::npos, getuid() == 0) << answer.text;
+}
+
+TEST_F(voltisctlDoctor, LooksAtEverythingThatARunNeeds) {
+    std::filesystem::remove(site_.File("logs"));
+    site_.Folder().Write("journal.db", "no journal\n");
+    EXPECT_THAT(
+        CodesIn(Json({"--driver", site_.File("none")})),
+        testing::ElementsAre("logs-missing", "no-driver", "journal-unusable", "pseudo-terminal"));
+}
+
+TEST_F(voltisctlDoctor, NamesWhatIsWrongWithTheCommandLine) {
+    const Answer user = Doctor({"--user", "nobody-of-that-name"});
+    EXPECT_EQ(user.exitCode, 2);
+    EXPECT_EQ(user.text, "voltisctl: there is no user 'nobody-of-that-name'\n");
+    EXPECT_EQ(Doctor({"--hands"}).exitCode, 2);
+    EXPECT_EQ(Doctor({"--root", "/none"}).exitCode, 2);
+    EXPECT_EQ(Doctor({"--root", site_.File("logs"), "--ask"}).text,
+              "voltisctl: no register can be asked on a system below another root\n");
+    EXPECT_EQ(Doctor({"--udev"}).text,
+              "voltisctl: there is no serial port '" + site_.Device() + "'\n");
+    EXPECT_EQ(Doctor({"--report", site_.File("none/report")}).exitCode, 2);
+    EXPECT_EQ(Doctor({"--register", "none"}).exitCode, 1);
+}
+
+// --- another root -------------------------------------------------------------------------------
+
+TEST_F(voltisctlDoctor, LooksBelowAnotherRoot) {
+    const TempDir root;
+    std::filesystem::create_directories(root.File("etc/voltis"));
+    std::filesystem::create_directories(root.File("var/log/voltis"));
+    root.Write("etc/voltis/voltis.ini", "[VOLTIS]\nComNumber=3\nResultFileName=a\n");
+    const Answer answer = RunTool({"doctor", "--root", root.Path(), "--folder", "/", "--json"});
+    EXPECT_EQ(answer.exitCode, 1);
+    const auto codes = CodesIn(nlohmann::json::parse(answer.text));
+    EXPECT_THAT(codes, testing::Contains("device-missing"));
+    EXPECT_THAT(codes, testing::Contains("no-bubblewrap"));
+    EXPECT_THAT(codes, testing::Not(testing::Contains("logs-missing")));
+}
+
+// --- the report ---------------------------------------------------------------------------------
+
+TEST_F(voltisctlDoctor, WritesAReportWithNothingPersonalInIt) {
+    const TempDir root;
+    const TempDir etc;
+    const std::string home = "/home/annabel/pos";
+    for (const char* folder : {"/etc/voltis/registers", "/proc/sys/kernel", "/home/annabel/pos"})
+        std::filesystem::create_directories(root.Path() + folder);
+    root.Write("etc/os-release", "ID=debian\nVERSION_ID=\"12\"\nPRETTY_NAME=\"Annabels\"\n");
+    root.Write("proc/sys/kernel/osrelease", "6.1.0-annabel\n");
+    root.Write("etc/voltis/voltis.ini",
+               "[VOLTIS]\nDevice=/dev/annabel\nResultFileName=annabel.txt\nNetworkID=300\n"
+               "CodePage=annabel\nHabit=number-only annabel\nannabel=1\nIpAddress=annabel\n"
+               "ComSettings=annabel\n[annabel]\nNetworkID=annabel\n");
+    root.Write("etc/voltis/registers/annabel.ini", "[VOLTIS]\nSandbox=annabel\n");
+    root.Write("home/annabel/pos/voltis.started.tmp", "");
+    const std::string journal = etc.File("annabel.db");
+    {
+        journal::Journal open(journal);
+        const auto number = open.Receive({"annabel", "annabel", "/home/annabel/a", "annabel"});
+        open.StartSending(number, "annabel", "annabel");
+        open.Finish(number, {journal::unknown, "annabel", 101, true});
+    }
+    const std::string file = etc.File("report.txt");
+    const Answer answer = RunTool({"doctor", "--root", root.Path(), "--logs", home + "/none",
+                                   "--folder", home, "--journal", journal, "--report", file});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_TRUE(Holds(answer.text, {"annabel"}));
+    const std::string report = ReadWholeFile(file);
+    for (const std::string& personal : {std::string("nnabel"), root.Path(), etc.Path()})
+        EXPECT_EQ(report.find(personal), std::string::npos) << report;
+    EXPECT_TRUE(Holds(
+        report, {"system debian 12, kernel 6.1.0\n", "register 1, its device is not there\n",
+                 "    NetworkID=300\n", "    ResultFileName=...\n", "    ...=...\n",
+                 "in another section: NetworkID=...\n",
+                 "error device-missing: register 1: ", "warning jobs-in-doubt: 1 job in doubt\n"}));
+}
+
+// --- the register -------------------------------------------------------------------------------
+
+TEST_F(voltisctlDoctor, AsksTheRegister) {
+    const auto said = Json({"--ask"});
+    EXPECT_EQ(said["register"], "default");
+    EXPECT_EQ(said["answer"],
+              nlohmann::json(
+                  {{"model", "ocelot"}, {"protocol", 2}, {"frames", "ocelot"}, {"network_id", 1}}));
+    EXPECT_THAT(CodesIn(said), testing::ElementsAre("pseudo-terminal"));
+    EXPECT_TRUE(site_.Register().Journal().empty());
+    EXPECT_TRUE(std::filesystem::is_empty(site_.File("locks")));
+    site_.Configure("ResultFileName=a\nNetworkID=7\n");
+    const Answer other = Served({"--ask"});
+    EXPECT_EQ(other.exitCode, 1);
+    EXPECT_TRUE(Holds(other.text, {"register 'default': ocelot, fiscal protocol 2, Ocelot frames, "
+                                   "network ID 1\n",
+                                   "  Write NetworkID=1.\n"}));
+}
+
+TEST_F(voltisctlDoctor, TellsWhenNobodyAnswers) {
+    site_.Register().PowerOff();
+    EXPECT_THAT(CodesIn(Json({"--ask"})), testing::ElementsAre("no-answer", "pseudo-terminal"));
+}
+
+TEST_F(voltisctlDoctor, LeavesARegisterAloneThatARunHas) {
+    runner::Profile profile;
+    profile.device = site_.Device();
+    const runner::DeviceLock lock(runner::LockFileOf(profile, site_.File("locks")));
+    const Answer asked = Doctor({"--ask"});
+    EXPECT_EQ(asked.exitCode, 1);
+    EXPECT_TRUE(Holds(asked.text, {"error: the register was not asked: the register is in use by",
+                                   "[not-asked]\n  Ask again when that is put right, or the run "
+                                   "has ended.\n",
+                                   "[locked]"}));
+    const Answer habits = Doctor({"--habits", "--yes"});
+    EXPECT_EQ(habits.exitCode, 2);
+    EXPECT_TRUE(Holds(habits.text, {"voltisctl: the register is in use by process"}));
+}
+
+TEST_F(voltisctlDoctor, PrintsTheHabitLine) {
+    const Answer answer = Served({"--habits", "--yes"});
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_EQ(answer.text,
+              "register 'default': ocelot, fiscal protocol 2, Ocelot frames, network ID 1\n"
+              "\n"
+              "  number-only               no\n"
+              "  forgets-at-status         possible\n"
+              "  forgets-at-request        possible\n"
+              "  answers-stray-eof         no\n"
+              "  silent-when-unreadable    no\n"
+              "  forgets-without-power     possible\n"
+              "\n"
+              "Habit=\n"
+              "\n"
+              "What is possible shows only with a person at the register: ask again with\n"
+              "--hands. Until it is known, verdicts count on the register not having it.\n"
+              "\n"
+              "0 errors, 0 warnings, 0 notes\n");
+    EXPECT_EQ(site_.Register().Journal().back().command, emulator::ExitFiscalMode);
+}
+
+TEST_F(voltisctlDoctor, ComparesTheHabitsWithTheConfiguredOnes) {
+    site_.Configure("ResultFileName=a\nHabit=forgets-at-status number-only\n");
+    const auto said = Json({"--habits", "--yes"});
+    EXPECT_EQ(said["habit_line"], "Habit=forgets-at-status");
+    EXPECT_EQ(said["habits"]["number-only"], "no");
+    ASSERT_THAT(CodesIn(said), testing::ElementsAre("habit-differs"));
+    EXPECT_EQ(said["findings"][0]["message"],
+              "the register's habits are not those that are configured");
+    EXPECT_EQ(said["findings"][0]["remedy"],
+              "Write Habit=forgets-at-status into the register's file.");
+}
+
+TEST_F(voltisctlDoctor, HasAPersonAtTheRegister) {
+    const auto tell = [&](const std::function<void()>& action) {
+        std::promise<void> done;
+        site_.Station().server.Post([&] {
+            action();
+            done.set_value();
+        });
+        done.get_future().wait();
+    };
+    emulator::Register& device = site_.Register();
+    site_.Served([&] {
+        Tool tool(Arguments({"--habits", "--yes", "--hands"}));
+        const auto press = [&](const char* prompt, auto action) {
+            tool.SaidUpTo(prompt);
+            tell(action);
+            tool.Type("");
+        };
+        const auto toX = [&] { device.SetKeylock(emulator::Keylock::X); };
+        const auto toReg = [&] { device.SetKeylock(emulator::Keylock::Reg); };
+        press("from REG to X, and press Enter (s and Enter: skip this): ", toX);
+        press("back to REG, and press Enter", toReg);
+        press("from REG to X, and press Enter", toX);
+        press("off, on again, wait until it is ready, and press Enter",
+              [&] { device.PowerOff(), device.PowerOn(); });
+        press("back to REG, and press Enter", toReg);
+        EXPECT_EQ(tool.Wait(), 0);
+        EXPECT_TRUE(
+            Holds(tool.Said(), {"  forgets-at-status         no\n", "\nHabit=\n\n0 errors"}));
+        return 0;
+    });
+}
+
+TEST_F(voltisctlDoctor, AsksForConsent) {
+    const Answer answer = Doctor({"--habits"});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_EQ(answer.text,
+              "voltisctl: --habits works on the register: say --yes, or ask on a terminal\n");
+}
+
+TEST_F(voltisctlDoctor, SaysWhyHabitsCannotBeAsked) {
+    site_.Register().SetKeylock(emulator::Keylock::X);
+    const Answer answer = Served({"--habits", "--yes"});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_EQ(answer.text,
+              "voltisctl: the register's key is not in REG; turn it there, and ask again\n");
+    site_.Folder().Write("voltis.ini", "[VOLTIS]\nIpAddress=a\nUdpPort=1\n");
+    EXPECT_EQ(Doctor({"--habits", "--yes"}).text,
+              "voltisctl: the register is not at a serial port\n");
+}
+
+// --- its page -----------------------------------------------------------------------------------
+
+namespace {
+
+/// The block of that number of the page, from 0.
+std::string BlockOfDoctorPage(int number) {
+    const std::string page = ReadWholeFile(examples + "/../docs/doctor.md");
+    const std::string fence = "\n```\n";
+    std::size_t begin = page.find(fence);
+    for (; number > 0; --number) begin = page.find(fence, page.find(fence, begin + 1) + 1);
+    begin += fence.size();
+    return page.substr(begin, page.find("```", begin) - begin);
+}
+
+// The machine of the page: nothing is plugged in.
+class DoctorPage : public testing::Test {
+  protected:
+    DoctorPage() {
+        Put("etc/voltis/voltis.ini", BlockOfDoctorPage(0));
+        Put("etc/os-release", "ID=debian\nVERSION_ID=\"12\"\n");
+        Put("proc/sys/kernel/osrelease", "6.1.0-18-amd64\n");
+        Put("usr/bin/bwrap", "");
+        std::filesystem::permissions(root_.File("usr/bin/bwrap"), std::filesystem::perms(0755));
+        std::filesystem::create_directories(root_.File("var/log/voltis"));
+    }
+    void Put(const std::string& path, const std::string& text) {
+        std::filesystem::create_directories(std::filesystem::path(root_.File(path)).parent_path());
+        root_.Write(path, text);
+    }
+    void PlugIn() {
+        Put("dev/ttyUSB0", "");
+        Put("sys/devices/usb1/1-1/idVendor", "0403\n");
+        Put("sys/devices/usb1/1-1/idProduct", "6001\n");
+        Put("sys/devices/usb1/1-1/serial", "AB0JQ4TZ\n");
+        Put("sys/devices/usb1/1-1/1-1:1.0/ttyUSB0/latency_timer", "16\n");
+        std::filesystem::create_directories(root_.File("sys/class/tty/ttyUSB0"));
+        std::filesystem::create_symlink("../../../devices/usb1/1-1/1-1:1.0/ttyUSB0",
+                                        root_.File("sys/class/tty/ttyUSB0/device"));
+    }
+    Answer Doctor(const Words& more) {
+        return RunTool(Words{"doctor", "--root", root_.Path(), "--folder", "/"} + more);
+    }
+
+    TempDir root_;
+};
+
+// At the far end of a line, with these options.
+class EmulatedSite {
+  public:
+    explicit EmulatedSite(const Words& options, const std::string& configuration = "")
+        : register_(Words{"emulate"} + options) {
+        std::string device = register_.SaidUpTo("\n");
+        device.pop_back();
+        folder_.Write("voltis.ini", "[VOLTIS]\nDevice=" + device + "\n" + configuration);
+    }
+    Answer Doctor(const Words& more) {
+        return RunTool(Words{"doctor", "--config", folder_.Path(), "--locks", folder_.Path(),
+                             "--logs", folder_.Path()} +
+                       more);
+    }
+    void Type(const std::string& line) {
+        register_.Type(line);
+        register_.SaidUpTo("\n");
+    }
+
+  private:
+    TempDir folder_;
+    Tool register_;
+};
+
+}  // namespace
+
+using voltisctlDoctorPage = DoctorPage;
+
+TEST_F(voltisctlDoctorPage, ShowsWhatIsFoundAndReported) {
+    const Words asUser = {"--user", std::to_string(getuid())};
+    const TempDir folder;
+    const std::string file = folder.File("report.txt");
+    EXPECT_EQ(Doctor(asUser + Words{"--report", file}).text, BlockOfDoctorPage(1));
+    std::string report = ReadWholeFile(file);
+    const std::size_t root = report.find("as root\n");
+    if (root != std::string::npos) report.replace(root, 8, "as a user\n");
+    EXPECT_EQ(report, BlockOfDoctorPage(5));
+}
+
+TEST_F(voltisctlDoctorPage, ShowsTheRule) {
+    PlugIn();
+    EXPECT_EQ(Doctor({"--udev"}).text, BlockOfDoctorPage(4));
+}
+
+TEST_F(voltisctlDoctorPage, ShowsWhatTheRegisterAnswers) {
+    EmulatedSite site({}, "NetworkID=7\nResultFileName=a\n");
+    site.Type("key off");
+    const std::string said = site.Doctor({"--ask"}).text;
+    EXPECT_TRUE(Holds(said, {BlockOfDoctorPage(2)}));
+}
+
+TEST_F(voltisctlDoctorPage, ShowsHabits) {
+    EmulatedSite site({"--habit", "answers-stray-eof"});
+    EXPECT_EQ(site.Doctor({"--habits", "--yes"}).text, BlockOfDoctorPage(3));
+}
+
+TEST_F(voltisctlDoctorPage, NamesEveryCode) {
+    const std::string page = ReadWholeFile(examples + "/../docs/doctor.md");
+    const Regex code(R"re(Severity::\w+(?: : \w+::\w+)?,\s*"([a-z-]+)")re");
+    const Regex keyed(R"re(AddAt\([^"]*(?:"\w+"[^"]*)?"([a-z]+-[a-z-]+)",)re");
+    int codes = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(examples + "/../companion/doctor")) {
+        const std::string text = ReadWholeFile(entry.path());
+        for (const Regex& form : {code, keyed}) {
+            for (const Regex::Found& found : form.FindAll(text)) {
+                ++codes;
+                EXPECT_NE(page.find("`" + found[1] + "`"), std::string::npos) << found[1];
+            }
+        }
+    }
+    EXPECT_GT(codes, 40);
+}
+
+TEST(voltisctlDoctorHabits, AreThoseOfTheEmulatedRegister) {
+    for (const char* model : {"ocelot", "margay"}) {
+        const std::string family = model == std::string("margay") ? "1" : "0";
+        EmulatedSite site({"--model", model, "--habit", "number-only", "--habit",
+                           "forgets-at-status", "--habit", "silent-when-unreadable"},
+                          "ProtocolFormatting=" + family + "\n");
+        const Answer answer = site.Doctor({"--habits", "--yes"});
+        EXPECT_EQ(answer.exitCode, 1);
+        EXPECT_TRUE(
+            Holds(answer.text, {"\nHabit=number-only forgets-at-status silent-when-unreadable\n",
+                                "  forgets-without-power     possible\n", "[habit-differs]"}));
+    }
+}
