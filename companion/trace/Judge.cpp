@@ -7,8 +7,8 @@ using verdict::Verdict;
 
 namespace {
 
-constexpr std::size_t mostCommands = 250000;
-constexpr std::size_t mostEffort = 10'000'000;
+constexpr std::size_t mostCommands = 400000;
+constexpr std::size_t mostEffort = 20'000'000;
 constexpr std::size_t mostDoubts = 5;
 
 verdict::Question QuestionOf(const verdict::Wire& wire, const verdict::Promises& promises,

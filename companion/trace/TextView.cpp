@@ -38,6 +38,8 @@ std::string TimeText(const std::optional<double>& at) {
 
 std::string Milliseconds(double ms) {
     constexpr double exact = 10000;
+    constexpr double longest = 86'400'000;  // what is longer is a clock that was set
+    if (ms > longest) return "> 1 day";
     const bool tenths = ms < exact;
     const long long number = std::llround(ms * (tenths ? 10 : 1));
     if (!tenths) return std::to_string(number) + " ms";
@@ -364,9 +366,14 @@ void TextView::Begin(const RunHead& head) {
         return;
     }
     if (head.at) out_ += "  " + DateText(*head.at) + " " + ClockText(*head.at);
-    out_ += "  " + Shown(head.driver) + "\n";
+    constexpr std::size_t driverWidth = 30;  // of real ones half of it
+    const std::string driver = Shown(head.driver);
+    std::string_view rest = driver;
+    out_ += "  ";
+    out_ += TakeLine(rest, driverWidth);
+    out_ += '\n';
     const std::string commandLine = Shown(head.commandLine);
-    for (std::string_view rest = commandLine; !rest.empty();) {
+    for (rest = commandLine; !rest.empty();) {
         out_ += "  ";
         out_ += TakeLine(rest, lineWidth - 2);
         out_ += '\n';
