@@ -265,6 +265,81 @@ void MeasureCheck(Report& report, const Effort& effort) {
                 0.5, Note("%.1f MB", static_cast<double>(runs[1].PeakKb()) / 1024)});
 }
 
+namespace {
+
+constexpr char traceHead[] =
+    "14.03.2026 08:41:12.108  VOLTIS v2.5.0 started. Command line : \"voltis\" /pos/sale.txt\n"
+    "14.03.2026 08:41:12.113  ------ Reading ECR fiscal status ------\n"
+    "PC->ECR   5 bytes in    0.1 ms : d9 01 d1 09 4c\n"
+    "PC<-ECR   4 bytes in    6.3 ms : d9 06 df 42\n"
+    "PC<-ECR  19 bytes in   14.8 ms : 41 00 06 01 00 10 00 00 12 06 00 00 00 00 00 00 00 42 4e\n"
+    "PC->ECR   4 bytes in    0.1 ms : d9 06 df 42\n"
+    "PC<-ECR   4 bytes in    5.2 ms : ff ff 00 02\n"
+    "PC->ECR   4 bytes in    0.1 ms : d9 06 df 42\n";
+
+// A data frame with its check bytes, as a line of the log.
+std::string DataLine(std::vector<unsigned> bytes) {
+    unsigned all = 0;
+    unsigned sum = 0;
+    for (const unsigned byte : bytes) {
+        all ^= byte;
+        sum += byte;
+    }
+    bytes.push_back(all);
+    bytes.push_back((0U - (sum + all)) & 0xFFU);
+    std::string line = Note("PC->ECR %3d bytes in    0.1 ms :", static_cast<int>(bytes.size()));
+    for (const unsigned byte : bytes) line += Note(" %02x", byte);
+    return line + "\n";
+}
+
+std::string LoggedSale(int number) {
+    const auto sequence = static_cast<unsigned>(number % 0xFFFE + 1);
+    std::vector<unsigned> bytes = {sequence & 0xFFU, sequence >> 8, 1};
+    for (const char letter : std::string("RYE BREAD         "))
+        bytes.push_back(static_cast<unsigned>(letter));
+    for (const unsigned digit : {0x00U, 0x10U, 0x00U, 0x00U, 0x00U, 0x02U, 0x50U})
+        bytes.push_back(digit);
+    const std::string ack = "PC<-ECR   4 bytes in    6.1 ms : d9 06 df 42\n";
+    return "PC->ECR   5 bytes in    0.1 ms : d0 01 b3 62 1a\n" + ack + DataLine(bytes) + ack +
+           "PC->ECR   4 bytes in    0.1 ms : ff ff 00 02\n" + ack;
+}
+
+// Of that many megabytes; a run ends after so many sales.
+void WriteLog(const std::string& file, double megabytes, int salesOfRun) {
+    std::ofstream out(file);
+    constexpr double million = 1e6;
+    constexpr int framesOfStatus = 3;
+    while (static_cast<double>(out.tellp()) < megabytes * million) {
+        out << traceHead;
+        int sales = 0;
+        for (; sales < salesOfRun && static_cast<double>(out.tellp()) < megabytes * million;
+             ++sales)
+            out << LoggedSale(sales);
+        out << "14.03.2026 08:41:24.848  I/O statistics : OUT frames = "
+            << framesOfStatus + 3 * sales << ", IN frames = 1\n";
+    }
+}
+
+}  // namespace
+
+void MeasureTrace(Report& report, const Effort& effort) {
+    const std::string group = "voltisctl trace";
+    const double megabytes = effort.judged ? 100 : 1;
+    const int endless = 1000000000;
+    WriteLog("runs.log", megabytes, 10);
+    WriteLog("run.log", megabytes, endless);
+    const std::vector<Series> logs =
+        RunInTurn(effort.judged ? 3 : 1,
+                  {{VOLTISCTL_PATH, "trace", "runs.log"}, {VOLTISCTL_PATH, "trace", "run.log"}});
+    const char* const names[] = {"runs of ten sales", "one run"};
+    for (std::size_t i = 0; i < logs.size(); ++i) {
+        report.Add({group, std::string("100 MB, ") + names[i], logs[i].WallMs() / 1000, "s",
+                    If(effort.judged, Limit::AtMost), 4});
+        report.Add({group, std::string("peak memory, ") + names[i],
+                    static_cast<double>(logs[i].PeakKb()) / 1024, "MB", Limit::AtMost, 64});
+    }
+}
+
 void MeasureFreshReading(Report& report, const Effort& effort) {
     const std::string group = "Reading a file in a fresh process";
     const double few = 1000;

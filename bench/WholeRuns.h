@@ -46,6 +46,8 @@ void MeasureStart(Report& report, const Effort& effort);
 void MeasureCompanion(Report& report, const Effort& effort);
 /// `voltisctl check` of a file for one model.
 void MeasureCheck(Report& report, const Effort& effort);
+/// `voltisctl trace` of a log of many runs, and of one of a single run.
+void MeasureTrace(Report& report, const Effort& effort);
 void MeasureFreshReading(Report& report, const Effort& effort);
 std::vector<RunCost> MeasureGrowth(Report& report, const Effort& effort);
 

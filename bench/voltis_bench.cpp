@@ -1,7 +1,7 @@
 // Measures the driver and prints every figure in one table:
 //   voltis_bench [--quick] [--only SECTION] [--json FILE] [--plot FOLDER]
 // The exit code is 1 when a figure misses its limit. --quick measures too little to judge by time,
-// but everything once. The sections: start, line, processor, run, check, reading, parts,
+// but everything once. The sections: start, line, processor, run, check, trace, reading, parts,
 // growth.
 //
 // It runs itself again in a sandbox with an /etc/voltis, a /var/log/voltis and a /dev/ttyS0 of its
@@ -122,6 +122,7 @@ constexpr Section sections[] = {
      }},
     {"run", [](Bench& bench) { MeasureCompanion(bench.report, bench.effort); }},
     {"check", [](Bench& bench) { MeasureCheck(bench.report, bench.effort); }},
+    {"trace", [](Bench& bench) { MeasureTrace(bench.report, bench.effort); }},
     {"reading", [](Bench& bench) { MeasureFreshReading(bench.report, bench.effort); }},
     {"parts",
      [](Bench& bench) {
