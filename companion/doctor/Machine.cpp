@@ -107,7 +107,7 @@ bool Machine::Grants(const std::string& path, unsigned rights) const {
 
 bool Machine::GrantsFolder(const std::string& path) const {
     const auto folder = FactsOf(path);
-    return folder && S_ISDIR(folder->mode) && Grants(path, Write | Search);
+    return folder && S_ISDIR(folder->mode) && Grants(path, Write | Right::Search);
 }
 
 // Not blocking: what is in the place of a file may be anything.

@@ -106,7 +106,7 @@ std::string NumberOf(const std::vector<runner::Profile>& profiles, const std::st
                : "register " + std::to_string(found - profiles.begin() + 1) + ": ";
 }
 
-std::string Line(const Finding& finding, const std::vector<runner::Profile>& profiles) {
+std::string FindingLine(const Finding& finding, const std::vector<runner::Profile>& profiles) {
     const std::string place =
         finding.line == 0 ? "" : "line " + std::to_string(finding.line) + ": ";
     return std::string(Word(finding.severity)) + " " + finding.code + ": " +
@@ -130,7 +130,7 @@ std::string Report(const Machine& machine, const std::vector<runner::Profile>& p
     }
     text << '\n';
     for (const std::string& answer : answers) text << answer << '\n';
-    for (const Finding& finding : findings) text << Line(finding, profiles);
+    for (const Finding& finding : findings) text << FindingLine(finding, profiles);
     if (findings.empty()) text << "nothing was found\n";
     return text.str();
 }

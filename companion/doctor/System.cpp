@@ -133,7 +133,7 @@ bool HasBubblewrap(const Machine& machine) {
     for (const std::string& folder : SearchPath()) {
         const std::string path = folder + "/bwrap";
         const auto facts = machine.FactsOf(path);
-        if (facts && S_ISREG(facts->mode) && machine.Grants(path, Search)) return true;
+        if (facts && S_ISREG(facts->mode) && machine.Grants(path, Right::Search)) return true;
     }
     return false;
 }

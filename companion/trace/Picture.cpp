@@ -39,15 +39,26 @@ constexpr char pictureStyle[] =
     "  path.again { stroke: #9a6700; fill: none; } path.stale { stroke: #9a6700; stroke-dasharray: "
     "6 3; }\n"
     "  path.cut { stroke: #8c959f; } marker path { fill: #4a6fa5; stroke: none; }\n"
+    "  #head-bad path { fill: #b3261e; } #head-again path, #head-stale path { fill: #9a6700; }\n"
     "  @media (prefers-color-scheme: dark) {\n"
     "    text { fill: #e6edf3; } .quiet { fill: #9198a1; } .bad { fill: #ff8b82; }\n"
     "    .again { fill: #d9a441; } path { stroke: #7da3d8; }\n"
     "    path.life, path.cut { stroke: #6e7781; } path.bad { stroke: #ff8b82; }\n"
     "    path.again, path.stale { stroke: #d9a441; } marker path { fill: #7da3d8; stroke: none; }\n"
+    "    #head-bad path { fill: #ff8b82; } #head-again path, #head-stale path { fill: #d9a441; }\n"
     "  }\n"
-    "</style>\n"
-    "<marker id=\"head\" viewBox=\"0 0 8 8\" refX=\"8\" refY=\"4\" markerWidth=\"7\" "
-    "markerHeight=\"7\" orient=\"auto\"><path d=\"M0 0L8 4L0 8z\"/></marker>\n";
+    "</style>\n";
+
+// An arrow's head does not take over the colour of its line.
+std::string ArrowHeads() {
+    std::string all;
+    for (const char* name : {"head-", "head-bad", "head-again", "head-stale"}) {
+        all += std::string("<marker id=\"") + name +
+               "\" viewBox=\"0 0 8 8\" refX=\"8\" refY=\"4\" markerWidth=\"7\" "
+               "markerHeight=\"7\" orient=\"auto\"><path d=\"M0 0L8 4L0 8z\"/></marker>\n";
+    }
+    return all;
+}
 
 // For XML, without control characters.
 std::string Escaped(const std::string& text) {
@@ -85,8 +96,8 @@ class Canvas {
         body_ += Escaped(text) + "</text>\n";
     }
     void Arrow(double x1, double y1, double x2, double y2, const char* style) {
-        Add("<path class=\"%s\" marker-end=\"url(#head)\" d=\"M%.0f %.1fL%.0f %.1f\"/>\n", style,
-            x1, y1, x2, y2);
+        Add("<path class=\"%s\" marker-end=\"url(#head-%s)\" d=\"M%.0f %.1fL%.0f %.1f\"/>\n", style,
+            style, x1, y1, x2, y2);
     }
     void Cross(double x, double y) {
         Add("<path class=\"bad\" d=\"M%.0f %.1fl10 10m0 -10l-10 10\"/>\n", x - 5, y - 5);
@@ -371,8 +382,8 @@ std::string Picture::Document() const {
                   "<path class=\"cut\" d=\"M180 %.1fv8m0 -4h100m0 -4v8\"/>\n", y - 8);
     return head.data() +
            ("<title id=\"title\">" + Escaped(title) + "</title>\n<desc id=\"desc\">") +
-           Escaped(Description(end_)) + "</desc>\n" + pictureStyle + canvas.Body() + ruler.data() +
-           "</svg>\n";
+           Escaped(Description(end_)) + "</desc>\n" + pictureStyle + ArrowHeads() + canvas.Body() +
+           ruler.data() + "</svg>\n";
 }
 
 }  // namespace trace

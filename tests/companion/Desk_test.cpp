@@ -607,3 +607,31 @@ TEST(DeskFiles, AFolderAndADeviceAreNoFiles) {
     EXPECT_THROW(desk::ReadIfAny("/dev/zero"), std::runtime_error);
     EXPECT_THROW(desk::ReadIfAny("/"), std::runtime_error);
 }
+
+// --- the page ------------------------------------------------------------------------------------
+
+namespace {
+
+/// The first block in fences after these words of docs/emulator.md.
+std::string BlockAfter(const std::string& words) {
+    const std::string page =
+        desk::ReadIfAny(VOLTIS_SOURCE_DIR "/docs/emulator.md").value_or("there is no page");
+    const std::size_t fence = page.find("\n```", page.find(words));
+    EXPECT_NE(fence, std::string::npos) << words;
+    const std::size_t begin = page.find('\n', fence + 1) + 1;
+    return page.substr(begin, page.find("```\n", begin) - begin);
+}
+
+}  // namespace
+
+TEST(DeskPage, ShowsFaultsThatCanBeOrdered) {
+    EXPECT_EQ(desk::ReadFaults(BlockAfter("One fault a line")).size(), 7U);
+    EXPECT_NE(BlockAfter("A line that is wrong").find(MistakeIn("power off at dat 3").substr(5)),
+              std::string::npos);
+}
+
+TEST(DeskPage, ShowsAProgramThatARegisterTakes) {
+    const emulator::RegisterConfig config = ProgrammedWith(BlockAfter("`--program FILE` is JSON"));
+    EXPECT_EQ(config.header.size(), 2U);
+    EXPECT_EQ(config.plus.size(), 1U);
+}

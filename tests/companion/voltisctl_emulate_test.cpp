@@ -288,6 +288,11 @@ TEST(voltisctlEmulate, KeepsAJournalByItsSchema) {
             EXPECT_EQ(object["frame"], "eof");
         }
     }
+    std::istringstream page(ReadWholeFile(examples + "/../docs/emulator.md"));
+    for (std::string line; std::getline(page, line);) {
+        if (!line.starts_with("{\"time\"")) continue;
+        EXPECT_THAT(MistakesBySchema(nlohmann::json::parse(line), schema), testing::IsEmpty());
+    }
     for (const char* event : {"start", "frame", "command", "printed", "fault", "over", "typed"})
         EXPECT_GT(events[event], 0) << event;
     EXPECT_EQ(events["stop"], 1);

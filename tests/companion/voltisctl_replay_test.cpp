@@ -89,3 +89,11 @@ TEST_F(voltisctlReplay, EndsWithTwoForALogThatCannotBeUsed) {
     EXPECT_TRUE(Holds(damaged.text, {log + ":2:1: error: not as the driver writes it\n"
                                            "  PC<-ECR   4 bytes i\n  ^\n"}));
 }
+
+TEST_F(voltisctlReplay, SaysWhatThePageShows) {
+    const std::string page = ReadWholeFile(examples + "/../docs/emulator.md");
+    Tool tool({"replay", shop.Write("log", LogOf(tart))});
+    EXPECT_NE(DriveFile(PtyOf(tool), pie), 0);
+    EXPECT_EQ(tool.Wait(), 1);
+    EXPECT_TRUE(Holds(page, {tool.Said().substr(tool.Said().find("differs at"))}));
+}
