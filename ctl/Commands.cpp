@@ -5,6 +5,7 @@
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 
 #include "ctl/Check.h"
 #include "ctl/Completion.h"
@@ -31,6 +32,7 @@ struct SubCommand {
     const char* name;
     const char* summary;
     Action (*bind)(CLI::App& command);  // adds the options; the action is run after the parsing
+    bool isAnswer = true;               // what it prints; the others' exit code tells of a register
 };
 
 // A new sub-command is a row here and a unit that binds its options.
@@ -38,20 +40,26 @@ constexpr SubCommand subCommands[] = {
     {"check", "Find all mistakes of command files, without a register", BindCheck},
     {"completion", "Print what makes a shell complete voltisctl's words", BindCompletion},
     {"doctor", "Find what keeps a register from working on this machine", BindDoctor},
-    {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate},
+    {"emulate", "Run an emulated register at the end of a pseudo terminal", BindEmulate, false},
     {"explain", "Tell what a code or a message means, and what to do", BindExplain},
     {"jobs", "Show what became of the jobs in the journal", BindJobs},
-    {"replay", "Answer a caller as the register did in a run of a debug log", BindReplay},
+    {"replay", "Answer a caller as the register did in a run of a debug log", BindReplay, false},
     {"resolve", "Decide by hand what became of a job in doubt", BindResolve},
-    {"run", "Print a command file once, and tell what was printed", BindRun},
-    {"status", "Ask a register of this site how it is", BindStatus},
+    {"run", "Print a command file once, and tell what was printed", BindRun, false},
+    {"status", "Ask a register of this site how it is", BindStatus, false},
     {"trace", "Show what went over the line, from a debug log", BindTrace},
-    {"try", "Run the driver on command files against an emulated register", BindTry},
+    {"try", "Run the driver on command files against an emulated register", BindTry, false},
 };
 
 int Report(const std::exception& failure, int exitCode) {
     std::cerr << "voltisctl: " << failure.what() << '\n';  // flushes by itself
     return exitCode;
+}
+
+// What is lost, on a full disk, would have been read as "nothing found".
+int AndAllIsSaid(int exitCode) {
+    if (std::cout.flush()) return exitCode;
+    return Report(std::runtime_error("standard output cannot be written"), exitUsage);
 }
 
 }  // namespace
@@ -67,7 +75,9 @@ int RunVoltisctl(int argc, char** argv) {
     Action chosen;
     for (const SubCommand& row : subCommands) {
         CLI::App* command = app.add_subcommand(row.name, row.summary);
-        command->callback([&chosen, action = row.bind(*command)] { chosen = action; });
+        command->callback([&chosen, &row, action = row.bind(*command)] {
+            chosen = [&row, action] { return row.isAnswer ? AndAllIsSaid(action()) : action(); };
+        });
     }
     try {
         app.parse(argc, argv);

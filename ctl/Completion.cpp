@@ -51,7 +51,7 @@ Value ValueOf(const CLI::Option& option, const std::string& label) {
     if (option.get_type_size() == 0) return Value::None;
     if (!ChoicesOf(option).empty()) return Value::Choice;
     if (option.check_lname("register")) return Value::Register;
-    if (label == "DIR") return Value::Folder;
+    if (label == "DIR" || label == "FOLDER") return Value::Folder;
     constexpr std::array<std::string_view, 3> files = {"FILE", "PATH", "LOG"};
     return std::ranges::find(files, label) != files.end() ? Value::File : Value::Any;
 }

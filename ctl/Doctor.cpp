@@ -144,14 +144,21 @@ doctor::Hands HandsFor(const DoctorOptions& options) {
             [] { return DoneByHand("Switch the register off, on again, wait until it is ready"); }};
 }
 
-// If this ends in the middle, the register may hold a number that the next run begins with.
-void NoteMayHold(const DoctorOptions& options, const std::string& registerName) {
+// The number and the result in the register tell what a run that was cut off has done: that is
+// settled before they are written over. If this ends in the middle, the register may hold a number
+// that the next run begins with.
+void TakeOverRegister(const DoctorOptions& options, const std::string& registerName) {
     std::error_code error;
     if (!std::filesystem::exists(JournalFor(options), error)) return;
-    try {
-        journal::Journal(JournalFor(options)).SetMayHold(registerName, true);
-    } catch (const journal::JournalError&) {  // which a run would tell
-    }
+    journal::Journal journal(JournalFor(options));
+    journal::Filter cutOff;
+    cutOff.registerName = registerName;
+    cutOff.state = journal::State::Sending;
+    if (!journal.List(cutOff).empty())
+        throw std::runtime_error(
+            "a job was cut off, and only the register knows what it printed; run it again under "
+            "its ID, or any other job, which settles it");
+    journal.SetMayHold(registerName, true);
 }
 
 // The words that it has, and those of the old line that could not be ruled out.
@@ -180,7 +187,7 @@ std::vector<std::string> WordsOfLine(const std::string& text) {
 
 void AskAboutHabits(const DoctorOptions& options, const runner::Profile& profile,
                     doctor::Line& line, Examination& site) {
-    NoteMayHold(options, profile.name);
+    TakeOverRegister(options, profile.name);
     doctor::Speaker speaker(line, site.answer->family, site.answer->networkId, doctor::usualWait);
     const int cashier = runner::IniText(profile.text, "VOLTIS").Number("CashierNumber", 1);
     site.habits = AskHabits(speaker, HandsFor(options), static_cast<std::uint8_t>(cashier));

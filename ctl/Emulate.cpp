@@ -75,7 +75,11 @@ class Keyboard {
     bool Read() {
         std::array<char, 512> block{};
         const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
-        if (count <= 0) return count < 0 && (errno == EAGAIN || errno == EINTR);
+        if (count < 0) return errno == EAGAIN || errno == EINTR;
+        if (count == 0) {
+            if (!typed_.empty()) answer_(std::exchange(typed_, {}));  // without a line feed
+            return false;
+        }
         typed_.append(block.data(), static_cast<size_t>(count));
         for (size_t end = 0; (end = typed_.find('\n')) != std::string::npos;) {
             answer_(typed_.substr(0, end));
@@ -106,10 +110,14 @@ class Emulation {
                   }),
           keyboard_([this](const std::string& line) { Typed(line); }) {
         if (!options.state.empty()) Recall();
-        if (!options.journal.empty())
-            UsingFile(options.journal, [this] { record_.emplace(options_.journal); });
         if (!options.svgFolder.empty())
             pictures_.emplace(options.svgFolder, station_.device.GetModel().lineLength);
+        if (!options.journal.empty())
+            UsingFile(options.journal, [this] { record_.emplace(options_.journal); });
+        // At once, so that a place that cannot be written to is told now; and whoever waits for the
+        // link finds a register that is ready.
+        if (state_) UsingFile(options.state, [this] { Keep(); });
+        station_.server.LinkAt(options.link);
     }
 
     int Run() {
@@ -128,18 +136,13 @@ class Emulation {
   private:
     static emulator::PtyOptions PtyOptionsFor(const EmulateOptions& options) {
         emulator::PtyOptions pty;
-        pty.link = options.link;
         pty.bitsPerSecond = options.desk.lineSpeed;
         return pty;
     }
 
-    // Written at once, so that a place that cannot be written to is told now.
     void Recall() {
         state_.emplace(options_.state);
-        UsingFile(options_.state, [this] {
-            state_->Load(station_.device);
-            Keep();
-        });
+        UsingFile(options_.state, [this] { state_->Load(station_.device); });
     }
 
     void Keep() {

@@ -83,6 +83,11 @@ void PtyServer::Close() {
         if (*fd >= 0) close(std::exchange(*fd, -1));
 }
 
+void PtyServer::LinkAt(const std::string& path) {
+    options_.link = path;
+    MakeLink();
+}
+
 void PtyServer::MakeLink() {
     if (options_.link.empty()) return;
     struct stat info {};

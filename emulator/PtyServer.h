@@ -60,6 +60,9 @@ class PtyServer {
     /// not running.
     void ResetSettings();
 
+    /// Makes the link of the options now, at that path.
+    void LinkAt(const std::string& path);
+
   private:
     using Clock = std::chrono::steady_clock;
     struct Chunk {

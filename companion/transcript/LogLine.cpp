@@ -67,6 +67,9 @@ bool TakeBytes(std::string_view text, std::vector<std::uint8_t>& bytes) {
     return true;
 }
 
+// Eleven days: no wait is longer, and numbers like inf are none.
+constexpr double longestMs = 1e9;
+
 // What follows the direction: "   4 bytes in    6.3 ms : (ignored) d9 06 df 42".
 bool ReadBlock(std::string_view text, LogLine& line) {
     const auto size = TakeNumber<int>(text);
@@ -80,6 +83,7 @@ bool ReadBlock(std::string_view text, LogLine& line) {
     SkipBlanks(rest);
     line.stale = Take(rest, thrownAway);
     if (line.stale) text = rest;
+    if (line.ms && !(*line.ms >= 0 && *line.ms <= longestMs)) return false;
     return TakeBytes(text, line.bytes) && line.bytes.size() == static_cast<std::size_t>(*size);
 }
 
@@ -124,6 +128,7 @@ std::int64_t TimeOf(std::string_view text) {
 }  // namespace
 
 void ReadLine(std::string_view text, LogLine& line) {
+    if (text.ends_with('\r')) text.remove_suffix(1);  // of a log that was mailed
     line.text = text;
     if (text == lostAnswer) {
         line.kind = LineKind::Lost;

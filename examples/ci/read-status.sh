@@ -12,7 +12,13 @@ take() {
     timeout 2 dd bs=1 count="$1" <&3 2>/dev/null | od -An -v -tx1 | tr -d ' \n'
 }
 
+# What has come too late for the attempt before.
+drain() {
+    timeout 0.2 cat <&3 >/dev/null
+}
+
 for _ in 1 2 3; do
+    drain
     printf '\331\001\321\011\114' >&3
     reply=$(take 23)
     case $reply in

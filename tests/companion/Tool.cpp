@@ -45,8 +45,11 @@ Tool::~Tool() {
 }
 
 void Tool::Type(const std::string& line) {
-    const std::string typed = line + "\n";
-    ASSERT_EQ(write(in_, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    TypeWithoutLineFeed(line + "\n");
+}
+
+void Tool::TypeWithoutLineFeed(const std::string& text) {
+    ASSERT_EQ(write(in_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
 
 void Tool::CloseInput() {
@@ -156,7 +159,10 @@ Answer Try(Words arguments, const Words& environment) {
 std::string Section(const std::string& text, const std::string& title, size_t from) {
     const std::string head = "--- " + title + "\n";
     const size_t start = text.find(head, from);
-    if (start == std::string::npos) return "no section " + title + " in: " + text;
+    if (start == std::string::npos) {
+        ADD_FAILURE() << "no section " << title << " in: " << text;
+        return "";
+    }
     const size_t body = start + head.size();
     return text.substr(body, text.find("\n--- ", body - 1) + 1 - body);
 }

@@ -31,6 +31,7 @@ class Tool {
     Tool& operator=(const Tool&) = delete;
 
     void Type(const std::string& line);
+    void TypeWithoutLineFeed(const std::string& text);
     void CloseInput();
     void Signal(int number) const;
 

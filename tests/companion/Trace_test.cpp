@@ -211,6 +211,11 @@ TEST(Trace_LogLine, ReadsEachKind) {
     EXPECT_EQ(line.ms, std::nullopt);
     for (const auto& [text, kind] : {std::pair{"PC<-ECR: lost", LineKind::Lost},
                                      {"PC->ECR   2 bytes in    0.1 ms : 06", LineKind::Damaged},
+                                     {"PC->ECR   1 bytes in     inf ms : 06", LineKind::Damaged},
+                                     {"PC->ECR   1 bytes in    -0.1 ms : 06", LineKind::Damaged},
+                                     {"PC->ECR   1 bytes in   1e300 ms : 06", LineKind::Damaged},
+                                     {"PC->ECR   1 bytes in    0.1 ms : 06\r", LineKind::Block},
+                                     {"PC<-ECR: lost\r", LineKind::Lost},
                                      {"22.13.2026 05:30:12.345  x", LineKind::Other},
                                      {"\tTOTAL", LineKind::Other},
                                      {"", LineKind::Other}}) {

@@ -288,6 +288,19 @@ TEST_F(voltisctlDoctor, SaysWhyHabitsCannotBeAsked) {
               "voltisctl: the register is not at a serial port\n");
 }
 
+TEST_F(voltisctlDoctor, LeavesARegisterAloneThatKnowsWhatACutOffJobPrinted) {
+    journal::Journal book(site_.File("journal.db"));
+    const std::int64_t job = book.Receive({"A", "default", "/pos/a.txt", "TOTAL\n"});
+    book.StartSending(job, "default", "");
+    const std::size_t before = site_.Register().Journal().size();
+    const Answer answer = Served({"--habits", "--yes"});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_TRUE(Holds(answer.text, {"a job was cut off"}));
+    EXPECT_EQ(site_.Register().Journal().size(), before);
+    book.Finish(job, {journal::notPrinted, "{}", 2, false});
+    EXPECT_NE(Served({"--habits", "--yes"}).exitCode, 2);
+}
+
 // --- its page -----------------------------------------------------------------------------------
 
 namespace {

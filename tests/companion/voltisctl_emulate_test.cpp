@@ -168,7 +168,7 @@ TEST(voltisctlEmulate, LetsHappenWhatIsTyped) {
     tool.SaidUpTo("at response 2 lose\nlate 100ms\n");
     const TempDir folder;
     const std::string twice = Script(folder, "twice", Conversation(enteringLate));
-    OutputOf("line=" + pty + " timeout 0.3 " + twice);
+    OutputOf("line=" + pty + " " + twice);
     tool.SaidUpTo("fault: late 100ms\n");
     tool.SaidUpTo("fault: at response 2 lose\n");
     tool.Type("faults");
@@ -240,6 +240,27 @@ TEST(voltisctlEmulate, LeavesAForeignStateAlone) {
                                "    \"format\": \"of another\"\n"
                                "              ^\n");
     EXPECT_EQ(ReadWholeFile(state), "{\n  \"format\": \"of another\"\n}\n");
+}
+
+TEST(voltisctlEmulate, LeavesLinkAndStateAloneWhenItCannotBegin) {
+    const TempDir folder;
+    const std::string link = folder.File("register");
+    std::filesystem::create_symlink("/dev/another", link);
+    const std::string foreign = folder.Write("foreign.json", "{}");
+    EXPECT_EQ(RunTool({"emulate", "--link", link, "--state", foreign}).exitCode, 2);
+    EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/another");
+    const Words unwritable = {"--state", folder.File("new.json"), "--journal", "/no/such/file"};
+    EXPECT_EQ(RunTool(Words{"emulate", "--link", link} + unwritable).exitCode, 2);
+    EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/another");
+    EXPECT_FALSE(std::filesystem::exists(folder.File("new.json")));
+}
+
+TEST(voltisctlEmulate, ObeysALastLineWithoutALineFeed) {
+    Tool tool({"emulate"});
+    PtyOf(tool);
+    tool.TypeWithoutLineFeed("key off");
+    tool.CloseInput();
+    tool.SaidUpTo("done\n");
 }
 
 TEST(voltisctlEmulate, TellsAtOnceThatAFileCannotBeWritten) {

@@ -1,13 +1,16 @@
 // The command line of voltisctl.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <ostream>
 #include <sstream>
 #include <string>
 
 #include "emulator/Habit.h"
 #include "tests/companion/Tool.h"
+#include "tests/support/Programs.h"
 
 TEST(voltisctl, HelpListsItsSubCommands) {
     const Answer answer = RunTool({"--help"});
@@ -52,6 +55,20 @@ TEST(voltisctl, HelpHasEightyColumnsAndEndsWithAnExample) {
             2);
         std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80U) << line;
+    }
+}
+
+TEST(voltisctl, EndsWithTwoWhenItsAnswerIsLost) {
+    for (const char* command : {"explain 104", "check " EXAMPLES_DIR "/syntax-error.txt",
+                                "jobs --journal /no/such", "completion bash"}) {
+        const std::string line = VoltisctlPath() + " " + command + " 2>&1 >/dev/full";
+        FILE* const said = popen(line.c_str(), "r");
+        ASSERT_NE(said, nullptr);
+        std::string text;
+        for (int c = 0; (c = std::fgetc(said)) != EOF;) text += static_cast<char>(c);
+        const int status = pclose(said);
+        EXPECT_EQ(WEXITSTATUS(status), 2) << command;
+        EXPECT_EQ(text, "voltisctl: standard output cannot be written\n") << command;
     }
 }
 
