@@ -41,17 +41,18 @@ struct ReplayOptions {
 std::vector<replay::LoggedRun> RunsOf(const ReplayOptions& options) {
     std::string text;
     CheckUsage([&] { text = runner::ReadFile(options.log); });
-    try {
-        auto runs = replay::ReadRuns(text);
-        if (runs.empty()) throw UsageError("there is no conversation in '" + options.log + "'");
-        return runs;
-    } catch (const replay::DamagedLog& damaged) {
-        std::string excerpt = Excerpt(damaged.Text(), 1);
-        excerpt.pop_back();
-        throw UsageError("'" + options.log + "' cannot be used\n" + OnTerminal(options.log) + ":" +
-                         std::to_string(damaged.Line()) + ":1: error: " + damaged.what() + "\n" +
-                         excerpt);
-    }
+    auto runs = replay::ReadRuns(text);
+    if (runs.empty()) throw UsageError("there is no conversation in '" + options.log + "'");
+    return runs;
+}
+
+void CheckIsWhole(const ReplayOptions& options, const replay::LoggedRun& run) {
+    if (!run.damage) return;
+    std::string excerpt = Excerpt(run.damage->text, 1);
+    excerpt.pop_back();
+    throw UsageError("'" + options.log + "' cannot be used\n" + OnTerminal(options.log) + ":" +
+                     std::to_string(run.damage->number) +
+                     ":1: error: not as the driver writes it\n" + excerpt);
 }
 
 std::size_t ChosenOf(const ReplayOptions& options, std::size_t runs) {
@@ -114,6 +115,7 @@ int ReplayLog(const ReplayOptions& options) {
     const std::vector<replay::LoggedRun> runs = RunsOf(options);
     const std::size_t chosen = ChosenOf(options, runs.size());
     const replay::LoggedRun& run = runs[chosen - 1];
+    CheckIsWhole(options, run);
     Replaying replaying(options, run);
     std::cout << replaying.Path() << "\nrun " << chosen << " of " << runs.size()
               << (run.started.empty() ? "" : ", " + run.started)

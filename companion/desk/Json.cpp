@@ -212,8 +212,9 @@ class JsonParser {
     std::uint32_t ReadHex() {
         const std::string_view digits = text_.substr(at_, 4);
         std::uint32_t code = 0;
-        const char* const end = digits.data() + digits.size();
-        const auto [stop, error] = std::from_chars(digits.data(), end, code, 16);
+        const char* const begin = digits.data();
+        const char* const end = begin + digits.size();
+        const auto [stop, error] = std::from_chars(begin, end, code, 16);
         if (digits.size() < 4 || error != std::errc() || stop != end)
             Fail("four hexadecimal digits are expected");
         at_ += 4;
@@ -337,8 +338,9 @@ std::vector<std::uint8_t> JsonReader::Bytes(const JsonValue& value, std::size_t 
     while (!rest.empty()) {
         std::uint8_t byte = 0;
         const std::string_view digits = rest.substr(0, 2);
-        const char* const end = digits.data() + digits.size();
-        const auto [stop, error] = std::from_chars(digits.data(), end, byte, 16);
+        const char* const begin = digits.data();
+        const char* const end = begin + digits.size();
+        const auto [stop, error] = std::from_chars(begin, end, byte, 16);
         const bool separated = rest.size() == 2 || (rest.size() > 3 && rest[2] == ' ');
         if (error != std::errc() || stop != end || !separated || bytes.size() == most)
             Fail(value, "at most " + std::to_string(most) + " bytes as \"01 ff\" are expected");

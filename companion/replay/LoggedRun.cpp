@@ -47,14 +47,14 @@ class Reader {
         ++number_;
         if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
         if (line.find(startText) != std::string_view::npos && !IsBlock(line)) {
-            runs_.push_back({std::string(line.substr(0, timeSize)), {}, false});
+            runs_.push_back({std::string(line.substr(0, timeSize)), {}, false, {}});
         } else if (IsBlock(line) && line != lostByHand) {
             ReadBlock(line, whole);
         }
     }
 
     std::vector<LoggedRun> Runs() {
-        std::erase_if(runs_, [](const LoggedRun& run) { return run.steps.empty(); });
+        std::erase_if(runs_, [](const LoggedRun& run) { return run.steps.empty() && !run.damage; });
         return std::move(runs_);
     }
 
@@ -67,7 +67,10 @@ class Reader {
             return;
         }
         const auto read = transcript::ReadLog(std::string(line) + "\n");
-        if (read.damaged || read.blocks.size() != 1) throw DamagedLog(number_, std::string(line));
+        if (read.damaged || read.blocks.size() != 1) {
+            if (!run.damage) run.damage = DamagedLine{number_, std::string(line)};
+            return;
+        }
         const transcript::Block& block = read.blocks.front();
         if (IsThrownAway(line) || block.bytes.empty()) return;
         if (!block.toRegister && run.steps.empty()) return;  // nobody had asked
@@ -79,9 +82,6 @@ class Reader {
 };
 
 }  // namespace
-
-DamagedLog::DamagedLog(int line, std::string text)
-    : std::runtime_error("not as the driver writes it"), line_(line), text_(std::move(text)) {}
 
 std::vector<LoggedRun> ReadRuns(std::string_view log) {
     Reader reader;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <chrono>
-#include <stdexcept>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,24 +21,18 @@ struct Step {
     bool operator==(const Step&) const = default;
 };
 
+/// A line that is not as the driver writes it.
+struct DamagedLine {
+    int number = 0;  // in the log, from 1
+    std::string text;
+};
+
 struct LoggedRun {
     std::string started;      // as its first line has it: date and time; empty: there is none
     std::vector<Step> steps;  // begins with one of the caller; bytes that were thrown away are
                               // left out, for the log does not tell when they came
     bool cut = false;         // the log ends in the middle of a step, which is left out
-};
-
-/// A line that is not as the driver writes it.
-class DamagedLog : public std::runtime_error {
-  public:
-    DamagedLog(int line, std::string text);
-
-    int Line() const { return line_; }
-    const std::string& Text() const { return text_; }
-
-  private:
-    int line_;
-    std::string text_;
+    std::optional<DamagedLine> damage;  // the first one: the run cannot be replayed
 };
 
 /// All runs that have a conversation, in the order of the log.

@@ -1,6 +1,9 @@
 #include "companion/trace/Anonymous.h"
 
 #include <algorithm>
+#include <iterator>
+#include <sstream>
+#include <string>
 #include <string_view>
 
 #include "companion/explain/Catalogue.h"
@@ -24,9 +27,31 @@ std::size_t OwnPart(std::string_view message) {
 
 // The driver's counts, which quote nothing.
 constexpr std::string_view statistics = "I/O statistics : OUT frames = ";
+constexpr std::string_view counted[] = {"IN", "frames", "BSY", "NAK", "LOST", "GARB"};
 
 // A reason that the trace itself gives has nothing of a site in it but the driver's message.
 constexpr std::string_view quoting = "The run ended with: ";
+
+// A damaged log may have another line joined to them.
+bool IsStatistics(std::string_view message) {
+    if (!message.starts_with(statistics)) return false;
+    std::string words(message.substr(statistics.size()));
+    std::ranges::replace_if(
+        words, [](char c) { return c == ',' || c == '='; }, ' ');
+    std::istringstream in(words);
+    for (std::string word; in >> word;) {
+        const bool number = word.find_first_not_of("0123456789") == std::string::npos;
+        if (!number && std::ranges::find(counted, word) == std::end(counted)) return false;
+    }
+    return true;
+}
+
+// "VOLTIS v2.5.0".
+bool IsVersion(std::string_view driver) {
+    constexpr std::string_view name = "VOLTIS v";
+    return driver.starts_with(name) &&
+           driver.find_first_not_of("0123456789.", name.size()) == std::string_view::npos;
+}
 
 bool IsLetter(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -35,6 +60,12 @@ bool IsLetter(char c) {
 
 bool IsFollowingByte(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
+// After the first byte of a letter in UTF-8 (RFC 3629); 0 after any other.
+int FollowingBytes(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC0 ? 1 : 0;
 }
 
 std::string VeiledReason(const std::string& reason) {
@@ -56,8 +87,10 @@ std::uint64_t Mixed(std::uint64_t value) {
 
 std::string Veiled(const std::string& text) {
     std::string veiled;
+    int following = 0;  // of a letter that is replaced already
     for (const char c : text) {
-        if (IsFollowingByte(c)) continue;  // of a letter that is replaced already
+        if (IsFollowingByte(c) && following-- > 0) continue;
+        following = FollowingBytes(c);
         const bool digit = c >= '0' && c <= '9';
         const bool capital = c >= 'A' && c <= 'Z';
         veiled += digit ? '9' : capital ? 'X' : IsLetter(c) ? 'x' : c;
@@ -66,7 +99,7 @@ std::string Veiled(const std::string& text) {
 }
 
 std::string VeiledMessage(const std::string& message) {
-    if (message.starts_with(statistics)) return message;
+    if (IsStatistics(message)) return message;
     const std::size_t own = OwnPart(message);
     return message.substr(0, own) + Veiled(message.substr(own));
 }
@@ -86,6 +119,7 @@ std::string Anonymous::OtherNumber(const std::string& digits) const {
 
 void Anonymous::Begin(const RunHead& head) {
     RunHead other = head;
+    if (!IsVersion(head.driver)) other.driver = Veiled(head.driver);
     other.commandLine = Veiled(head.commandLine);
     shown_.Begin(other);
 }

@@ -16,15 +16,15 @@ constexpr std::uint8_t carriageReturn = 0x0D;
 constexpr std::uint8_t endOfFile = 0x1A;
 
 BUF BufOf(verdict::View bytes) {
+    if (bytes.empty()) return {};
     return {bytes.data(), static_cast<unsigned int>(bytes.size())};
 }
 
 bool Same(const BUF& frame, verdict::View bytes) {
-    return frame.GetSize() == bytes.size() && [&] {
-        for (unsigned int i = 0; i < bytes.size(); ++i)
-            if (frame[i] != bytes[i]) return false;
-        return true;
-    }();
+    if (frame.GetSize() != bytes.size()) return false;
+    for (unsigned int i = 0; i < bytes.size(); ++i)
+        if (frame[i] != bytes[i]) return false;
+    return true;
 }
 
 bool IsOcelotRequest(ProtocolFormatter_Ocelot& ocelot, verdict::View frame) {

@@ -16,6 +16,7 @@ constexpr std::size_t ocelotCommandAt = 2;
 constexpr std::size_t margayCommandAt = 1;
 
 BUF BufOf(View bytes) {
+    if (bytes.empty()) return {};
     return {bytes.data(), static_cast<unsigned int>(bytes.size())};
 }
 

@@ -129,6 +129,18 @@ TEST(Account, OfAGoodRunIsCertainInTheOtherFamily) {
     EXPECT_FALSE(line.account.Odd());
 }
 
+TEST(Account, LearnsNothingFromBlocksWithoutBytes) {
+    for (const ProtocolFormatting family : {ProtocolFormatting_Ocelot, ProtocolFormatting_Margay}) {
+        Question question = Two();
+        question.wire.family = family;
+        verdict::Account account(question);
+        account.Wrote({});
+        account.Arrived({});
+        EXPECT_EQ(account.CommandsSent(), 0U);
+        EXPECT_EQ(account.Conclude().What(), verdict::Kind::NotPrinted);
+    }
+}
+
 TEST(Account, CountsNoCommandThatNeverWentOut) {
     Line line = Entered();
     line.Command(CMD_DEPT_SALE, 2).Request(CMD_TENDER).Ack();

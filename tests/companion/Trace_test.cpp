@@ -510,6 +510,24 @@ TEST(Trace_Anonymous, HasNothingOfWhatWasSoldToWhomAndByWhom) {
     EXPECT_THAT(text, HasSubstr("\"XXXX\""));
 }
 
+TEST(Trace_Anonymous, KeepsOnlyWhatIsTheDriversOwn) {
+    const std::string counts = "I/O statistics : OUT frames = 29, IN frames = 28, LOST = 2";
+    EXPECT_EQ(trace::VeiledMessage(counts), counts);
+    EXPECT_THAT(trace::VeiledMessage("I/O statistics : OUT frames = 29, IN fr/home/maria/a"),
+                Not(HasSubstr("maria")));
+    trace::RunHead joined;
+    joined.driver = "Maria v2";
+    std::string out;
+    PlainText shown(out);
+    trace::Anonymous(shown, 1).Begin(joined);
+    EXPECT_THAT(out, HasSubstr("Xxxxx x9"));
+}
+
+TEST(Trace_Anonymous, KeepsTheLengthOfTextsInEitherEncoding) {
+    EXPECT_EQ(trace::Veiled("K\xC3\xA4se"), "Xxxx");
+    EXPECT_EQ(trace::Veiled("K\x84se K\xE4se"), "Xxxx Xxxx");
+}
+
 TEST(Trace_Anonymous, GivesAPluAnotherNumberUnderEachKey) {
     const auto plu = [](const std::string& text) {
         return text.substr(text.find("plu ") + 4,
