@@ -2,7 +2,12 @@
 
 #include <sqlite3.h>
 
+#include <array>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
 
 #include "companion/journal/JournalError.h"
 
@@ -36,16 +41,62 @@ const char* RemedyFor(int code) {
     return "";
 }
 
+// --- to read only -------------------------------------------------------------------------------
+
+// What has a meaning in the name of a file with options is written as its number.
+std::string Escaped(const std::string& path) {
+    std::string text;
+    for (const char c : path) {
+        std::array<char, 4> number{};
+        std::snprintf(number.data(), number.size(), "%%%02X", static_cast<unsigned char>(c));
+        text += std::string_view("%?#").find(c) == std::string_view::npos ? std::string(1, c)
+                                                                          : number.data();
+    }
+    return text;
+}
+
+bool HasBytes(const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    return !error && size != 0;
+}
+
+// The changes that are not in the file yet are beside it, and an index of them. With the index the
+// usual locks keep them together, also for a reader that may not write it. Without both there is
+// nothing to read but the file, and nothing that is locked.
+std::string OptionsFor(const std::string& path) {
+    std::error_code error;
+    const bool changes = HasBytes(path + "-wal");
+    const bool index = std::filesystem::exists(path + "-shm", error);
+    if (changes && index) return "?mode=ro&readonly_shm=1";
+    if (!changes) return "?mode=ro&immutable=1";
+    throw JournalError("cannot read the journal '" + path + "' - its changes in '" + path +
+                       "-wal' lack their index; a program that may write opens it");
+}
+
 }  // namespace
 
 void Database::Close::operator()(sqlite3* handle) const {
     sqlite3_close(handle);
 }
 
-Database::Database(const std::string& path, const char* vfs) : path_(path) {
+Database::Database(const std::string& path, const char* vfs)
+    : Database(path, path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, vfs) {}
+
+Database Database::ForReading(const std::string& path) {
+    std::error_code error;  // then SQLite tells what is wrong with the path
+    const std::filesystem::path real = std::filesystem::canonical(path, error);
+    const std::string file = error ? std::filesystem::absolute(path) : real;
+    Database database(path, "file://" + Escaped(file) + OptionsFor(file),
+                      SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+    sqlite3_db_config(database.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    return database;
+}
+
+Database::Database(const std::string& path, const std::string& name, int flags, const char* vfs)
+    : path_(path) {
     sqlite3* handle = nullptr;
-    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    const int result = sqlite3_open_v2(path.c_str(), &handle, flags, vfs);
+    const int result = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, vfs);
     handle_.reset(handle);  // there is one to close after a failure, too
     if (result != SQLITE_OK) Fail();
     sqlite3_extended_result_codes(handle, 1);

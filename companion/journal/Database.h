@@ -21,6 +21,11 @@ class Database {
     /// one.
     Database(const std::string& path, const char* vfs);
 
+    /// Opens a file that is there, to read only: neither it nor the files beside it are changed or
+    /// made, whoever has it open. A file with changes beside it that only a write could bring in is
+    /// a JournalError.
+    static Database ForReading(const std::string& path);
+
     const std::string& Path() const { return path_; }
     sqlite3* Handle() const { return handle_.get(); }
     /// Throws what the last call on this connection complained of.
@@ -30,6 +35,8 @@ class Database {
     struct Close {
         void operator()(sqlite3* handle) const;
     };
+
+    Database(const std::string& path, const std::string& name, int flags, const char* vfs);
 
     std::string path_;
     std::unique_ptr<sqlite3, Close> handle_;

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <system_error>
 #include <thread>
 
 #include "companion/journal/Place.h"
@@ -228,6 +229,15 @@ std::string TimeText(Clock::time_point time) {
 Journal::Journal(const std::string& path, const char* vfs)
     : database_(vfs == nullptr ? MadeFile(path) : path, vfs) {
     Prepare();
+}
+
+std::optional<Journal> Journal::ForReading(const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    if (error == std::errc::no_such_file_or_directory || (!error && size == 0)) return std::nullopt;
+    Database database = Database::ForReading(path);
+    if (VersionOf(database) == 0) return std::nullopt;
+    return Journal(std::move(database));
 }
 
 void Journal::Prepare() {

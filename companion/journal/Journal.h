@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "companion/journal/Database.h"
@@ -102,6 +103,11 @@ class Journal {
     /// file that is no journal, or one of a newer version: such a file is not changed.
     explicit Journal(const std::string& path, const char* vfs = nullptr);
 
+    /// To look at: changes neither the file nor those beside it, also while others work with it; a
+    /// call that would write throws. Nothing when there is no journal yet. JournalError: it cannot
+    /// be read, or is no journal.
+    static std::optional<Journal> ForReading(const std::string& path);
+
     /// The machine's journal, or the user's own without rights there (Place.h). The two know
     /// nothing of each other's jobs.
     static std::string DefaultPath();
@@ -159,6 +165,8 @@ class Journal {
     std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now);
 
   private:
+    explicit Journal(Database database) : database_(std::move(database)) {}
+
     void Prepare();
     void TakeUpAgain(const Job& old, const NewJob& job);
 

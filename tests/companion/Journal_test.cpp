@@ -2,16 +2,20 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -501,6 +505,121 @@ TEST_F(JournalFile, IsWaitedForWhileAnotherWrites) {
     transaction.Commit();
     writer.join();
     EXPECT_EQ(journal.MayHold("default"), true);
+}
+
+// --- to look at ---------------------------------------------------------------------------------
+
+namespace {
+
+// A journal of another process, for SQLite tells connections of one process apart from others.
+class JournalAtWork : public testing::Test {
+  protected:
+    // A process that has received and sent job "a". It has the file open until it is killed.
+    void StartWork() {
+        std::array<int, 2> done{};
+        ASSERT_EQ(pipe(done.data()), 0);
+        worker_ = fork();
+        if (worker_ == 0) {
+            Journal own(path);
+            own.StartSending(own.Receive(Sale("a")), "default", "");
+            const bool said = write(done[1], "x", 1) == 1;
+            if (said) pause();
+            _exit(1);
+        }
+        char byte = 0;
+        ASSERT_EQ(read(done[0], &byte, 1), 1);
+        close(done[0]);
+        close(done[1]);
+    }
+    void KillWorker() {
+        if (worker_ <= 0) return;
+        kill(worker_, SIGKILL);
+        waitpid(worker_, nullptr, 0);
+        worker_ = -1;
+    }
+    ~JournalAtWork() override { KillWorker(); }
+
+    // Everything of each file but when it was read.
+    std::map<std::string, std::string> Files() const {
+        std::map<std::string, std::string> files;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder.Path())) {
+            const auto time = entry.last_write_time().time_since_epoch().count();
+            files[entry.path()] = std::to_string(time) + ReadWholeFile(entry.path());
+        }
+        return files;
+    }
+    void ExpectJobUnchanged() {
+        const auto before = Files();
+        const std::optional<Journal> book = Journal::ForReading(path);
+        ASSERT_TRUE(book.has_value());
+        ASSERT_TRUE(book->Find("a").has_value());
+        EXPECT_EQ(book->Find("a")->state, State::Sending);
+        EXPECT_EQ(book->Damage(), "");
+        EXPECT_EQ(Files(), before);
+    }
+
+    TempDir folder;
+    std::string path = folder.File("a?b#c%20.db");
+
+  private:
+    pid_t worker_ = -1;
+};
+
+}  // namespace
+
+using JournalForReading = JournalAtWork;
+
+TEST_F(JournalForReading, SeesWhatAProcessAtWorkHasWritten) {
+    StartWork();
+    ASSERT_NE(fs::file_size(path + "-wal"), 0U);
+    ExpectJobUnchanged();
+}
+
+TEST_F(JournalForReading, LooksBesideTheFileThatALinkLeadsTo) {
+    StartWork();
+    const TempDir elsewhere;
+    fs::create_symlink(path, elsewhere.File("link.db"));
+    EXPECT_TRUE(Journal::ForReading(elsewhere.File("link.db"))->Find("a").has_value());
+}
+
+TEST_F(JournalForReading, SeesWhatAKilledProcessHasLeft) {
+    StartWork();
+    KillWorker();
+    ExpectJobUnchanged();
+    ExpectJobUnchanged();
+}
+
+TEST_F(JournalForReading, MakesNoFilesBesideOneThatIsWhole) {
+    StartWork();
+    KillWorker();
+    journal::Run(Database(path, nullptr), "PRAGMA wal_checkpoint(TRUNCATE)");
+    for (const char* ending : {"-wal", "-shm"}) fs::remove(path + ending);
+    ExpectJobUnchanged();
+    EXPECT_EQ(Files().size(), 1U);
+}
+
+TEST_F(JournalForReading, RefusesToGuessAtChangesWithoutTheirIndex) {
+    StartWork();
+    KillWorker();
+    fs::remove(path + "-shm");
+    const auto before = Files();
+    EXPECT_THAT(MessageOf([&] { Journal::ForReading(path); }), HasSubstr("lack their index"));
+    EXPECT_EQ(Files(), before);
+}
+
+TEST_F(JournalForReading, CannotWrite) {
+    StartWork();
+    auto book = Journal::ForReading(path);
+    EXPECT_THAT(MessageOf([&] { book->SetMayHold("default", true); }), HasSubstr("readonly"));
+}
+
+TEST_F(JournalForReading, FindsNoJournalYet) {
+    EXPECT_FALSE(Journal::ForReading(path).has_value());
+    folder.Write("empty.db", "");
+    EXPECT_FALSE(Journal::ForReading(folder.File("empty.db")).has_value());
+    EXPECT_EQ(Files().size(), 1U);
+    const std::string text = folder.Write("letter.txt", std::string(5000, 'x'));
+    EXPECT_THAT(MessageOf([&] { Journal::ForReading(text); }), HasSubstr("not a database"));
 }
 
 TEST(JournalDefaultPath, IsTheSitesWhereThatCanBeMade) {
