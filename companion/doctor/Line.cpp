@@ -130,6 +130,7 @@ Bytes SerialLine::Read(std::size_t count, milliseconds first) {
     std::size_t size = 0;
     while (size < count && Ready(fd_, POLLIN, size == 0 ? first : betweenBytes)) {
         const ssize_t more = read(fd_, bytes.data() + size, count - size);
+        if (more == 0) errno = EIO;  // the device has gone, which is no failure of the call
         if (more <= 0) FailOn("cannot read from the port");
         size += static_cast<std::size_t>(more);
     }

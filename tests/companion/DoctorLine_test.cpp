@@ -1,9 +1,14 @@
 // What the doctor learns from a register: the emulated one, joined to it without a device.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <bitset>
+#include <cerrno>
 #include <string>
+#include <system_error>
 
 #include "companion/doctor/Ask.h"
 #include "companion/doctor/Habits.h"
@@ -361,4 +366,20 @@ TEST(Doctor_Habits, EndsWhenTheKeyIsNotTurnedBack) {
     hands.turnKeyToReg = [] { return false; };
     EXPECT_EQ(RefusalOf(bench, hands), "the register's key is not in REG; turn it there");
     EXPECT_EQ(bench.device.StatusBlock()[3] & 1 << 5, 0);
+}
+
+// --- the port -----------------------------------------------------------------------------------
+
+TEST(Doctor_Line, SaysThatThePortHasGoneAndNotWhatFailedBefore) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    doctor::SerialLine line(ptsname(master));
+    close(master);
+    errno = ENOENT;
+    try {
+        line.Read(1, noWait);
+        FAIL() << "it can be read";
+    } catch (const std::system_error& failure) {
+        EXPECT_EQ(failure.code(), std::errc::io_error) << failure.what();
+    }
 }
