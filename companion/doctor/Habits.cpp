@@ -89,6 +89,10 @@ class Examination {
             throw HabitsError("the register's key is not in REG; turn it there, and ask again");
         if (status.ReceiptOpen())
             throw HabitsError("a receipt is open on the register; finish it, and ask again");
+        if (status.result != 0)  // which what is sent now would clear
+            throw HabitsError(
+                "the register's last command ended with a failure, which the next run has to "
+                "report; run any job, do as it says, and ask again");
         if ((status.flags & cashierSystemBit) == 0) cashier_ = 1;
         wasInFiscalMode_ = status.InFiscalMode();
         Enter();

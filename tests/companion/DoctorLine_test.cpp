@@ -360,6 +360,18 @@ TEST(Doctor_Habits, EndsWhenTheRegisterRefuses) {
               "status`");
 }
 
+// Entering fiscal mode would clear what the next run has to report.
+TEST(Doctor_Habits, LeavesAFailureToTheRunThatReportsIt) {
+    Bench bench;
+    bench.device.RefuseNext(7);
+    bench.device.Execute(emulator::EnterFiscalMode, 1, doctor::Bytes{1});
+    ASSERT_EQ(bench.device.LastResult(), 7);
+    EXPECT_EQ(RefusalOf(bench),
+              "the register's last command ended with a failure, which the next run has to report; "
+              "run any job, do as it says, and ask again");
+    EXPECT_EQ(bench.device.LastResult(), 7);
+}
+
 TEST(Doctor_Habits, EndsWhenTheKeyIsNotTurnedBack) {
     Bench bench;
     doctor::Hands hands = bench.Willing();
