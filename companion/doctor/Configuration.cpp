@@ -335,6 +335,16 @@ void CheckNetworkId(Text& text) {
     }
 }
 
+void CheckCashier(Text& text) {
+    const int number = text.Ini().Number("CashierNumber", 1);
+    if (number >= 0 && number <= std::numeric_limits<std::uint8_t>::max()) return;
+    text.AddAt("CashierNumber", Severity::Warning, "cashier-wraps",
+               text.Said("CashierNumber") + " goes out as " +
+                   std::to_string(static_cast<std::uint8_t>(number)) +
+                   ", where the cashier system is on: a cashier is one byte",
+               "Write the cashier's number in the register, from 0 to 255.");
+}
+
 void CheckCodePage(Text& text) {
     const std::string name = ToUpper(text.Ini().Get("CodePage"));
     if (!text.Has("CodePage")) return;
@@ -394,6 +404,7 @@ void CheckAll(Text& text, bool isDefault) {
     CheckEthernet(text);
     CheckFamily(text);
     CheckNetworkId(text);
+    CheckCashier(text);
     CheckCodePage(text);
     CheckResultFile(text, isDefault);
     CheckHabit(text);

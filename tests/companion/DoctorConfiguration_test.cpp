@@ -234,6 +234,16 @@ TEST(Doctor_Configuration, KnowsWhereTheAddressGoes) {
               "Write the register's own number, from 0 to 255; --ask finds it.");
 }
 
+TEST(Doctor_Configuration, KnowsThatACashierIsOneByte) {
+    EXPECT_THAT(
+        ToldOf("CashierNumber=300\n"),
+        ElementsAre("4: warning: CashierNumber=300 goes out as 44, where the cashier system "
+                    "is on: a cashier is one byte [cashier-wraps]"));
+    EXPECT_EQ(RemedyFor("CashierNumber=-1\n"),
+              "Write the cashier's number in the register, from 0 to 255.");
+    EXPECT_THAT(ToldOf("CashierNumber=255\n"), IsEmpty());
+}
+
 TEST(Doctor_Configuration, KnowsWhatBecomesOfTheResultFile) {
     const std::string none = "[VOLTIS]\nComNumber=1\n";
     const Findings findings = doctor::CheckText("", none, true);
