@@ -26,18 +26,34 @@ std::string LastOf(const std::string& path) {
 
 // --- what sysfs tells ---------------------------------------------------------------------------
 
-// The folder of the USB device above the port: the first that names its vendor.
-std::string UsbFolder(const Machine& machine, std::string folder) {
+// The first folder above the port, or its own, with that attribute; empty: there is none.
+std::string FolderWith(const char* attribute, const Machine& machine, std::string folder) {
     while (folder.size() > 1) {
-        if (!machine.TextOf(folder + "/idVendor").empty()) return folder;
+        if (!machine.TextOf(folder + "/" + attribute).empty()) return folder;
         folder.resize(folder.rfind('/'));
     }
     return "";
 }
 
-void ReadUsb(const Machine& machine, Port& port) {
-    const std::string folder = UsbFolder(machine, machine.Resolved(ttys + port.name + "/device"));
+bool HasSeveralPorts(const Machine& machine, const std::string& interface) {
+    return std::ranges::count_if(machine.NamesIn(interface), [](const std::string& name) {
+               return name.starts_with("ttyUSB");
+           }) > 1;
+}
+
+// An adapter with several ports has an interface for each, or several at one interface.
+void ReadInterface(const Machine& machine, const std::string& device, Port& port) {
+    const std::string folder = FolderWith("bInterfaceNumber", machine, device);
     if (folder.empty()) return;
+    port.interface = machine.LineOf(folder + "/bInterfaceNumber");
+    if (HasSeveralPorts(machine, folder)) port.number = machine.LineOf(device + "/port_number");
+}
+
+void ReadUsb(const Machine& machine, Port& port) {
+    const std::string device = machine.Resolved(ttys + port.name + "/device");
+    const std::string folder = FolderWith("idVendor", machine, device);
+    if (folder.empty()) return;
+    ReadInterface(machine, device, port);
     port.isUsb = true;
     port.vendor = machine.LineOf(folder + "/idVendor");
     port.product = machine.LineOf(folder + "/idProduct");
@@ -272,15 +288,28 @@ bool IsPlain(const std::string& text) {
     });
 }
 
+// Which of the adapter's ports it is. The interface is the port's own property, for a rule compares
+// no attributes of two devices above it.
+std::string WhichPort(const Port& port) {
+    std::string match;
+    if (IsPlain(port.interface))
+        match += ", \\\n  ENV{ID_USB_INTERFACE_NUM}==\"" + port.interface + "\"";
+    if (IsPlain(port.number)) match += ", ATTR{device/port_number}==\"" + port.number + "\"";
+    return match;
+}
+
 // What the adapter is known by: its serial number, or where it is plugged in.
-std::string MatchOf(const Port& port) {
-    if (!port.isUsb) return R"(KERNEL==")" + port.name + "\"";
+std::string AdapterOf(const Port& port) {
     if (!IsPlain(port.vendor) || !IsPlain(port.product) || !IsPlain(port.socket))
         throw std::runtime_error("the adapter has nothing to know it by");
     const std::string kind =
         R"(ATTRS{idVendor}==")" + port.vendor + R"(", ATTRS{idProduct}==")" + port.product + "\"";
     if (IsPlain(port.serial)) return kind + R"(, ATTRS{serial}==")" + port.serial + "\"";
     return R"(KERNELS==")" + port.socket + R"(", )" + kind;
+}
+
+std::string MatchOf(const Port& port) {
+    return port.isUsb ? AdapterOf(port) + WhichPort(port) : R"(KERNEL==")" + port.name + "\"";
 }
 
 std::string SpeedOf(const Machine& machine, const Port& port) {
@@ -307,6 +336,8 @@ Findings CheckDevice(const Machine& machine, const runner::Profile& profile,
 }
 
 std::string UdevRule(const Machine& machine, const runner::Profile& profile) {
+    if (profile.device.empty())
+        throw std::runtime_error("register '" + profile.name + "' is not at a serial port");
     const Port port = PortAt(machine, profile.device);
     if (!machine.FactsOf(port.path) || !IsKnown(machine, port) || !IsPlain(port.name))
         throw std::runtime_error("there is no serial port '" + profile.device + "'");

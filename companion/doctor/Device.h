@@ -18,8 +18,10 @@ struct Port {
     bool isUsb = false;
     std::string vendor;  ///< of a USB adapter, as udev rules have it: 0403
     std::string product;
-    std::string serial;  ///< empty: it has none
-    std::string socket;  ///< where it is plugged in: 1-1.2
+    std::string serial;     ///< empty: it has none
+    std::string socket;     ///< where it is plugged in: 1-1.2
+    std::string interface;  ///< of the adapter, as udev has it: 01; empty: unknown
+    std::string number;     ///< of the port at an interface with several: 1; empty: it is alone
 };
 Port PortAt(const Machine& machine, const std::string& device);
 

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 
 #include "companion/doctor/Device.h"
@@ -71,6 +72,16 @@ class DoctorMachine : public testing::Test {
     }
     void AddDevice(const std::string& path, unsigned kind, gid_t group = dialout) {
         known[path] = {serialDevice, 0, group, makedev(kind, 0)};
+    }
+    // The profile's own, at an interface of that number.
+    void AddPort(const std::string& number) {
+        const std::string interface = "devices/usb1/1-1/1-1:1." + number;
+        const std::string name = "ttyUSB1" + number;
+        Put("/sys/" + interface + "/bInterfaceNumber", "0" + number + "\n");
+        Put("/sys/" + interface + "/" + name + "/port_number", "0\n");
+        Link("/sys/class/tty/" + name + "/device", "../../../" + interface + "/" + name);
+        AddDevice("/dev/" + name, 188);
+        profile.device = "/dev/" + name;
     }
     void Folder(const std::string& path) { files::create_directories(tree.Path() + path); }
 
@@ -331,6 +342,29 @@ TEST_F(Doctor_Rule, KnowsAnAdapterWithoutANumberByItsSocket) {
                                testing::Not(HasSubstr("ATTRS{serial}"))));
 }
 
+// A rule that fits both ports would give both the name.
+TEST_F(Doctor_Rule, TellsThePortsOfOneAdapterApart) {
+    std::set<std::string> rules;
+    for (const char* number : {"1", "2"}) {
+        AddPort(number);
+        const std::string rule = doctor::UdevRule(machine, profile);
+        EXPECT_THAT(rule, HasSubstr(std::string("ATTRS{serial}==\"FT1234\", \\\n  "
+                                                "ENV{ID_USB_INTERFACE_NUM}==\"0") +
+                                    number + "\", \\\n  SYMLINK"));
+        rules.insert(rule);
+    }
+    EXPECT_EQ(rules.size(), 2U);
+}
+
+TEST_F(Doctor_Rule, TellsThePortsOfOneInterfaceApart) {
+    Put("/sys/devices/usb1/1-1/1-1:1.0/bInterfaceNumber", "00\n");
+    Put("/sys/devices/usb1/1-1/1-1:1.0/ttyUSB0/port_number", "0\n");
+    EXPECT_THAT(doctor::UdevRule(machine, profile), testing::Not(HasSubstr("port_number")));
+    Folder("/sys/devices/usb1/1-1/1-1:1.0/ttyUSB1");
+    EXPECT_THAT(doctor::UdevRule(machine, profile),
+                HasSubstr("ENV{ID_USB_INTERFACE_NUM}==\"00\", ATTR{device/port_number}==\"0\", "));
+}
+
 TEST_F(Doctor_Rule, KnowsABuiltInPortByItsName) {
     AddDevice("/dev/ttyS0", 4);
     Put("/sys/class/tty/ttyS0/rx_trig_bytes", "8\n");
@@ -352,6 +386,8 @@ TEST_F(Doctor_Rule, IsForAPortThatIsThere) {
     EXPECT_EQ(why(), "the adapter has nothing to know it by");
     profile.device = "/dev/none";
     EXPECT_EQ(why(), "there is no serial port '/dev/none'");
+    profile.device.clear();
+    EXPECT_EQ(why(), "register 'default' is not at a serial port");
 }
 
 // --- the system ---------------------------------------------------------------------------------

@@ -335,6 +335,7 @@ class DoctorPage : public testing::Test {
         Put("sys/devices/usb1/1-1/idVendor", "0403\n");
         Put("sys/devices/usb1/1-1/idProduct", "6001\n");
         Put("sys/devices/usb1/1-1/serial", "AB0JQ4TZ\n");
+        Put("sys/devices/usb1/1-1/1-1:1.0/bInterfaceNumber", "00\n");
         Put("sys/devices/usb1/1-1/1-1:1.0/ttyUSB0/latency_timer", "16\n");
         std::filesystem::create_directories(root_.File("sys/class/tty/ttyUSB0"));
         std::filesystem::create_symlink("../../../devices/usb1/1-1/1-1:1.0/ttyUSB0",
