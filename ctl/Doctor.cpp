@@ -207,7 +207,9 @@ void AskAboutHabits(const DoctorOptions& options, const runner::Profile& profile
 void AskRegister(const DoctorOptions& options, Examination& site) {
     const runner::Profile profile =
         runner::LoadProfile(options.root + options.site.config, ChosenRegister(options));
-    if (profile.device.empty()) throw UsageError("the register is not at a serial port");
+    if (profile.device.empty())
+        throw UsageError("register '" + profile.name + "' is not at a serial port");
+    if (options.habits) site.profiles = {profile};  // beside which nothing is looked at
     const runner::DeviceLock lock(runner::LockFileOf(profile, options.site.locks),
                                   WaitFor(options.site));
     doctor::SerialLine line(runner::UsableDevice(profile));
@@ -403,6 +405,10 @@ std::string FoldedReport(const std::string& report) {
     return folded;
 }
 
+bool IsFine(const Examination& site) {
+    return site.findings.empty() || site.findings.front().severity == doctor::Severity::Note;
+}
+
 int Diagnose(const DoctorOptions& options) {
     if (!options.root.empty() && (options.ask || options.habits))
         throw UsageError("no register can be asked on a system below another root");
@@ -416,9 +422,8 @@ int Diagnose(const DoctorOptions& options) {
             doctor::Report(site.machine, site.profiles, site.findings, ForReport(site));
         runner::WriteFile(options.report, FoldedReport(report));
     }
-    const bool fine =
-        site.findings.empty() || site.findings.front().severity == doctor::Severity::Note;
-    return fine ? 0 : exitTrouble;
+    if (options.habits && !site.habits) return exitUsage;
+    return IsFine(site) ? 0 : exitTrouble;
 }
 
 int Doctor(const DoctorOptions& options) {
@@ -456,6 +461,22 @@ void AddAskingOptions(CLI::App& command, DoctorOptions& options) {
         ->needs(habits);
 }
 
+void AddAnswerOptions(CLI::App& command, DoctorOptions& options) {
+    command.add_flag("--json", options.json, "Print one JSON object");
+    command
+        .add_option("--report", options.report,
+                    "Also write a text for a support desk, with nothing personal in it")
+        ->type_name("FILE");
+}
+
+// It is all that is done then.
+void AddUdevOption(CLI::App& command, DoctorOptions& options) {
+    auto* udev =
+        command.add_flag("--udev", options.udev, "Print a udev rule for the register's port, only");
+    for (const char* other : {"--json", "--report", "--ask", "--habits"})
+        udev->excludes(command.get_option(other));
+}
+
 }  // namespace
 
 std::function<int()> BindDoctor(CLI::App& command) {
@@ -464,14 +485,9 @@ std::function<int()> BindDoctor(CLI::App& command) {
     options->folder = std::filesystem::current_path(gone).string();
     AddSiteOptions(command, options->site);
     AddMachineOptions(command, *options);
-    auto* json = command.add_flag("--json", options->json, "Print one JSON object");
-    command.add_flag("--udev", options->udev, "Print a udev rule for the register's port, only")
-        ->excludes(json);
-    command
-        .add_option("--report", options->report,
-                    "Also write a text for a support desk, with nothing personal in it")
-        ->type_name("FILE");
+    AddAnswerOptions(command, *options);
     AddAskingOptions(command, *options);
+    AddUdevOption(command, *options);
     command.footer(doctorFooter);
     return [options] { return Doctor(*options); };
 }

@@ -1,11 +1,19 @@
 // `voltisctl doctor` from outside.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -14,6 +22,7 @@
 #include "tests/companion/Site.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/JsonSchema.h"
+#include "tests/support/Programs.h"
 #include "tests/support/Regex.h"
 #include "tests/support/TempDir.h"
 
@@ -108,6 +117,11 @@ TEST_F(voltisctlDoctor, NamesWhatIsWrongWithTheCommandLine) {
               "voltisctl: no register can be asked on a system below another root\n");
     EXPECT_EQ(Doctor({"--udev"}).text,
               "voltisctl: there is no serial port '" + site_.Device() + "'\n");
+    for (const char* other : {"--json", "--ask", "--habits", "--report=/none"}) {
+        const Answer both = Doctor({"--udev", other});
+        EXPECT_EQ(both.exitCode, 2);
+        EXPECT_TRUE(Holds(both.text, {" excludes --udev\n"})) << both.text;
+    }
     EXPECT_EQ(Doctor({"--report", site_.File("none/report")}).exitCode, 2);
     EXPECT_EQ(Doctor({"--register", "none"}).exitCode, 1);
 }
@@ -277,6 +291,98 @@ TEST_F(voltisctlDoctor, AsksForConsent) {
               "voltisctl: --habits works on the register: say --yes, or ask on a terminal\n");
 }
 
+namespace {
+
+// voltisctl at a terminal of its own.
+class AtTerminal {
+  public:
+    explicit AtTerminal(const Words& arguments)
+        : master_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+        if (master_ == -1 || grantpt(master_) != 0 || unlockpt(master_) != 0) abort();
+        const std::string terminal = ptsname(master_);
+        Words words = arguments;
+        words.insert(words.begin(), VoltisctlPath());
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        posix_spawnattr_t session;
+        posix_spawnattr_init(&session);
+        posix_spawnattr_setflags(&session, POSIX_SPAWN_SETSID);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 0, terminal.c_str(), O_RDWR, 0);
+        for (const int stream : {1, 2}) posix_spawn_file_actions_adddup2(&actions, 0, stream);
+        EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, &session, argv.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&session);
+    }
+    ~AtTerminal() {
+        if (pid_ > 0) kill(pid_, SIGKILL), waitpid(pid_, nullptr, 0);
+        close(master_);
+    }
+    AtTerminal(const AtTerminal&) = delete;
+    AtTerminal& operator=(const AtTerminal&) = delete;
+
+    /// Types that when the question is there. The exit code, 128 + n for signal n.
+    int AnswerBy(const std::string& keys) {
+        ReadUpTo("[y/N] ");
+        EXPECT_EQ(write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+        ReadUpTo("");
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    const std::string& Said() const { return said_; }
+
+  private:
+    // To the end, when there is nothing to wait for.
+    void ReadUpTo(const std::string& text) {
+        constexpr int longestMs = 20000;
+        std::array<char, 512> block{};
+        pollfd news = {master_, POLLIN, 0};
+        while (text.empty() || said_.find(text) == std::string::npos) {
+            if (poll(&news, 1, longestMs) <= 0) return;
+            const ssize_t count = read(master_, block.data(), block.size());
+            if (count <= 0) return;
+            said_.append(block.data(), static_cast<std::size_t>(count));
+        }
+    }
+
+    int master_;
+    pid_t pid_ = -1;
+    std::string said_;
+};
+
+}  // namespace
+
+TEST_F(voltisctlDoctor, GoesOnWhenAPersonAgrees) {
+    site_.Served([&] {
+        AtTerminal person(Arguments({"--habits"}));
+        EXPECT_EQ(person.AnswerBy("y\n"), 0) << person.Said();
+        EXPECT_TRUE(
+            Holds(person.Said(), {"Nothing is printed or sold. Go on? [y/N] ", "Habit=\r\n"}));
+        return 0;
+    });
+    EXPECT_FALSE(site_.Register().Journal().empty());
+}
+
+TEST_F(voltisctlDoctor, AsksNothingWhenAPersonDoesNotAgree) {
+    constexpr char interrupt[] = "\x03";
+    constexpr char endOfFile[] = "\x04";
+    const std::map<std::string, int> answers = {
+        {"n\n", 2}, {"\n", 2}, {"Y?\n", 2}, {endOfFile, 2}, {interrupt, 128 + SIGINT}};
+    for (const auto& [keys, code] : answers) {
+        AtTerminal person(Arguments({"--habits"}));
+        EXPECT_EQ(person.AnswerBy(keys), code) << person.Said();
+        EXPECT_EQ(person.Said().find("voltisctl: nothing was asked\r\n") != std::string::npos,
+                  code == 2)
+            << person.Said();
+    }
+    EXPECT_TRUE(site_.Register().Journal().empty());
+    EXPECT_TRUE(std::filesystem::is_empty(site_.File("locks")));
+}
+
 TEST_F(voltisctlDoctor, SaysWhyHabitsCannotBeAsked) {
     site_.Register().SetKeylock(emulator::Keylock::X);
     const Answer answer = Served({"--habits", "--yes"});
@@ -284,8 +390,35 @@ TEST_F(voltisctlDoctor, SaysWhyHabitsCannotBeAsked) {
     EXPECT_EQ(answer.text,
               "voltisctl: the register's key is not in REG; turn it there, and ask again\n");
     site_.Folder().Write("voltis.ini", "[VOLTIS]\nIpAddress=a\nUdpPort=1\n");
-    EXPECT_EQ(Doctor({"--habits", "--yes"}).text,
-              "voltisctl: the register is not at a serial port\n");
+    const std::string none = "voltisctl: register 'default' is not at a serial port\n";
+    EXPECT_EQ(Doctor({"--habits", "--yes"}).text, none);
+    EXPECT_EQ(Doctor({"--udev"}).text, none);
+}
+
+TEST_F(voltisctlDoctor, FailsWhenNoRegisterTellsItsHabits) {
+    site_.Register().PowerOff();
+    const Answer answer = Served({"--habits", "--yes"});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_EQ(answer.text.find("error: register 'default': no register answers"), 0U)
+        << answer.text;
+}
+
+TEST_F(voltisctlDoctor, LeavesAFailureToTheRunThatReportsIt) {
+    site_.Register().RefuseNext(7);
+    site_.Register().Execute(emulator::EnterFiscalMode, 1, std::vector<std::uint8_t>{1});
+    const Answer answer = Served({"--habits", "--yes"});
+    EXPECT_EQ(answer.exitCode, 2);
+    EXPECT_TRUE(Holds(answer.text, {"which the next run has to report"}));
+    EXPECT_EQ(site_.Register().LastResult(), 7);
+}
+
+TEST_F(voltisctlDoctor, ReportsHabitsBesideTheConfiguration) {
+    site_.Configure("ResultFileName=a\nNakRetryCount=7\n");
+    const std::string file = site_.File("report.txt");
+    EXPECT_EQ(Served({"--habits", "--yes", "--report", file}).exitCode, 0);
+    EXPECT_TRUE(Holds(ReadWholeFile(file),
+                      {"register 1, on a pseudo terminal\n    Device=...\n",
+                       "    NakRetryCount=7\n", "\nits habits: \n", "nothing was found\n"}));
 }
 
 TEST_F(voltisctlDoctor, LeavesARegisterAloneThatKnowsWhatACutOffJobPrinted) {
