@@ -10,6 +10,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "companion/doctor/Ask.h"
@@ -47,7 +48,7 @@ struct DoctorOptions {
     SiteOptions site;
     std::string root;
     std::string user;
-    std::string folder;
+    std::string folder;  // empty: this one
     std::string journal;
     std::string report;
     bool udev = false;
@@ -75,7 +76,7 @@ doctor::Machine MachineFor(const DoctorOptions& options) {
     doctor::Machine machine;
     machine.root = options.root;
     if (options.user.empty()) return machine;
-    const auto account = doctor::AccountOf(options.user);
+    const auto account = doctor::AccountOf(options.user, machine);
     if (!account) throw UsageError("there is no user '" + options.user + "'");
     machine.account = *account;
     return machine;
@@ -86,10 +87,32 @@ std::optional<std::string> ChosenRegister(const DoctorOptions& options) {
     return options.site.registerName;
 }
 
-std::string JournalFor(const DoctorOptions& options) {
-    if (!options.journal.empty()) return options.journal;
-    if (options.root.empty()) return journal::Journal::DefaultPath();
-    return options.root + journal::siteFolder + "/" + journal::fileName;
+// Of this machine, without "..". A path that cannot be followed stays as it is.
+std::string AbsolutePath(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, error);
+    return error ? std::filesystem::absolute(path) : std::filesystem::absolute(real);
+}
+
+// As programs on that machine see it. One that is named is a file of this machine.
+std::string JournalFor(const DoctorOptions& options, const doctor::Machine& machine) {
+    if (!options.journal.empty()) return AbsolutePath(options.journal);
+    if (!options.user.empty()) return doctor::JournalOf(machine);
+    if (machine.IsThisOne()) return journal::Journal::DefaultPath();
+    return std::string(journal::siteFolder) + "/" + journal::fileName;
+}
+
+// What the account that asks may not use it cannot read either, which is said once.
+void CheckTheJournal(const DoctorOptions& options, Examination& site) {
+    const doctor::Machine& machine = site.machine;
+    const std::string path = JournalFor(options, machine);
+    const bool below = options.journal.empty();
+    doctor::Findings rights;
+    if (below || machine.IsThisOne()) rights = doctor::CheckJournalRights(machine, path);
+    const bool barred = CountOf(rights, doctor::Severity::Error) != 0;
+    Append(site.findings, std::move(rights));
+    if (barred && machine.IsThisOne() && machine.account.uid == geteuid()) return;
+    Append(site.findings, doctor::CheckJournal(below ? machine.Real(path) : path));
 }
 
 // To root everything is open, which says nothing of the account that prints.
@@ -104,14 +127,30 @@ bool NeedsSandbox(const std::vector<runner::Profile>& profiles) {
     return std::ranges::any_of(profiles, [](const runner::Profile& it) { return it.sandbox; });
 }
 
+// The folder that it is called in may be any, unless it is named.
+std::string FolderFor(const DoctorOptions& options) {
+    std::error_code gone;
+    if (options.folder.empty()) return std::filesystem::current_path(gone).string();
+    return options.root.empty() ? AbsolutePath(options.folder) : options.folder;
+}
+
+void CheckFolders(const DoctorOptions& options, Examination& site) {
+    const doctor::Machine& machine = site.machine;
+    const std::string folder = FolderFor(options);
+    const std::string journal = doctor::FolderOf(JournalFor(options, machine));
+    Append(site.findings, doctor::CheckLogs(machine, options.site.logs));
+    Append(site.findings, doctor::CheckLocks(machine, options.site.locks));
+    if (!options.folder.empty()) Append(site.findings, doctor::CheckCommandFolder(machine, folder));
+    Append(site.findings, doctor::CheckSpace(machine, {options.site.logs, folder, journal}));
+    Append(site.findings, doctor::CheckMarker(machine, folder));
+}
+
 void CheckMachine(const DoctorOptions& options, Examination& site) {
     const doctor::Machine& machine = site.machine;
-    Append(site.findings, doctor::CheckLogs(machine, options.site.logs));
-    Append(site.findings, doctor::CheckSpace(machine, options.site.logs));
-    Append(site.findings, doctor::CheckMarker(machine, options.folder));
+    CheckFolders(options, site);
     if (NeedsSandbox(site.profiles)) Append(site.findings, doctor::CheckSandbox(machine));
     if (machine.IsThisOne()) Append(site.findings, doctor::CheckDriver(options.site.driver));
-    Append(site.findings, doctor::CheckJournal(JournalFor(options)));
+    CheckTheJournal(options, site);
 }
 
 // --- the register -------------------------------------------------------------------------------
@@ -147,10 +186,10 @@ doctor::Hands HandsFor(const DoctorOptions& options) {
 // The number and the result in the register tell what a run that was cut off has done: that is
 // settled before they are written over. If this ends in the middle, the register may hold a number
 // that the next run begins with.
-void TakeOverRegister(const DoctorOptions& options, const std::string& registerName) {
+void TakeOverRegister(const std::string& path, const std::string& registerName) {
     std::error_code error;
-    if (!std::filesystem::exists(JournalFor(options), error)) return;
-    journal::Journal journal(JournalFor(options));
+    if (!std::filesystem::exists(path, error)) return;
+    journal::Journal journal(path);
     journal::Filter cutOff;
     cutOff.registerName = registerName;
     cutOff.state = journal::State::Sending;
@@ -187,7 +226,7 @@ std::vector<std::string> WordsOfLine(const std::string& text) {
 
 void AskAboutHabits(const DoctorOptions& options, const runner::Profile& profile,
                     doctor::Line& line, Examination& site) {
-    TakeOverRegister(options, profile.name);
+    TakeOverRegister(JournalFor(options, site.machine), profile.name);
     doctor::Speaker speaker(line, site.answer->family, site.answer->networkId, doctor::usualWait);
     const int cashier = runner::IniText(profile.text, "VOLTIS").Number("CashierNumber", 1);
     site.habits = AskHabits(speaker, HandsFor(options), static_cast<std::uint8_t>(cashier));
@@ -241,8 +280,11 @@ void CheckSite(const DoctorOptions& options, Examination& site) {
     for (doctor::Finding& finding : registers.findings)
         if (!finding.file.empty()) finding.file.erase(0, options.root.size());
     Append(site.findings, std::move(registers.findings));
-    for (const runner::Profile& profile : site.profiles)
+    for (const runner::Profile& profile : site.profiles) {
+        Append(site.findings,
+               CheckConfiguration(site.machine, profile.file.substr(options.root.size())));
         Append(site.findings, CheckDevice(site.machine, profile, options.site.locks));
+    }
     CheckMachine(options, site);
     CheckWhoAsks(options, site);
 }
@@ -481,9 +523,11 @@ void AddUdevOption(CLI::App& command, DoctorOptions& options) {
 
 std::function<int()> BindDoctor(CLI::App& command) {
     const auto options = std::make_shared<DoctorOptions>();
-    std::error_code gone;
-    options->folder = std::filesystem::current_path(gone).string();
     AddSiteOptions(command, options->site);
+    command.get_option("--register")
+        ->description(
+            "Only this register of the site (default: all of them; --ask, --habits and --udev take "
+            "the one of voltis.ini)");
     AddMachineOptions(command, *options);
     AddAnswerOptions(command, *options);
     AddAskingOptions(command, *options);

@@ -145,6 +145,7 @@ class Check {
     }
 
     std::string RemedyForRights(const FileFacts& facts) const {
+        if (IsTerminal(port_.path)) return "Start the emulated register under that account.";
         if ((facts.mode & S_IWGRP) == 0 || (facts.mode & S_IRGRP) == 0)
             return "A udev rule gives it to the group dialout: `voltisctl doctor --udev` prints "
                    "it.";

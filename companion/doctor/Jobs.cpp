@@ -1,11 +1,19 @@
 #include "companion/doctor/Jobs.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <system_error>
+#include <vector>
 
+#include "companion/doctor/System.h"
 #include "companion/journal/Journal.h"
+#include "companion/journal/Place.h"
 
 namespace doctor {
 
@@ -41,32 +49,147 @@ void CheckJobs(const journal::Journal& open, std::chrono::system_clock::time_poi
     }
 }
 
-bool HasBytes(const std::string& path) {
+// --- the file -----------------------------------------------------------------------------------
+
+// What SQLite has beside the file while it is in use, and mostly afterwards, too. path: without
+// links, for it is beside the file that they lead to.
+std::vector<std::string> FilesOf(const std::string& path) {
+    return {path, path + "-wal", path + "-shm"};
+}
+
+bool MayRead(const std::string& path) {
     std::error_code error;
-    const auto size = std::filesystem::file_size(path, error);
-    return !error && size != 0;
+    const std::string real = std::filesystem::weakly_canonical(path, error);
+    return std::ranges::all_of(FilesOf(error ? path : real), [](const std::string& file) {
+        return faccessat(AT_FDCWD, file.c_str(), R_OK, AT_EACCESS) == 0 || errno == ENOENT;
+    });
+}
+
+Finding NotSeen(const std::string& why) {
+    return {Severity::Note, "journal-not-seen", why, "Ask as the account that prints, or as root."};
+}
+
+void CheckOpen(const journal::Journal& open, const std::string& path,
+               std::chrono::system_clock::time_point now, Findings& findings) {
+    const std::string damage = open.Damage();
+    if (damage.empty()) return CheckJobs(open, now, findings);
+    findings.push_back({Severity::Error, "journal-damaged",
+                        "the journal " + Quoted(path) + " is damaged: " + Private(damage),
+                        "Move it away, and keep it: the next run makes a new one, which knows "
+                        "nothing of the jobs so far."});
+}
+
+// --- rights -------------------------------------------------------------------------------------
+
+std::string SiteJournal() {
+    return std::string(journal::siteFolder) + "/" + journal::fileName;
+}
+
+bool MayUse(const Machine& machine, const std::string& path) {
+    if (!machine.ClosedAbove(path).empty() || !machine.GrantsNewFolder(FolderOf(path)))
+        return false;
+    return std::ranges::all_of(FilesOf(machine.Resolved(path)), [&](const std::string& file) {
+        return !machine.FactsOf(file) || machine.Grants(file, Read | Write);
+    });
+}
+
+Finding NoRights(const std::string& what, const std::string& remedy) {
+    return {Severity::Error, "journal-rights", what + ": `voltisctl run` refuses jobs with an ID",
+            remedy};
+}
+
+std::string ToGroup(const char* mode, const std::string& path) {
+    return "As root, `chgrp dialout " + Private(path) + "` and `chmod " + mode + " " +
+           Private(path) + "`; the account must be in the group dialout.";
+}
+
+std::string OwnJournal(const Machine& machine) {
+    return machine.account.home + "/.local/state/voltis/" + journal::fileName;
+}
+
+// An account without a home can use the machine's journal at least.
+std::string RemedyForFolder(const Machine& machine, const std::string& path) {
+    const std::string folder = path == OwnJournal(machine) ? journal::siteFolder : FolderOf(path);
+    return machine.FactsOf(folder) ? ToGroup("2775", folder)
+                                   : "As root, `install -d -m 2775 -g dialout " + Private(folder) +
+                                         "`; the account must be in the group dialout.";
+}
+
+void CheckFolder(const Machine& machine, const std::string& path, Findings& findings) {
+    const std::string folder = FolderOf(path);
+    if (machine.GrantsNewFolder(folder)) return;
+    const std::string who = "the account " + Quoted(machine.account.name);
+    const bool there = machine.FactsOf(folder).has_value();
+    findings.push_back(
+        NoRights(there ? who + " may not write into the folder of the journal, " + Quoted(folder)
+                       : "the folder of the journal, " + Quoted(folder) + ", is not there, and " +
+                             who + " may not make it",
+                 RemedyForFolder(machine, path)));
+}
+
+// What helps one of them helps all: SQLite gives those that it makes the rights of the journal.
+void CheckFiles(const Machine& machine, const std::string& path, Findings& findings) {
+    for (const std::string& file : FilesOf(path)) {
+        if (!machine.FactsOf(file) || machine.Grants(file, Read | Write)) continue;
+        findings.push_back(NoRights("the account " + Quoted(machine.account.name) +
+                                        " may not read and write the journal's file " +
+                                        Quoted(file),
+                                    ToGroup("660", path + "*")));
+        return;
+    }
+}
+
+// It is beside the journal, and belongs to the account that has made the first run.
+void CheckRuns(const Machine& machine, const std::string& path, Findings& findings) {
+    const std::string folder = FolderOf(path) + "/runs";
+    if (!machine.FactsOf(folder) || machine.GrantsFolder(folder)) return;
+    findings.push_back({Severity::Error, "runs-rights",
+                        "the account " + Quoted(machine.account.name) +
+                            " may not write into the folder of the runs, " + Quoted(folder) +
+                            ": `voltisctl run` ends before it prints",
+                        ToGroup("2775", folder)});
+}
+
+// Only what keeps the machine's journal from the account; a machine without one has no such folder.
+void CheckOwn(const Machine& machine, const std::string& path, Findings& findings) {
+    if (path == SiteJournal() || !machine.FactsOf(journal::siteFolder)) return;
+    findings.push_back({Severity::Warning, "journal-own",
+                        "the account " + Quoted(machine.account.name) +
+                            " may not use the machine's journal, " + Quoted(SiteJournal()) +
+                            ": its runs have one of their own, " + Quoted(path) +
+                            ", which knows nothing of other accounts' jobs",
+                        "As root, give the folder " + Private(journal::siteFolder) +
+                            " and the files in it to the group dialout, with the right to write; "
+                            "the account must be in that group."});
 }
 
 }  // namespace
 
+std::string JournalOf(const Machine& machine) {
+    return MayUse(machine, SiteJournal()) ? SiteJournal() : OwnJournal(machine);
+}
+
+Findings CheckJournalRights(const Machine& machine, const std::string& path) {
+    Findings findings;
+    CheckOwn(machine, path, findings);
+    Append(findings, CheckWay(machine, "the journal", path));
+    if (!machine.ClosedAbove(path).empty()) return findings;
+    CheckFolder(machine, path, findings);
+    CheckFiles(machine, machine.Resolved(path), findings);
+    CheckRuns(machine, path, findings);
+    return findings;
+}
+
 Findings CheckJournal(const std::string& path, std::chrono::system_clock::time_point now) {
-    if (!HasBytes(path)) return {};  // the first job makes it
+    if (!MayRead(path)) return {NotSeen("this account may not read the journal " + Quoted(path))};
     Findings findings;
     try {
-        const journal::Journal open(path);
-        const std::string damage = open.Damage();
-        if (damage.empty()) {
-            CheckJobs(open, now, findings);
-            return findings;
-        }
-        findings.push_back({Severity::Error, "journal-damaged",
-                            "the journal " + Quoted(path) + " is damaged: " + Private(damage),
-                            "Move it away, and keep it: the next run makes a new one, which knows "
-                            "nothing of the jobs so far."});
+        const std::optional<journal::Journal> open = journal::Journal::ForReading(path);
+        if (open) CheckOpen(*open, path, now, findings);
     } catch (const journal::JournalError& failure) {
         findings.push_back({Severity::Error, "journal-unusable", Private(failure.what()),
-                            "Without its journal `voltisctl run` refuses jobs with an ID: give "
-                            "this account the right to read and write it, or move it away."});
+                            "Without its journal `voltisctl run` refuses jobs with an ID: do as "
+                            "it says, or move the file away."});
     }
     return findings;
 }

@@ -5,11 +5,21 @@
 #include <string>
 
 #include "companion/doctor/Finding.h"
+#include "companion/doctor/Machine.h"
 
 namespace doctor {
 
-/// The journal at that path, which is not made when it is missing; and its jobs that wait for
-/// somebody.
+/// The journal that the runs of the account use, as companion/journal/Place.h has it: the
+/// machine's, or its own, unless its XDG_STATE_HOME says otherwise.
+std::string JournalOf(const Machine& machine);
+
+/// Whether the account may use the journal at that path, or make it there; and a word when it is
+/// not the machine's for want of rights.
+Findings CheckJournalRights(const Machine& machine, const std::string& path);
+
+/// The journal itself, which is only looked at: nothing of it is changed, and it is not made when
+/// it is missing. And its jobs that wait for somebody. path: of this machine, whatever root is
+/// looked at.
 Findings CheckJournal(const std::string& path,
                       std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
@@ -60,6 +61,58 @@ bool GrantsTo(const Account& account, const FileFacts& file, unsigned rights) {
     return ((file.mode >> shift) & rights) == rights;
 }
 
+// --- accounts below another root ----------------------------------------------------------------
+
+using Fields = std::vector<std::string>;
+
+// The lines of a file such as /etc/passwd that have so many fields or more.
+std::vector<Fields> Rows(const std::string& text, std::size_t least) {
+    std::istringstream lines(text);
+    std::vector<Fields> rows;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream in(line);
+        Fields fields;
+        for (std::string field; std::getline(in, field, ':');) fields.push_back(field);
+        if (fields.size() >= least) rows.push_back(fields);
+    }
+    return rows;
+}
+
+std::optional<std::uint32_t> IdIn(const std::string& field) {
+    std::uint32_t number = 0;
+    const char* end = field.data() + field.size();
+    const auto [rest, wrong] = std::from_chars(field.data(), end, number);
+    if (wrong != std::errc() || rest != end) return std::nullopt;
+    return number;
+}
+
+bool HasMember(const std::string& members, const std::string& name) {
+    return ("," + members + ",").find("," + name + ",") != std::string::npos;
+}
+
+std::vector<gid_t> GroupsWith(const std::string& name, const Machine& machine) {
+    constexpr std::size_t members = 3;
+    std::vector<gid_t> groups;
+    for (const Fields& row : Rows(machine.TextOf("/etc/group"), members + 1)) {
+        const auto gid = IdIn(row[2]);
+        if (gid && HasMember(row[members], name)) groups.push_back(*gid);
+    }
+    return groups;
+}
+
+std::optional<Account> AccountBelow(const std::string& name, const Machine& machine) {
+    constexpr std::size_t home = 5;
+    for (const Fields& row : Rows(machine.TextOf("/etc/passwd"), home + 1)) {
+        const auto uid = IdIn(row[2]);
+        const auto gid = IdIn(row[3]);
+        if (!uid || !gid || (row[0] != name && row[2] != name)) continue;
+        return Account{*uid, *gid, GroupsWith(row[0], machine), row[0], row[home]};
+    }
+    return std::nullopt;
+}
+
+// --- paths --------------------------------------------------------------------------------------
+
 // The parts of a path from the root on.
 std::vector<std::string> PartsOf(const std::string& path) {
     std::istringstream in(path);
@@ -77,37 +130,60 @@ std::string Parent(const std::string& path) {
 
 Account OwnAccount() {
     const passwd* entry = getpwuid(geteuid());
-    return {geteuid(), getegid(), OwnGroups(),
-            entry == nullptr ? std::to_string(geteuid()) : entry->pw_name};
+    if (entry == nullptr)
+        return {geteuid(), getegid(), OwnGroups(), std::to_string(geteuid()), "/"};
+    return {geteuid(), getegid(), OwnGroups(), entry->pw_name, entry->pw_dir};
 }
 
-std::optional<Account> AccountOf(const std::string& name) {
+std::optional<Account> AccountOf(const std::string& name, const Machine& machine) {
+    if (!machine.IsThisOne()) return AccountBelow(name, machine);
     const passwd* entry = EntryOf(name);
     if (entry == nullptr) return std::nullopt;
-    Account account{entry->pw_uid, entry->pw_gid, {}, entry->pw_name};
+    Account account{entry->pw_uid, entry->pw_gid, {}, entry->pw_name, entry->pw_dir};
     account.groups = GroupsOf(*entry);
     return account;
+}
+
+std::string FolderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
 }
 
 std::optional<FileFacts> Machine::FactsOf(const std::string& path) const {
     if (facts) return facts(path);
     struct stat status = {};
-    if (stat(Real(path).c_str(), &status) != 0) return std::nullopt;
-    return FileFacts{status.st_mode, status.st_uid, status.st_gid, status.st_rdev};
+    const std::string there = IsThisOne() ? path : Real(Resolved(path));
+    if (stat(there.c_str(), &status) != 0) return std::nullopt;
+    return FileFacts{status.st_mode, status.st_uid, status.st_gid, status.st_rdev, status.st_dev};
 }
 
-// The mode alone would say that root may write where nobody can: access sees a read-only disk.
+// Of its own account the system knows more than the mode tells: lists of rights, read-only disks.
 bool Machine::Grants(const std::string& path, unsigned rights) const {
     const auto file = FactsOf(path);
-    if (!file || !GrantsTo(account, *file, rights)) return false;
-    if (facts || account.uid != geteuid()) return true;
+    if (facts || !IsThisOne() || account.uid != geteuid())
+        return file && GrantsTo(account, *file, rights);
     const int mode = static_cast<int>(rights);  // the same bits as those of access
-    return faccessat(AT_FDCWD, Real(path).c_str(), mode, AT_EACCESS) == 0;
+    return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
 bool Machine::GrantsFolder(const std::string& path) const {
     const auto folder = FactsOf(path);
     return folder && S_ISDIR(folder->mode) && Grants(path, Write | Right::Search);
+}
+
+bool Machine::GrantsNewFolder(const std::string& path) const {
+    if (FactsOf(path)) return GrantsFolder(path);
+    return path != "/" && GrantsNewFolder(FolderOf(path));
+}
+
+// What is above the root of another system is none of its account's business.
+std::string Machine::ClosedAbove(const std::string& path) const {
+    const std::string real = Resolved(fs::absolute(path));
+    for (std::size_t end = real.find('/', 1); end != real.npos; end = real.find('/', end + 1)) {
+        std::string folder = real.substr(0, end);
+        if (FactsOf(folder) && !Grants(folder, Right::Search)) return folder;
+    }
+    return "";
 }
 
 // Not blocking: what is in the place of a file may be anything.
@@ -187,15 +263,9 @@ std::optional<std::uint64_t> Machine::FreeBytesAt(const std::string& path) const
 }
 
 std::string Machine::GroupName(gid_t gid) const {
-    std::istringstream groups(TextOf("/etc/group"));
     std::string number = std::to_string(gid);
-    for (std::string line; std::getline(groups, line);) {
-        const std::size_t name = line.find(':');
-        const std::size_t begin = name == line.npos ? line.npos : line.find(':', name + 1);
-        if (begin == line.npos) continue;
-        if (line.substr(begin + 1, line.find(':', begin + 1) - begin - 1) == number)
-            return line.substr(0, name);
-    }
+    for (const Fields& row : Rows(TextOf("/etc/group"), 3))
+        if (row[2] == number) return row[0];
     return number;
 }
 

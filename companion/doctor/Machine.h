@@ -15,14 +15,13 @@ namespace doctor {
 struct Account {
     uid_t uid = 0;
     gid_t gid = 0;
-    std::vector<gid_t> groups;  // the further ones
-    std::string name;
+    std::vector<gid_t> groups = {};  // the further ones
+    std::string name = {};
+    std::string home = {};
 };
 
 /// This process's own.
 Account OwnAccount();
-/// Of the user with that name or number; nothing when there is none.
-std::optional<Account> AccountOf(const std::string& name);
 
 /// What of a file decides who may use it.
 struct FileFacts {
@@ -30,6 +29,7 @@ struct FileFacts {
     uid_t uid = 0;
     gid_t gid = 0;
     dev_t device = 0;  // of a device file, its number
+    dev_t disk = 0;    // that it is on
 };
 
 /// Read, write and search, as in the bits of a mode.
@@ -54,6 +54,10 @@ struct Machine {
     bool Grants(const std::string& path, unsigned rights) const;
     /// A folder to make files in.
     bool GrantsFolder(const std::string& path) const;
+    /// Such a folder, or one that the account may make with those above it.
+    bool GrantsNewFolder(const std::string& path) const;
+    /// The first folder above the path that the account may not search; empty: none.
+    std::string ClosedAbove(const std::string& path) const;
     /// The first bytes of the file, or of its first line; empty when it cannot be read.
     std::string TextOf(const std::string& path) const;
     std::string LineOf(const std::string& path) const;
@@ -71,5 +75,11 @@ struct Machine {
     /// The name of a group in /etc/group; its number when it has none.
     std::string GroupName(gid_t gid) const;
 };
+
+/// The user of the machine with that name or number; nothing when there is none. Below another root
+/// those of its files count.
+std::optional<Account> AccountOf(const std::string& name, const Machine& machine = {});
+/// The folder that the path is in.
+std::string FolderOf(const std::string& path);
 
 }  // namespace doctor

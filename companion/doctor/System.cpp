@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -21,16 +22,16 @@ namespace {
 
 constexpr std::uint64_t mebi = 1024UL * 1024;
 
-std::string Above(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// --- logs ---------------------------------------------------------------------------------------
-
 std::string ForAccount(const Machine& machine) {
     return "the account " + Quoted(machine.account.name);
 }
+
+bool IsFolder(const Machine& machine, const std::string& path) {
+    const auto facts = machine.FactsOf(path);
+    return facts && S_ISDIR(facts->mode);
+}
+
+// --- logs ---------------------------------------------------------------------------------------
 
 constexpr char noRun[] = ": every run of the driver ends with exit code 2";
 
@@ -79,6 +80,16 @@ std::string Megabytes(std::uint64_t bytes) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%.1f MB", static_cast<double>(bytes) / mebi);
     return text.data();
+}
+
+void CheckDisk(const Machine& machine, const std::string& place, Findings& findings) {
+    constexpr std::uint64_t none = mebi;
+    constexpr std::uint64_t little = 100 * mebi;
+    const std::uint64_t room = machine.FreeBytesAt(place).value_or(little);
+    if (room >= little) return;
+    findings.push_back({room < none ? Severity::Error : Severity::Warning, "disk-full",
+                        "the disk of " + Quoted(place) + " has only " + Megabytes(room) + " left",
+                        "Make room; on a full disk result files are empty and logs lack runs."});
 }
 
 // --- the marker ---------------------------------------------------------------------------------
@@ -153,26 +164,75 @@ void TrySandbox(Findings& findings) {
 
 }  // namespace
 
+Findings CheckWay(const Machine& machine, const std::string& what, const std::string& path) {
+    const std::string closed = machine.ClosedAbove(path);
+    if (closed.empty()) return {};
+    return {{Severity::Error, "path-closed",
+             ForAccount(machine) + " may not enter " + Quoted(closed) + ", and so not reach " +
+                 what + ", " + Quoted(path),
+             "Use a place elsewhere; or, as root, `chmod o+x " + Private(closed) + "`."}};
+}
+
+Findings CheckConfiguration(const Machine& machine, const std::string& file) {
+    Findings findings = CheckWay(machine, "the configuration", file);
+    if (!findings.empty() || machine.Grants(file, Read)) return findings;
+    return {{Severity::Error, "config-rights",
+             ForAccount(machine) + " may not read the configuration " + Quoted(file),
+             "As root, `chmod a+r " + Private(file) + "`."}};
+}
+
+Findings CheckLocks(const Machine& machine, const std::string& folder) {
+    Findings findings = CheckWay(machine, "the lock files", folder);
+    if (!findings.empty()) return findings;
+    constexpr char noStart[] = ": `voltisctl run` ends before it prints";
+    const std::string remedy = "As root, `install -d -m 1777 " + Private(folder) + "`.";
+    if (!IsFolder(machine, folder)) {
+        return {{Severity::Error, "locks-missing",
+                 "the folder of the lock files, " + Quoted(folder) + ", is not there" + noStart,
+                 remedy}};
+    }
+    if (machine.GrantsFolder(folder)) return {};
+    return {{Severity::Error, "locks-rights",
+             ForAccount(machine) + " may not write into the folder of the lock files, " +
+                 Quoted(folder) + noStart,
+             remedy}};
+}
+
+Findings CheckCommandFolder(const Machine& machine, const std::string& folder) {
+    Findings findings = CheckWay(machine, "the command files", folder);
+    if (!findings.empty()) return findings;
+    if (!IsFolder(machine, folder)) {
+        return {{Severity::Error, "folder-missing",
+                 "the folder of the command files, " + Quoted(folder) + ", is not there",
+                 "Make it, or name the right one with --folder."}};
+    }
+    if (machine.GrantsFolder(folder)) return {};
+    return {{Severity::Error, "folder-rights",
+             ForAccount(machine) + " may not write into the folder of the command files, " +
+                 Quoted(folder) + ": no result file is written there",
+             "As root, `chown " + Private(machine.account.name) + " " + Private(folder) +
+                 "`, or use a folder of that account."}};
+}
+
 Findings CheckLogs(const Machine& machine, const std::string& folder) {
-    const auto facts = machine.FactsOf(folder);
-    if (!facts || !S_ISDIR(facts->mode)) return {FolderMissing(folder)};
-    Findings findings;
+    Findings findings = CheckWay(machine, "the logs", folder);
+    if (!findings.empty()) return findings;
+    if (!IsFolder(machine, folder)) return {FolderMissing(folder)};
     if (!machine.GrantsFolder(folder)) findings.push_back(FolderClosed(machine, folder));
     for (const char* name : {stdLogFileName, dbgLogFileName})
         CheckLog(machine, folder + "/" + name, findings);
     return findings;
 }
 
-Findings CheckSpace(const Machine& machine, const std::string& folder) {
-    constexpr std::uint64_t none = mebi;
-    constexpr std::uint64_t little = 100 * mebi;
-    std::string place = folder;
-    while (place != "/" && !machine.FactsOf(place)) place = Above(place);
-    const std::uint64_t room = machine.FreeBytesAt(place).value_or(little);
-    if (room >= little) return {};
-    return {{room < none ? Severity::Error : Severity::Warning, "disk-full",
-             "the disk of " + Quoted(place) + " has only " + Megabytes(room) + " left",
-             "Make room; on a full disk result files are empty and logs lack runs."}};
+Findings CheckSpace(const Machine& machine, const std::vector<std::string>& folders) {
+    std::set<dev_t> seen;
+    Findings findings;
+    for (std::string place : folders) {
+        while (place != "/" && !machine.FactsOf(place)) place = FolderOf(place);
+        const auto facts = machine.FactsOf(place);
+        if (facts && seen.insert(facts->disk).second) CheckDisk(machine, place, findings);
+    }
+    return findings;
 }
 
 Findings CheckMarker(const Machine& machine, const std::string& folder) {

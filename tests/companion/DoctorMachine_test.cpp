@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -165,6 +166,42 @@ TEST_F(Doctor_Machine, KnowsAccountsByNameAndNumber) {
     EXPECT_EQ(machine.GroupName(77), "77");
 }
 
+TEST_F(Doctor_Machine, KnowsTheAccountsBelowItsRoot) {
+    Put("/etc/passwd",
+        "root:x:0:0::/root:/bin/sh\nbroken:x:1\nodd:x:-1:many::/:\n"
+        "till:x:1234:77:A till,,,:/home/till:/bin/sh\n");
+    Put("/etc/group", "dialout:x:20:tilly,till\nlp:x:7:tilly\nodd:x:?:till\nshop:x:8:till,bar\n");
+    const auto till = doctor::AccountOf("till", machine);
+    ASSERT_TRUE(till.has_value());
+    EXPECT_EQ(till->uid, 1234U);
+    EXPECT_EQ(till->gid, 77U);
+    EXPECT_THAT(till->groups, ElementsAre(dialout, 8));
+    EXPECT_EQ(till->home, "/home/till");
+    EXPECT_EQ(doctor::AccountOf("1234", machine)->name, "till");
+    for (const char* name : {"odd", "broken", "tilly", "20", ""})
+        EXPECT_FALSE(doctor::AccountOf(name, machine).has_value()) << name;
+}
+
+TEST_F(Doctor_Machine, SeesWhichFolderKeepsAnAccountOut) {
+    Folder("/home/till/pos");
+    EXPECT_EQ(machine.ClosedAbove("/home/till/pos"), "");
+    known["/home/till"] = {S_IFDIR | 0700, 4711, 0, 0};
+    EXPECT_EQ(machine.ClosedAbove("/home/till/pos"), "/home/till");
+    EXPECT_EQ(machine.ClosedAbove("/home/till"), "");
+    Link("/pos", "/home/till/pos");
+    EXPECT_EQ(machine.ClosedAbove("/pos/a.txt"), "/home/till");
+    known["/home/till"].uid = cashier;
+    EXPECT_EQ(machine.ClosedAbove("/home/till/pos"), "");
+}
+
+TEST_F(Doctor_Machine, KnowsWhereAFolderCanBeMade) {
+    EXPECT_FALSE(machine.GrantsNewFolder("/srv/a/b"));
+    known["/srv"] = {S_IFDIR | 0755, cashier, 0, 0};
+    EXPECT_TRUE(machine.GrantsNewFolder("/srv/a/b"));
+    Put("/srv/a", "");
+    EXPECT_FALSE(machine.GrantsNewFolder("/srv/a/b"));
+}
+
 // --- the device ---------------------------------------------------------------------------------
 
 TEST_F(Doctor_Device, IsFine) {
@@ -209,6 +246,11 @@ TEST_F(Doctor_Device, IsAPseudoTerminal) {
     EXPECT_THAT(DeviceFindings(), ElementsAre("note: the device '/dev/pts/3' is a pseudo terminal, "
                                               "not a serial port [pseudo-terminal]"));
     EXPECT_EQ(DeviceRemedy(), "Nothing, when an emulated register is meant.");
+    known["/dev/pts/3"].mode = S_IFCHR | 0600;
+    const doctor::Findings findings = doctor::CheckDevice(machine, profile);
+    ASSERT_EQ(findings.size(), 2U);
+    EXPECT_EQ(findings[1].code, "device-rights");
+    EXPECT_EQ(findings[1].remedy, "Start the emulated register under that account.");
 }
 
 TEST_F(Doctor_Device, HasNoHardware) {
@@ -434,18 +476,77 @@ TEST_F(Doctor_System, NoticesALargeLog) {
 }
 
 TEST_F(Doctor_System, NeedsRoomOnTheDisk) {
-    EXPECT_THAT(doctor::CheckSpace(machine, "/var/log/voltis"), IsEmpty());
+    EXPECT_THAT(doctor::CheckSpace(machine, {"/var/log/voltis"}), IsEmpty());
     room = 1024UL * 1024 * 5 / 2;
-    const doctor::Findings little = doctor::CheckSpace(machine, "/etc/voltis/none");
+    const doctor::Findings little = doctor::CheckSpace(machine, {"/etc/voltis/none", "/etc"});
     EXPECT_THAT(Said(little),
                 ElementsAre("warning: the disk of '/etc' has only 2.5 MB left [disk-full]"));
     EXPECT_EQ(FirstRemedy(little),
               "Make room; on a full disk result files are empty and logs lack runs.");
     room = 0;
-    EXPECT_THAT(Said(doctor::CheckSpace(machine, "/")),
+    EXPECT_THAT(Said(doctor::CheckSpace(machine, {"/"})),
                 ElementsAre("error: the disk of '/' has only 0.0 MB left [disk-full]"));
     room.reset();
-    EXPECT_THAT(doctor::CheckSpace(machine, "/"), IsEmpty());
+    EXPECT_THAT(doctor::CheckSpace(machine, {"/"}), IsEmpty());
+}
+
+TEST_F(Doctor_System, NeedsRoomOnEachDisk) {
+    room = 0;
+    for (const char* folder : {"/a", "/b", "/c"}) Folder(folder);
+    known["/a"] = {S_IFDIR | 0755, 0, 0, 0, 1};
+    known["/b"] = {S_IFDIR | 0755, 0, 0, 0, 2};
+    known["/c"] = {S_IFDIR | 0755, 0, 0, 0, 1};
+    EXPECT_THAT(Said(doctor::CheckSpace(machine, {"/a", "/b", "/c"})),
+                ElementsAre(HasSubstr("'/a'"), HasSubstr("'/b'")));
+}
+
+TEST_F(Doctor_System, NeedsALockFolder) {
+    const auto locks = [&] { return doctor::CheckLocks(machine, "/run/lock"); };
+    EXPECT_THAT(Said(locks()),
+                ElementsAre("error: the folder of the lock files, '/run/lock', is not there: "
+                            "`voltisctl run` ends before it prints [locks-missing]"));
+    EXPECT_EQ(FirstRemedy(locks()), "As root, `install -d -m 1777 /run/lock`.");
+    Folder("/run/lock");
+    EXPECT_THAT(Said(locks()),
+                ElementsAre("error: the account 'pos' may not write into the folder of the lock "
+                            "files, '/run/lock': `voltisctl run` ends before it prints "
+                            "[locks-rights]"));
+    known["/run/lock"] = {S_IFDIR | 01777, 0, 0, 0};
+    EXPECT_THAT(locks(), IsEmpty());
+}
+
+TEST_F(Doctor_System, NeedsAFolderForItsResults) {
+    const auto folder = [&] { return doctor::CheckCommandFolder(machine, "/home/pos/jobs"); };
+    EXPECT_THAT(Said(folder()), ElementsAre("error: the folder of the command files, "
+                                            "'/home/pos/jobs', is not there [folder-missing]"));
+    EXPECT_EQ(FirstRemedy(folder()), "Make it, or name the right one with --folder.");
+    Folder("/home/pos/jobs");
+    EXPECT_THAT(Said(folder()),
+                ElementsAre("error: the account 'pos' may not write into the folder of the command "
+                            "files, '/home/pos/jobs': no result file is written there "
+                            "[folder-rights]"));
+    EXPECT_EQ(FirstRemedy(folder()),
+              "As root, `chown pos /home/pos/jobs`, or use a folder of that account.");
+    known["/home/pos"] = {S_IFDIR | 0700, 0, 0, 0};
+    EXPECT_THAT(Said(folder()),
+                ElementsAre("error: the account 'pos' may not enter '/home/pos', and so not reach "
+                            "the command files, '/home/pos/jobs' [path-closed]"));
+    EXPECT_EQ(FirstRemedy(folder()), "Use a place elsewhere; or, as root, `chmod o+x /home/pos`.");
+    known.erase("/home/pos");
+    known["/home/pos/jobs"] = {S_IFDIR | 0755, cashier, 0, 0};
+    EXPECT_THAT(folder(), IsEmpty());
+}
+
+TEST_F(Doctor_System, NeedsAConfigurationThatCanBeRead) {
+    const auto file = [&] { return doctor::CheckConfiguration(machine, "/etc/voltis/voltis.ini"); };
+    Put("/etc/voltis/voltis.ini", "");
+    EXPECT_THAT(file(), IsEmpty());
+    known["/etc/voltis/voltis.ini"] = {S_IFREG | 0600, 0, 0, 0};
+    EXPECT_THAT(Said(file()), ElementsAre("error: the account 'pos' may not read the configuration "
+                                          "'/etc/voltis/voltis.ini' [config-rights]"));
+    EXPECT_EQ(FirstRemedy(file()), "As root, `chmod a+r /etc/voltis/voltis.ini`.");
+    known["/etc/voltis"] = {S_IFDIR | 0750, 0, 0, 0};
+    EXPECT_THAT(Said(file()), ElementsAre(HasSubstr("[path-closed]")));
 }
 
 TEST_F(Doctor_System, KnowsAMarkerThatStays) {
@@ -512,6 +613,73 @@ TEST_F(Doctor_System, NeedsTheDriver) {
 
 // --- the journal --------------------------------------------------------------------------------
 
+TEST_F(Doctor_System, KnowsWhoseJournalARunUses) {
+    const std::string ours = "/home/pos/.local/state/voltis/journal.db";
+    machine.account.home = "/home/pos";
+    known["/home/pos"] = {S_IFDIR | 0700, cashier, cashier, 0};
+    EXPECT_EQ(doctor::JournalOf(machine), ours);
+    EXPECT_THAT(doctor::CheckJournalRights(machine, ours), IsEmpty());
+    Folder("/var/lib/voltis");
+    EXPECT_EQ(doctor::JournalOf(machine), ours);
+    const doctor::Findings findings = doctor::CheckJournalRights(machine, ours);
+    EXPECT_THAT(Said(findings),
+                ElementsAre("warning: the account 'pos' may not use the machine's journal, "
+                            "'/var/lib/voltis/journal.db': its runs have one of their own, '" +
+                            ours + "', which knows nothing of other accounts' jobs [journal-own]"));
+    EXPECT_EQ(FirstRemedy(findings),
+              "As root, give the folder /var/lib/voltis and the files in it to the group dialout, "
+              "with the right to write; the account must be in that group.");
+    known["/var/lib/voltis"] = {S_IFDIR | 02775, 0, dialout, 0};
+    EXPECT_EQ(doctor::JournalOf(machine), "/var/lib/voltis/journal.db");
+    Put("/var/lib/voltis/journal.db-shm", "");
+    EXPECT_EQ(doctor::JournalOf(machine), ours);
+}
+
+TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
+    const auto rights = [&] { return doctor::CheckJournalRights(machine, "/j/journal.db"); };
+    EXPECT_THAT(Said(rights()),
+                ElementsAre("error: the folder of the journal, '/j', is not there, and the account "
+                            "'pos' may not make it: `voltisctl run` refuses jobs with an ID "
+                            "[journal-rights]"));
+    EXPECT_EQ(FirstRemedy(rights()),
+              "As root, `install -d -m 2775 -g dialout /j`; the account must be in the group "
+              "dialout.");
+    machine.account.home = "/nonexistent";
+    EXPECT_EQ(FirstRemedy(doctor::CheckJournalRights(machine, doctor::JournalOf(machine))),
+              "As root, `install -d -m 2775 -g dialout /var/lib/voltis`; the account must be in "
+              "the group dialout.");
+    Folder("/j");
+    EXPECT_THAT(Said(rights()),
+                ElementsAre("error: the account 'pos' may not write into the folder of the "
+                            "journal, '/j': `voltisctl run` refuses jobs with an ID "
+                            "[journal-rights]"));
+    EXPECT_EQ(FirstRemedy(rights()),
+              "As root, `chgrp dialout /j` and `chmod 2775 /j`; the account must be in the group "
+              "dialout.");
+    known["/j"] = {S_IFDIR | 02775, 0, dialout, 0};
+    EXPECT_THAT(rights(), IsEmpty());
+    Put("/j/journal.db", "");
+    known["/j/journal.db-wal"] = {S_IFREG | 0644, 0, dialout, 0};
+    known["/j/journal.db"] = {S_IFREG | 0660, 0, dialout, 0};
+    EXPECT_THAT(Said(rights()),
+                ElementsAre("error: the account 'pos' may not read and write the journal's file "
+                            "'/j/journal.db-wal': `voltisctl run` refuses jobs with an ID "
+                            "[journal-rights]"));
+    EXPECT_EQ(FirstRemedy(rights()),
+              "As root, `chgrp dialout /j/journal.db*` and `chmod 660 /j/journal.db*`; the account "
+              "must be in the group dialout.");
+    known["/j/journal.db-wal"].mode = S_IFREG | 0660;
+    Folder("/j/runs");
+    EXPECT_THAT(Said(rights()),
+                ElementsAre("error: the account 'pos' may not write into the folder of the runs, "
+                            "'/j/runs': `voltisctl run` ends before it prints [runs-rights]"));
+    EXPECT_EQ(FirstRemedy(rights()),
+              "As root, `chgrp dialout /j/runs` and `chmod 2775 /j/runs`; the account must be in "
+              "the group dialout.");
+    known["/j"] = {S_IFDIR | 0700, 0, 0, 0};
+    EXPECT_THAT(Said(rights()), ElementsAre(HasSubstr("[path-closed]")));
+}
+
 class Doctor_Journal : public testing::Test {
   protected:
     std::string Path() const { return folder.File("journal.db"); }
@@ -558,8 +726,50 @@ TEST_F(Doctor_Journal, IsNoJournal) {
     folder.Write("journal.db", "no database at all, but some text\n");
     EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("[journal-unusable]")));
     EXPECT_EQ(FirstRemedy(Check()),
-              "Without its journal `voltisctl run` refuses jobs with an ID: give this account the "
-              "right to read and write it, or move it away.");
+              "Without its journal `voltisctl run` refuses jobs with an ID: do as it says, or move "
+              "the file away.");
+}
+
+// Asked by an account without rights there, which root always has.
+TEST_F(Doctor_Journal, MayBeOutOfSight) {
+    { journal::Journal open(Path()); }
+    files::permissions(folder.Path(), files::perms(0755));
+    files::permissions(Path(), files::perms::none);
+    const auto before = files::last_write_time(folder.Path());
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0 && setuid(nobody) != 0) _exit(2);
+        const doctor::Findings findings = Check();
+        const bool told = findings.size() == 1 && findings[0].code == "journal-not-seen" &&
+                          findings[0].severity == doctor::Severity::Note;
+        _exit(told ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(files::last_write_time(folder.Path()), before);
+}
+
+// What a run that was killed has left is still there for the next one.
+TEST_F(Doctor_Journal, IsLeftAsItIs) {
+    const pid_t child = fork();
+    if (child == 0) {
+        journal::Journal open(Path());
+        Sent(open);
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    const std::string changes = ReadWholeFile(Path() + "-wal");
+    const std::string index = ReadWholeFile(Path() + "-shm");
+    ASSERT_FALSE(changes.empty());
+    now += std::chrono::hours(2);
+    EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("[jobs-cut-off]")));
+    EXPECT_EQ(ReadWholeFile(Path() + "-wal"), changes);
+    EXPECT_EQ(ReadWholeFile(Path() + "-shm"), index);
+    files::remove(Path() + "-shm");
+    EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("lack their index")));
+    EXPECT_FALSE(files::exists(Path() + "-shm"));
 }
 
 TEST_F(Doctor_Journal, IsDamaged) {

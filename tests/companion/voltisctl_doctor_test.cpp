@@ -15,6 +15,7 @@
 #include <future>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 
 #include "companion/journal/Journal.h"
@@ -100,11 +101,11 @@ TEST_F(voltisctlDoctor, SaysThatRootSeesLess) {
 }
 
 TEST_F(voltisctlDoctor, LooksAtEverythingThatARunNeeds) {
-    std::filesystem::remove(site_.File("logs"));
+    for (const char* folder : {"logs", "locks"}) std::filesystem::remove(site_.File(folder));
     site_.Folder().Write("journal.db", "no journal\n");
-    EXPECT_THAT(
-        CodesIn(Json({"--driver", site_.File("none")})),
-        testing::ElementsAre("logs-missing", "no-driver", "journal-unusable", "pseudo-terminal"));
+    EXPECT_THAT(CodesIn(Json({"--driver", site_.File("none")})),
+                testing::ElementsAre("logs-missing", "locks-missing", "folder-missing", "no-driver",
+                                     "journal-unusable", "pseudo-terminal"));
 }
 
 TEST_F(voltisctlDoctor, NamesWhatIsWrongWithTheCommandLine) {
@@ -126,6 +127,23 @@ TEST_F(voltisctlDoctor, NamesWhatIsWrongWithTheCommandLine) {
     EXPECT_EQ(Doctor({"--register", "none"}).exitCode, 1);
 }
 
+// Whatever the account may, the journal is only looked at.
+TEST_F(voltisctlDoctor, LeavesTheJournalAsItIs) {
+    const std::string path = site_.File("journal.db");
+    const auto all = [&] {
+        std::map<std::string, std::string> files;
+        for (const char* ending : {"", "-wal", "-shm"})
+            files[ending] = ReadWholeFile(path + ending);
+        return files;
+    };
+    journal::Journal book(path);
+    book.StartSending(book.Receive({"A", "default", "/pos/a.txt", "TOTAL\n"}), "default", "");
+    const auto before = all();
+    EXPECT_NE(before.at("-wal"), "");
+    EXPECT_THAT(CodesIn(Json({})), testing::ElementsAre("pseudo-terminal"));
+    EXPECT_EQ(all(), before);
+}
+
 // --- another root -------------------------------------------------------------------------------
 
 TEST_F(voltisctlDoctor, LooksBelowAnotherRoot) {
@@ -139,6 +157,21 @@ TEST_F(voltisctlDoctor, LooksBelowAnotherRoot) {
     EXPECT_THAT(codes, testing::Contains("device-missing"));
     EXPECT_THAT(codes, testing::Contains("no-bubblewrap"));
     EXPECT_THAT(codes, testing::Not(testing::Contains("logs-missing")));
+}
+
+// Those of this machine may have other numbers, or not be there.
+TEST_F(voltisctlDoctor, KnowsTheAccountsOfTheOtherRoot) {
+    const TempDir root;
+    for (const char* folder : {"etc/voltis", "var/log/voltis", "run/lock"})
+        std::filesystem::create_directories(root.File(folder));
+    root.Write("etc/passwd", "till-of-another:x:4711:4711::/:/bin/sh\n");
+    root.Write("etc/voltis/voltis.ini", "[VOLTIS]\nComNumber=3\nResultFileName=a\n");
+    const Answer answer = RunTool({"doctor", "--root", root.Path(), "--user", "till-of-another"});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_TRUE(Holds(answer.text, {"the account 'till-of-another' may not write into the folder",
+                                    "[locks-rights]", "[logs-rights]"}));
+    EXPECT_EQ(RunTool({"doctor", "--root", root.Path(), "--user", "root"}).text,
+              "voltisctl: there is no user 'root'\n");
 }
 
 // --- the report ---------------------------------------------------------------------------------
@@ -455,9 +488,12 @@ class DoctorPage : public testing::Test {
         Put("etc/voltis/voltis.ini", BlockOfDoctorPage(0));
         Put("etc/os-release", "ID=debian\nVERSION_ID=\"12\"\n");
         Put("proc/sys/kernel/osrelease", "6.1.0-18-amd64\n");
+        Put("etc/passwd", "pos:x:" + std::to_string(getuid()) + ":" + std::to_string(getgid()) +
+                              "::/home/pos:/bin/sh\n");
         Put("usr/bin/bwrap", "");
         std::filesystem::permissions(root_.File("usr/bin/bwrap"), std::filesystem::perms(0755));
         std::filesystem::create_directories(root_.File("var/log/voltis"));
+        std::filesystem::create_directories(root_.File("run/lock"));
     }
     void Put(const std::string& path, const std::string& text) {
         std::filesystem::create_directories(std::filesystem::path(root_.File(path)).parent_path());
@@ -510,7 +546,7 @@ class EmulatedSite {
 using voltisctlDoctorPage = DoctorPage;
 
 TEST_F(voltisctlDoctorPage, ShowsWhatIsFoundAndReported) {
-    const Words asUser = {"--user", std::to_string(getuid())};
+    const Words asUser = {"--user", "pos"};
     const TempDir folder;
     const std::string file = folder.File("report.txt");
     EXPECT_EQ(Doctor(asUser + Words{"--report", file}).text, BlockOfDoctorPage(1));
@@ -541,18 +577,21 @@ TEST_F(voltisctlDoctorPage, NamesEveryCode) {
     const std::string page = ReadWholeFile(examples + "/../docs/doctor.md");
     const Regex code(R"re(Severity::\w+(?: : \w+::\w+)?,\s*"([a-z-]+)")re");
     const Regex keyed(R"re(AddAt\([^"]*(?:"\w+"[^"]*)?"([a-z]+-[a-z-]+)",)re");
-    int codes = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(examples + "/../companion/doctor")) {
-        const std::string text = ReadWholeFile(entry.path());
-        for (const Regex& form : {code, keyed}) {
-            for (const Regex::Found& found : form.FindAll(text)) {
-                ++codes;
-                EXPECT_NE(page.find("`" + found[1] + "`"), std::string::npos) << found[1];
-            }
-        }
+    const std::string source = examples + "/..";
+    Words files = {source + "/ctl/Doctor.cpp"};
+    for (const auto& entry : std::filesystem::directory_iterator(source + "/companion/doctor"))
+        files.push_back(entry.path());
+    std::set<std::string> codes;
+    for (const std::string& file : files) {
+        const std::string text = ReadWholeFile(file);
+        for (const Regex& form : {code, keyed})
+            for (const Regex::Found& found : form.FindAll(text)) codes.insert(found[1]);
     }
-    EXPECT_GT(codes, 40);
+    for (const std::string& name : codes)
+        EXPECT_NE(page.find("`" + name + "`"), std::string::npos) << name;
+    for (const char* name : {"as-root", "not-asked", "habit-differs", "journal-rights"})
+        EXPECT_EQ(codes.count(name), 1U) << name;
+    EXPECT_GT(codes.size(), 40U);
 }
 
 TEST(voltisctlDoctorHabits, AreThoseOfTheEmulatedRegister) {
