@@ -418,13 +418,17 @@ void ShowToPrograms(const Examination& site) {
     std::cout << "]}\n";
 }
 
+std::string OrNone(const std::string& words) {
+    return words.empty() ? "none" : words;
+}
+
 // What was asked, for the report: nothing of it is personal.
 std::vector<std::string> ForReport(const Examination& site) {
     std::vector<std::string> lines;
     if (site.answer) lines.push_back("the register answers: " + Description(*site.answer));
     if (!site.habits) return lines;
-    lines.push_back("its habits: " + site.habits->Words(doctor::Known::Yes));
-    lines.push_back("possible habits: " + site.habits->Words(doctor::Known::Possible));
+    lines.push_back("its habits: " + OrNone(site.habits->Words(doctor::Known::Yes)));
+    lines.push_back("possible habits: " + OrNone(site.habits->Words(doctor::Known::Possible)));
     return lines;
 }
 

@@ -451,7 +451,7 @@ TEST_F(voltisctlDoctor, ReportsHabitsBesideTheConfiguration) {
     EXPECT_EQ(Served({"--habits", "--yes", "--report", file}).exitCode, 0);
     EXPECT_TRUE(Holds(ReadWholeFile(file),
                       {"register 1, on a pseudo terminal\n    Device=...\n",
-                       "    NakRetryCount=7\n", "\nits habits: \n", "nothing was found\n"}));
+                       "    NakRetryCount=7\n", "\nits habits: none\n", "nothing was found\n"}));
 }
 
 TEST_F(voltisctlDoctor, LeavesARegisterAloneThatKnowsWhatACutOffJobPrinted) {
