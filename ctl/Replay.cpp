@@ -10,6 +10,7 @@
 #include "companion/replay/Replay.h"
 #include "companion/runner/Files.h"
 #include "ctl/Excerpt.h"
+#include "ctl/FiniteRange.h"
 #include "ctl/Interrupts.h"
 #include "ctl/UsageError.h"
 #include "emulator/PtyServer.h"
@@ -138,7 +139,7 @@ std::function<int()> BindReplay(CLI::App& command) {
     command
         .add_option("--timeout", options->timeoutSeconds,
                     "The longest that it may take (default: no limit)")
-        ->check(CLI::Range(0.0, longestTimeout))
+        ->check(FiniteRange(0, longestTimeout))
         ->type_name("SECONDS");
     command.footer(replayFooter);
     return [options] { return ReplayLog(*options); };

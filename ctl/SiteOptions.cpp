@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "ctl/FiniteRange.h"
+
 namespace {
 
 constexpr double longestWait = 86400 * 365.0;
@@ -42,7 +44,7 @@ void AddSiteOptions(CLI::App& command, SiteOptions& options) {
     command
         .add_option("--wait", options.waitSeconds,
                     "How long to wait while another run has the register")
-        ->check(CLI::Range(0.0, longestWait))
+        ->check(FiniteRange(0, longestWait))
         ->type_name("SECONDS")
         ->capture_default_str();
 }

@@ -25,6 +25,7 @@
 #include "companion/trace/Picture.h"
 #include "companion/trace/TextView.h"
 #include "companion/trace/Tracer.h"
+#include "ctl/FiniteRange.h"
 #include "ctl/Interrupts.h"
 #include "ctl/SiteOptions.h"
 #include "ctl/UsageError.h"
@@ -286,7 +287,7 @@ std::function<int()> BindTrace(CLI::App& command) {
     command.add_option("--run", options->run, "Only this run: a number from 1, or last")
         ->type_name("N");
     command.add_option("--slow", options->slowMs, "An answer that takes longer is slow")
-        ->check(CLI::Range(0.0, 1e9))
+        ->check(FiniteRange(0, 1e9))
         ->type_name("MS")
         ->capture_default_str();
     command.add_option("--line-speed", options->lineSpeed, "Of the serial line, for the shares")

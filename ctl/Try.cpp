@@ -31,6 +31,7 @@
 #include "companion/workbench/Serving.h"
 #include "companion/workbench/WorkFolder.h"
 #include "ctl/DeskOptions.h"
+#include "ctl/FiniteRange.h"
 #include "ctl/Interrupts.h"
 #include "ctl/OutcomeText.h"
 #include "ctl/Pictures.h"
@@ -41,7 +42,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int exitTimeout = 124;  // as timeout(1) has it
+constexpr int exitTimeout = 124;              // as timeout(1) has it
+constexpr double longestTry = 86400 * 365.0;  // seconds
 
 constexpr char tryFooter[] =
     "The files are run one after the other against one register, which keeps its state: a "
@@ -358,7 +360,7 @@ std::function<int()> BindTry(CLI::App& command) {
     command
         .add_option("--timeout", options->timeoutSeconds,
                     "The longest that one run may take (default: no limit)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(FiniteRange(0, longestTry))
         ->type_name("SECONDS");
     command.footer(tryFooter);
     return [options] { return Try(*options); };

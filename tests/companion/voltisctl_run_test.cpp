@@ -146,7 +146,8 @@ TEST_F(VoltisctlRun, WantsAFileAndAJobIdThatCanBePrinted) {
     for (const Words& arguments :
          {Words{}, Words{"--job", "", file}, Words{"--job", "a\tb", file},
           Words{"--job", std::string(201, 'x'), file}, Words{"--from", "latin1", file},
-          Words{"--wait", "-1", file}, Words{"--nonsense", file}, Words{file, file}}) {
+          Words{"--wait", "-1", file}, Words{"--wait", "nan", file}, Words{"--nonsense", file},
+          Words{file, file}}) {
         EXPECT_EQ(Unserved(arguments).exitCode, 2) << testing::PrintToString(arguments);
     }
     EXPECT_FALSE(fs::exists(journal_));

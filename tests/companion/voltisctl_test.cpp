@@ -124,7 +124,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"AProtocolThatIsNoNumber", {"try", "x", "--protocol", "two"}, "two"},
         BadInput{"UnknownFrames", {"emulate", "--frames", "puma"}, "puma not in"},
         BadInput{"AHabitWithoutAWord", {"try", anExample, "--habit"}, "--habit"},
-        BadInput{"ANegativeTimeout", {"try", "x", "--timeout", "-1"}, "--timeout"}),
+        BadInput{"ANegativeTimeout", {"try", "x", "--timeout", "-1"}, "--timeout"},
+        BadInput{"ATimeoutThatIsNoNumber", {"try", "x", "--timeout", "nan"}, "'nan' is no number"},
+        BadInput{"AnEndlessTimeout", {"replay", "x", "--timeout", "inf"}, "'inf' is no number"}),
     NameOf);
 
 TEST(voltisctl, AnswersAnUnknownHabitWithTheListOfAllWords) {

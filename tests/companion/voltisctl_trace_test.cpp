@@ -57,7 +57,11 @@ TEST(VoltisctlTrace, EndsWithTwoForWhatMakesNoSense) {
          {std::pair<Words, std::string>{{"--run", "6"}, "has only 5 runs"},
           {{"--run", "0"}, "'0' is neither a number from 1 nor last"},
           {{"--run", "first"}, "'first' is neither"},
-          {{"--slow", "soon"}, "--slow"}}) {
+          {{"--slow", "soon"}, "--slow"},
+          {{"--slow", "nan"}, "--slow"},
+          {{"--slow", "-nan"}, "--slow"},
+          {{"--slow", "inf"}, "--slow"},
+          {{"--slow", "-1"}, "--slow"}}) {
         const Answer answer = TraceOf("margay-day", options);
         EXPECT_EQ(answer.exitCode, 2) << answer.text;
         EXPECT_THAT(answer.text, HasSubstr(says));
