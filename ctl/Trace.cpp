@@ -1,8 +1,6 @@
 #include "ctl/Trace.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -27,13 +26,14 @@
 #include "companion/trace/Tracer.h"
 #include "ctl/FiniteRange.h"
 #include "ctl/Interrupts.h"
+#include "ctl/LogSource.h"
 #include "ctl/SiteOptions.h"
 #include "ctl/UsageError.h"
 
 namespace {
 
 constexpr int exitTroubled = 1;
-constexpr std::size_t chunkSize = 1 << 16;
+constexpr int stepMs = 50;  // from one look at a log to the next
 
 constexpr char traceFooter[] =
     "Without LOG it is the debug log of the site, which the driver writes when DbgErrorLog= asks "
@@ -55,75 +55,19 @@ struct TraceOptions {
     std::string svg;  // empty: no picture
 };
 
-// --- reading -------------------------------------------------------------------------------------
-
-class LogSource {
-  public:
-    explicit LogSource(const std::string& path) : path_(path) {
-        fd_ = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd_ == -1) FailToRead();
-    }
-    ~LogSource() { Close(); }
-    LogSource(const LogSource&) = delete;
-    LogSource& operator=(const LogSource&) = delete;
-
-    /// Empty at the end.
-    std::string_view Next() {
-        if (fd_ == -1) return {};
-        const ssize_t got = read(fd_, chunk_.data(), chunk_.size());
-        if (got < 0) FailToRead();
-        return {chunk_.data(), static_cast<std::size_t>(got)};
-    }
-
-    /// At the end: true when what was read is not in the log any more. Then reading goes on where
-    /// the log ends now, or in the log that has taken its place.
-    bool HasLostWhatWasRead();
-
-  private:
-    [[noreturn]] void FailToRead() const {
-        throw UsageError("cannot read '" + path_ + "' - " + std::strerror(errno));
-    }
-    void Close() {
-        if (fd_ > STDIN_FILENO) close(fd_);
-        fd_ = -1;
-    }
-    bool IsReplaced() const;
-
-    std::string path_;
-    int fd_ = -1;
-    std::array<char, chunkSize> chunk_{};
-};
-
-// Nothing is at the path while there is no log: the driver removes one that is empty.
-bool LogSource::IsReplaced() const {
-    struct stat now = {};
-    if (stat(path_.c_str(), &now) != 0) return false;
-    struct stat read = {};
-    return fd_ == -1 || fstat(fd_, &read) != 0 || now.st_ino != read.st_ino ||
-           now.st_dev != read.st_dev;
-}
-
-bool LogSource::HasLostWhatWasRead() {
-    if (IsReplaced()) {
-        Close();
-        fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-        return true;
-    }
-    struct stat now = {};
-    if (fd_ == -1 || fstat(fd_, &now) != 0 || now.st_size >= lseek(fd_, 0, SEEK_CUR)) return false;
-    lseek(fd_, now.st_size, SEEK_SET);
-    return true;
-}
-
 // --- what is shown -------------------------------------------------------------------------------
 
 /// Looks on while another view shows.
 class Onlooker : public trace::View {
   public:
-    explicit Onlooker(trace::View& shown) : shown_(shown) {}
+    Onlooker(trace::View& shown, bool lastOnly) : shown_(shown), lastOnly_(lastOnly) {}
 
     void Begin(const trace::RunHead& head) override {
         ++runs;
+        if (lastOnly_) {
+            troubled = 0;
+            damaged = false;
+        }
         shown_.Begin(head);
     }
     void Show(const trace::Frame& frame) override { shown_.Show(frame); }
@@ -135,6 +79,10 @@ class Onlooker : public trace::View {
         if (end.verdict != verdict::Kind::Printed) ++troubled;
         shown_.End(end);
     }
+    void Show(const trace::Junk& junk) override {
+        damaged = damaged || !lastOnly_;
+        shown_.Show(junk);
+    }
 
     long runs = 0;
     long troubled = 0;  // runs that are not known to have printed all
@@ -142,6 +90,7 @@ class Onlooker : public trace::View {
 
   private:
     trace::View& shown_;
+    bool lastOnly_;  // a picture is of one run
 };
 
 void Write(std::string& text) {
@@ -151,32 +100,61 @@ void Write(std::string& text) {
 
 // --- which log and which run ---------------------------------------------------------------------
 
+struct ChosenLog {
+    std::string path;
+    std::string whyEmpty;  // of the site's own: a site where all is well may have no run there
+};
+
+std::string WhyEmpty(const std::string& path, int level) {
+    const char* const why = level == 1 ? "DbgErrorLog=1 keeps those that failed, and none has."
+                                       : "The driver has not run since that log was begun.";
+    return "No run is in '" + path + "'.\n" + why;
+}
+
+bool IsThere(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+ChosenLog LogOfTheSite(const TraceOptions& options, const runner::Profile& profile) {
+    const std::string& folder = options.site.logs;
+    const std::string path = folder + "/dbgerror.log";
+    if (!IsThere(folder))
+        throw UsageError("cannot read '" + folder + "' - " + std::strerror(errno));
+    if (profile.dbgErrorLog == 0 && !options.follow && !IsThere(path))
+        throw UsageError("there is no '" + path + "': DbgErrorLog= of '" + profile.file +
+                         "' asks for none");
+    return {path, WhyEmpty(path, profile.dbgErrorLog)};
+}
+
 /// The log, and what the site knows of its register.
-std::string ChooseLog(const TraceOptions& options, trace::Question& question) {
+ChosenLog ChooseLog(const TraceOptions& options, trace::Question& question) {
     const bool aboutSite = options.log.empty() || !options.site.registerName.empty();
-    if (!aboutSite) return options.log;
+    if (!aboutSite) return {options.log, ""};
     std::optional<runner::Profile> profile;
     CheckUsage([&] {
         profile = ProfileFor(options.site);
         question.promises = job::PromisesOf(*profile);
     });
-    if (!options.log.empty()) return options.log;
-    std::string log = options.site.logs + "/dbgerror.log";
-    if (profile->dbgErrorLog == 0 && access(log.c_str(), F_OK) != 0)
-        throw UsageError("there is no '" + log + "': DbgErrorLog= of '" + profile->file +
-                         "' asks for none");
-    return log;
+    return options.log.empty() ? LogOfTheSite(options, *profile) : ChosenLog{options.log, ""};
 }
 
-int RunsIn(const std::string& log) {
-    if (log == "-") throw UsageError("--run last needs a log that can be read twice");
+// Which log may be missing: one that is waited for, when it can come, and that of the site.
+LogSource::IfMissing IfMissing(const TraceOptions& options, const ChosenLog& log) {
+    const std::string folder = std::filesystem::path(log.path).parent_path();
+    const bool canCome = options.follow && (folder.empty() || IsThere(folder));
+    return canCome || !log.whyEmpty.empty() ? LogSource::IfMissing::Allow
+                                            : LogSource::IfMissing::Fail;
+}
+
+int RunsIn(const std::string& path, LogSource::IfMissing ifMissing) {
+    if (IsStream(path)) throw UsageError("--run last needs a log that can be read twice");
     std::string nothing;
     trace::TextView blind(nothing, false);
     trace::Question question;
     question.last = 0;
     trace::Tracer tracer(question, blind);
     trace::Lines lines(tracer);
-    LogSource source(log);
+    LogSource source(path, ifMissing);
     for (std::string_view bytes = source.Next(); !bytes.empty(); bytes = source.Next())
         lines.Take(bytes);
     return tracer.Runs();
@@ -190,11 +168,12 @@ int NumberOfRun(const std::string& word) {
     return number;
 }
 
-void ChooseRun(const TraceOptions& options, const std::string& log, trace::Question& question) {
-    const bool fromLast = options.follow && options.run.empty() && log != "-";
+void ChooseRun(const TraceOptions& options, const ChosenLog& log, trace::Question& question) {
+    const bool fromLast = options.follow && options.run.empty() && !IsStream(log.path);
     if (options.run.empty() && !fromLast) return;
     const bool last = fromLast || options.run == "last";
-    question.first = last ? std::max(1, RunsIn(log)) : NumberOfRun(options.run);
+    question.first =
+        last ? std::max(1, RunsIn(log.path, IfMissing(options, log))) : NumberOfRun(options.run);
     if (!options.follow) question.last = question.first;
 }
 
@@ -208,37 +187,97 @@ std::unique_ptr<trace::View> ViewFor(const TraceOptions& options, std::string& t
     return std::make_unique<trace::TextView>(text, ForATerminal());
 }
 
-void ShowWhatIsThere(LogSource& source, trace::Lines& lines, std::string& text) {
-    for (std::string_view bytes = source.Next(); !bytes.empty(); bytes = source.Next()) {
+// --- showing it ----------------------------------------------------------------------------------
+
+/// What is shown, and to whom it is written.
+struct Show {
+    trace::Tracer& tracer;
+    trace::Lines lines;
+    std::string& text;
+
+    void Out() {
+        Write(text);
+        std::cout << std::flush;
+    }
+    void Take(std::string_view bytes) {
         lines.Take(bytes);
         Write(text);
     }
-    std::cout << std::flush;
+};
+
+void ShowWhatIsThere(LogSource& source, Show& show) {
+    for (std::string_view bytes = source.Next(); !bytes.empty(); bytes = source.Next())
+        show.Take(bytes);
 }
 
 // The driver removes the lines of a run that went well, when it is to keep only those of others.
-void Follow(LogSource& source, trace::Tracer& tracer, trace::Lines& lines, std::string& text) {
-    constexpr int stepMs = 200;
-    const Interrupts interrupts;
-    pollfd news = {interrupts.Fd(), POLLIN, 0};
-    do {
-        ShowWhatIsThere(source, lines, text);
-        tracer.Pause();
-        if (source.HasLostWhatWasRead()) lines.Finish();
-        Write(text);
-        std::cout << std::flush;
-    } while (std::cout && poll(&news, 1, stepMs) == 0);
+// True when there was something new.
+bool ShowWhatIsNew(LogSource& source, Show& show) {
+    for (bool isNew = false;; isNew = true) {
+        const std::string_view bytes = source.Next();
+        if (const auto cut = source.CutTo(show.lines)) {
+            show.lines.GoOnAt(*cut);
+            source.GoTo(*cut);
+        } else if (bytes.empty()) {
+            show.Out();
+            return isNew;
+        } else {
+            show.Take(bytes);
+        }
+    }
 }
 
-void ShowAll(const TraceOptions& options, const std::string& log, trace::Tracer& tracer,
+// A run that is at work when its log is renamed goes on there, and the next one begins the new log.
+void Look(LogSource& source, Show& show) {
+    const LogSource::Successor next = source.FindSuccessor();  // before the last lines are read
+    if (!ShowWhatIsNew(source, show)) show.tracer.Pause();
+    const bool awaited = source.Fd() == -1 && next == LogSource::Successor::Empty;
+    if (awaited || next == LogSource::Successor::HasLines) {
+        source.TakeSuccessor();
+        show.lines.BeginAgain();
+    }
+    show.Out();
+}
+
+void FollowFile(LogSource& source, Show& show) {
+    ShowWhatIsNew(source, show);
+    const Interrupts interrupts;
+    pollfd interrupt = {interrupts.Fd(), POLLIN, 0};
+    do {
+        Look(source, show);
+    } while (std::cout && poll(&interrupt, 1, stepMs) == 0);
+}
+
+void FollowStream(LogSource& source, Show& show) {
+    const Interrupts interrupts;
+    std::array<pollfd, 2> news = {{{source.Fd(), POLLIN, 0}, {interrupts.Fd(), POLLIN, 0}}};
+    while (std::cout && news[1].revents == 0) {
+        const int count = poll(news.data(), news.size(), stepMs);
+        if (count == 0) show.tracer.Pause();
+        if (count > 0 && news[0].revents != 0) {
+            const std::string_view bytes = source.Next();
+            if (bytes.empty()) return;
+            show.Take(bytes);
+        }
+        show.Out();
+    }
+}
+
+void ShowAll(const TraceOptions& options, const ChosenLog& log, trace::Tracer& tracer,
              std::string& text) {
-    trace::Lines lines(tracer);
-    LogSource source(log);
-    ShowWhatIsThere(source, lines, text);
-    if (options.follow) Follow(source, tracer, lines, text);
-    lines.Finish();
-    Write(text);
-    std::cout << std::flush;
+    Show show{tracer, trace::Lines(tracer), text};
+    LogSource source(log.path, IfMissing(options, log));
+    if (options.follow && source.Fd() == -1)
+        std::cerr << "There is no '" << log.path << "' yet; waiting for it\n";
+    if (!options.follow) {
+        ShowWhatIsThere(source, show);
+    } else if (IsStream(log.path)) {
+        FollowStream(source, show);
+    } else {
+        FollowFile(source, show);
+    }
+    show.lines.Finish();
+    show.Out();
 }
 
 [[noreturn]] void FailWithoutRun(const std::string& log, int runs) {
@@ -261,19 +300,28 @@ void DrawInto(const std::string& file, const trace::Picture& picture) {
     if (!out) throw UsageError("cannot write '" + file + "' - " + std::strerror(errno));
 }
 
+int EndWithoutRun(const TraceOptions& options, const ChosenLog& log, int runs, bool damaged) {
+    const bool asked = !options.run.empty() || !options.svg.empty();
+    if (log.whyEmpty.empty() || runs != 0 || asked || damaged) FailWithoutRun(log.path, runs);
+    std::cerr << log.whyEmpty << '\n';
+    return 0;
+}
+
 int Trace(const TraceOptions& options) {
     trace::Question question;
     question.slowMs = options.slowMs;
     question.lineSpeed = options.lineSpeed;
-    const std::string log = ChooseLog(options, question);
+    const ChosenLog log = ChooseLog(options, question);
     ChooseRun(options, log, question);
     std::string text;
     const std::unique_ptr<trace::View> view = ViewFor(options, text);
     trace::Anonymous anonymous(*view, options.anonymise ? Secret() : 0);
-    Onlooker onlooker(options.anonymise ? static_cast<trace::View&>(anonymous) : *view);
+    Onlooker onlooker(options.anonymise ? static_cast<trace::View&>(anonymous) : *view,
+                      !options.svg.empty());
     trace::Tracer tracer(question, onlooker);
     ShowAll(options, log, tracer, text);
-    if (onlooker.runs == 0 && !options.follow) FailWithoutRun(log, tracer.Runs());
+    if (onlooker.runs == 0 && !options.follow)
+        return EndWithoutRun(options, log, tracer.Runs(), onlooker.damaged);
     if (!options.svg.empty()) DrawInto(options.svg, static_cast<const trace::Picture&>(*view));
     return onlooker.troubled != 0 || onlooker.damaged ? exitTroubled : 0;
 }

@@ -42,12 +42,20 @@ class Checked : public trace::View {
             Require(end.atLeast == end.sent, "what is printed was done");
         shown_.End(end);
     }
+    void Show(const trace::Junk& junk) override {
+        Require(!open_, "what is in a run is of the run");
+        Require(junk.lines > 0 && junk.bytes > 0, "it is something");
+        Require(junk.line > line_, "it comes after what came before");
+        line_ = junk.line + junk.lines - 1;
+        shown_.Show(junk);
+    }
 
     bool frames = false;
 
   private:
     trace::View& shown_;
     bool open_ = false;
+    long line_ = 0;
 };
 
 /// Cut into pieces of that size, as it is read. True when a frame is shown.

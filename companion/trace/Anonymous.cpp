@@ -155,4 +155,8 @@ void Anonymous::End(const RunEnd& end) {
     shown_.End(other);
 }
 
+void Anonymous::Show(const Junk& junk) {
+    shown_.Show(junk);
+}
+
 }  // namespace trace

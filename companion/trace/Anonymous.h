@@ -21,6 +21,7 @@ class Anonymous : public View {
     void Show(const Frame& frame) override;
     void Show(const Note& note) override;
     void End(const RunEnd& end) override;
+    void Show(const Junk& junk) override;
 
   private:
     std::string OtherNumber(const std::string& digits) const;

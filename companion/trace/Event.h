@@ -146,6 +146,13 @@ struct RunEnd {
     std::optional<verdict::Status> status;     // the last one
 };
 
+/// Lines between runs that are no part of a debug log.
+struct Junk {
+    long line = 0;  // the first one, from 1
+    long lines = 0;
+    std::int64_t bytes = 0;
+};
+
 /// Takes the events of a log in their order.
 class View {
   public:
@@ -158,6 +165,8 @@ class View {
     virtual void Show(const Frame& frame) = 0;
     virtual void Show(const Note& note) = 0;
     virtual void End(const RunEnd& end) = 0;
+    /// Comes after the end of a run, or before the first one.
+    virtual void Show(const Junk& junk) = 0;
 };
 
 }  // namespace trace

@@ -325,4 +325,15 @@ void JsonView::End(const RunEnd& end) {
     out_ += '\n';
 }
 
+void JsonView::Show(const Junk& junk) {
+    {
+        Object object(out_);
+        object.Text("type", "junk");
+        object.Count("line", junk.line);
+        object.Count("lines", junk.lines);
+        object.Count("bytes", junk.bytes);
+    }
+    out_ += '\n';
+}
+
 }  // namespace trace

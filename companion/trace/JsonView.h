@@ -16,6 +16,7 @@ class JsonView : public View {
     void Show(const Frame& frame) override;
     void Show(const Note& note) override;
     void End(const RunEnd& end) override;
+    void Show(const Junk& junk) override;
 
   private:
     std::string& out_;

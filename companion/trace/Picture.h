@@ -17,6 +17,7 @@ class Picture : public View {
     void Show(const Frame& frame) override;
     void Show(const Note& note) override;
     void End(const RunEnd& end) override;
+    void Show(const Junk&) override {}
 
     /// Time runs downwards, to scale; where frames come faster than their texts can be read below
     /// each other, they are drawn apart. A long silence is cut out, and said.

@@ -21,6 +21,10 @@ constexpr std::size_t mostReasons = 8;
 constexpr std::size_t mostSlow = 5;
 constexpr int bitsOfByte = 11;  // with start, parity and stop
 
+constexpr char removedText[] =
+    "It was removed from the log before its end was read; with DbgErrorLog=1 the driver removes "
+    "what went well";
+
 constexpr std::string_view lost = "ECR response lost";
 
 constexpr std::string_view troubleTexts[] = {lost,
@@ -405,7 +409,7 @@ void Run::Conclude() {
     using How = RunEnd::How;
     end_.how = !end_.message.empty() ? How::Failed : saidFrames_ ? How::Well : How::Cut;
     if (end_.how == How::Cut) {
-        AddReason("The log ends before the driver did");
+        AddReason(removed_ ? removedText : "The log ends before the driver did");
         if (!damaged_) judge_.CutOff();
     }
     judge_.Conclude(end_);

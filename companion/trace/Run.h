@@ -25,6 +25,8 @@ class Run {
     void TakeCut(long number);
     /// The driver has written its last line, or the last but one.
     bool HasSaidAll() const { return saidFrames_; }
+    /// The rest of it was removed from the log.
+    void Remove() { removed_ = true; }
     void End();
     /// After the end: what the register may hold now.
     verdict::Commands Held() const { return judge_.Held(); }
@@ -67,6 +69,7 @@ class Run {
     bool holds_ = false;
     bool saidFrames_ = false;
     bool damaged_ = false;
+    bool removed_ = false;
     bool inRubbish_ = false;        // the line before was no line of a log
     std::optional<Frame> pending_;  // a frame that is to be answered
     long framesSinceCount_ = 0;

@@ -434,4 +434,13 @@ void TextView::End(const RunEnd& end) {
     Entry("frames", FramesText(end));
 }
 
+void TextView::Show(const Junk& junk) {
+    if (!first_) out_ += '\n';
+    first_ = false;
+    Marked(trouble);
+    out_ += " line " + std::to_string(junk.line) + ": no part of a debug log: ";
+    out_ += Plural(static_cast<std::size_t>(junk.lines), "line") + ", ";
+    out_ += Plural(static_cast<std::size_t>(junk.bytes), "byte") + "\n";
+}
+
 }  // namespace trace

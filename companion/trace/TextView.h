@@ -17,6 +17,7 @@ class TextView : public View {
     void Show(const Frame& frame) override;
     void Show(const Note& note) override;
     void End(const RunEnd& end) override;
+    void Show(const Junk& junk) override;
 
   private:
     void Head(char mark, const std::string& when, std::string_view direction);

@@ -1,6 +1,7 @@
 // A debug log, line by line, as the conversations that it tells of.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -34,33 +35,43 @@ class Tracer {
     /// A whole line, without its line feed.
     void Take(std::string_view line);
     /// A line that is longer than any of a log; the text is only its beginning.
-    void TakeTooLong(std::string_view line);
+    void TakeTooLong(std::string_view line, std::int64_t size);
     /// The log ends within this line.
-    void TakeCut(std::string_view line);
+    void TakeCut(std::string_view line, std::int64_t size);
     /// No more is there at present: a run that has said all that it says is ended.
     void Pause();
-    /// No more will come.
+    /// The end of the run was removed from the log before it was taken.
+    void Remove();
+    /// No more will come of this run.
     void Finish();
+    /// After one of both: what comes next follows this line, and is to be shown.
+    void GoOnAfterLine(long line);
 
     /// So many runs have begun.
     int Runs() const { return runs_; }
-    /// Whether a run is shown at present.
-    bool InRun() const { return run_ != nullptr; }
+    /// So many lines of the log were taken.
+    long LinesTaken() const { return lines_; }
 
   private:
     void Begin(RunHead head);
     void BeginInTheMiddle();
     void End();
+    void EndJunk();
+    bool IsShown(int run) const;
+    bool IsJunk() const;
+    void AddJunk(std::int64_t size);
     bool TakeStart(const transcript::LogLine& line);
     void ReadPart(std::string_view text);
 
-    const Question question_;
+    Question question_;
     View& view_;
     /// What the register may hold from the runs so far: of those that are not in the log nobody
     /// knows, but what fails is in it.
     verdict::Commands held_ = verdict::Commands::All();
     transcript::LogLine line_;
     std::unique_ptr<Run> run_;
+    Junk junk_;
+    bool fresh_ = true;  // the next line may be one of a run whose beginning is not there
     int runs_ = 0;
     long lines_ = 0;
 };

@@ -3,14 +3,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "tests/companion/Site.h"
 #include "tests/companion/Tool.h"
@@ -29,6 +28,24 @@ Answer TraceOf(const std::string& log, const Words& options = {}) {
 
 void ExpectAsReviewed(const std::string& log) {
     EXPECT_EQ(TraceOf(log).text, ReadWholeFile(logsOfShops + "/" + log + ".trace"));
+}
+
+/// A run from a file, as short as one can be.
+std::string BeginOf(const std::string& file) {
+    // No two runs begin at the same time.
+    const std::string second = std::to_string(10 + file.front() % 50);
+    return "\n14.03.2026 09:00:" + second + ".000  VOLTIS v2.5.0 started. Command line : v " +
+           file + "\n";
+}
+std::string RunOf(const std::string& file) {
+    const std::string begin = BeginOf(file);
+    return begin + begin.substr(1, 25) + "I/O statistics : OUT frames = 0, IN frames = 0\n";
+}
+/// Lines that belong to a run and make it longer.
+std::string Quoting(int lines) {
+    std::string text;
+    for (int i = 0; i < lines; ++i) text += "\tSALE: DEPTNR=1; AMOUNT=1.00\n";
+    return text;
 }
 
 /// One of the definitions, with those that it uses.
@@ -81,9 +98,10 @@ TEST(VoltisctlTrace, KeepsToItsSchema) {
                                   "14.03.2026 09:00:00.000  A v1 started. Command line : \xff\"\n"
                                   "garbage\nPC<-ECR   1 bytes : 00\n"
                                   "PC->ECR   5 bytes in    0.1 ms : d9 01 d1 09 4c\nPC-");
+    const std::string mixed = folder.Write("mixed.log", "garbage\n" + ReadWholeFile(damaged));
     std::set<std::string> types;
     for (const std::string& log :
-         {logsOfShops + "/journal-paper-end.log", logsOfShops + "/margay-day.log", damaged}) {
+         {logsOfShops + "/journal-paper-end.log", logsOfShops + "/margay-day.log", mixed}) {
         std::istringstream lines(RunTool({"trace", "--json", log}).text);
         for (std::string line; std::getline(lines, line);) {
             const auto object = nlohmann::json::parse(line);
@@ -94,7 +112,7 @@ TEST(VoltisctlTrace, KeepsToItsSchema) {
             types.insert(type);
         }
     }
-    EXPECT_EQ(types, (std::set<std::string>{"run", "frame", "note", "end"}));
+    EXPECT_EQ(types, (std::set<std::string>{"run", "frame", "note", "end", "junk"}));
 }
 
 TEST(VoltisctlTrace, ReadsStandardInput) {
@@ -130,6 +148,26 @@ TEST_F(VoltisctlTraceOfASite, SaysThatTheSiteKeepsNoLog) {
         RunTool({"trace", "--config", site.File("."), "--logs", site.File("logs")});
     EXPECT_EQ(answer.exitCode, 2);
     EXPECT_THAT(answer.text, HasSubstr("dbgerror.log"));
+    EXPECT_EQ(RunTool({"trace", "--config", site.File("."), "--logs", site.File("no")}).exitCode,
+              2);
+}
+
+TEST_F(VoltisctlTraceOfASite, OfASiteWhereNothingHasFailedSaysSoAndEndsWell) {
+    Site site;
+    site.Configure("DbgErrorLog=1\n");
+    const Words trace = {"trace", "--config", site.File("."), "--logs", site.File("logs")};
+    const std::string log = site.File("logs/dbgerror.log");
+    for (const bool isThere : {false, true}) {
+        if (isThere) std::ofstream(log).flush();
+        const Answer answer = RunTool(trace);
+        EXPECT_EQ(answer.exitCode, 0);
+        EXPECT_EQ(answer.text, "No run is in '" + log +
+                                   "'.\n"
+                                   "DbgErrorLog=1 keeps those that failed, and none has.\n");
+    }
+    EXPECT_EQ(RunTool(trace + Words{"--run", "last"}).exitCode, 2);
+    std::ofstream(log) << "garbage\n";
+    EXPECT_EQ(RunTool(trace).exitCode, 2);
 }
 
 TEST(VoltisctlTrace, SaysWhatItsPageShows) {
@@ -156,6 +194,32 @@ TEST(VoltisctlTrace, DrawsThePictureOfThePages) {
     EXPECT_EQ(TraceOf("lost-answer", {"--svg", "/no/such/folder/a.svg"}).exitCode, 2);
 }
 
+TEST(VoltisctlTrace, EndsAsTheRunThatItDraws) {
+    const TempDir folder;
+    const auto drawn = [&](const Words& options) {
+        return TraceOf("margay-day", Words{"--svg", folder.File("a.svg")} + options).exitCode;
+    };
+    EXPECT_EQ(drawn({"--run", "1"}), 0);
+    EXPECT_EQ(drawn({}), 1);
+    const std::string log = folder.Write(
+        "x.log", ReadWholeFile(logsOfShops + "/margay-day.log") + "garbage\n" + RunOf("good.txt"));
+    EXPECT_EQ(RunTool({"trace", log, "--svg", folder.File("a.svg")}).exitCode, 0);
+    EXPECT_THAT(ReadWholeFile(folder.File("a.svg")), HasSubstr("Run 6, "));
+}
+
+TEST(VoltisctlTrace, NamesWhatIsNoPartOfALog) {
+    const TempDir folder;
+    const std::string log = folder.Write(
+        "x.log", "one\r\n\r\n" + RunOf("a.txt") + "two\nthree\n\tof a file\n" + RunOf("b.txt"));
+    const Answer answer = RunTool({"trace", log});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_TRUE(
+        answer.text.starts_with("! line 1: no part of a debug log: 1 line, 5 bytes\n\nrun 1"));
+    EXPECT_THAT(answer.text,
+                HasSubstr("\n\n! line 6: no part of a debug log: 2 lines, 10 bytes\n\nrun 2"));
+    EXPECT_THAT(RunTool({"trace", "--run", "2", log}).text, testing::Not(HasSubstr("no part of")));
+}
+
 TEST(VoltisctlTrace, ReplacesTextsWhenItIsAskedTo) {
     const Answer answer = TraceOf("lost-answer", {"--anonymise"});
     EXPECT_EQ(answer.exitCode, 0);
@@ -163,22 +227,108 @@ TEST(VoltisctlTrace, ReplacesTextsWhenItIsAskedTo) {
     EXPECT_THAT(answer.text, testing::Not(HasSubstr("Apple")));
 }
 
-TEST(VoltisctlTrace, FollowsALogFromItsLastRun) {
-    const TempDir folder;
-    const std::string start = "14.03.2026 09:00:00.000  VOLTIS v2.5.0 started. Command line : v ";
-    const std::string end =
-        "14.03.2026 09:00:00.000  I/O statistics : OUT frames = 0, IN frames = 0\n";
-    const std::string log = folder.Write("x.log", start + "a.txt\n" + end + start + "b.txt\n");
-    Tool tool({"trace", "--follow", log});
-    tool.SaidUpTo("b.txt");
-    std::ofstream(log, std::ios::app) << end << std::flush;
-    tool.SaidUpTo("verdict     printed");
-    // The driver removes a run that went well.
-    std::filesystem::resize_file(log, start.size() + 6 + end.size());
-    std::this_thread::sleep_for(std::chrono::milliseconds(450));  // more than two looks
-    std::ofstream(log, std::ios::app) << start << "d.txt\n" << std::flush;
-    tool.SaidUpTo("d.txt");
-    tool.Signal(SIGINT);
-    EXPECT_EQ(tool.Wait(), 1);
-    EXPECT_THAT(tool.Said(), testing::Not(HasSubstr("a.txt")));
+// --- following a log -----------------------------------------------------------------------------
+
+namespace {
+
+/// A log that somebody follows.
+class VoltisctlTraceFollowing : public testing::Test {
+  protected:
+    void Follow(const std::string& text, const Words& options = {}) {
+        Append(text);
+        tool.emplace(Words{"trace", "--follow", log} + options);
+    }
+    void Append(const std::string& text) const {
+        std::ofstream(log, std::ios::app | std::ios::binary) << text << std::flush;
+    }
+    /// As the driver does with a run that went well; with no moment between it and what follows.
+    void CutTo(std::size_t size, const std::string& next) const {
+        std::ofstream out(log, std::ios::app | std::ios::binary);
+        std::filesystem::resize_file(log, size);
+        out << next << std::flush;
+    }
+    int Interrupted() {
+        tool->Signal(SIGINT);
+        return tool->Wait();
+    }
+
+    TempDir folder;
+    std::string log = folder.File("x.log");
+    std::optional<Tool> tool;
+};
+
+}  // namespace
+
+TEST_F(VoltisctlTraceFollowing, BeginsWithTheLastRun) {
+    Follow(RunOf("a.txt") + BeginOf("b.txt"));
+    tool->SaidUpTo("b.txt");
+    Append(RunOf("c.txt").substr(BeginOf("c.txt").size()));
+    tool->SaidUpTo("verdict     printed");
+    EXPECT_EQ(Interrupted(), 0);
+    EXPECT_THAT(tool->Said(), testing::Not(HasSubstr("a.txt")));
+}
+
+TEST_F(VoltisctlTraceFollowing, ShowsTheRunAfterOneThatIsRemovedAtTheSameMoment) {
+    const std::string kept = RunOf("a.txt");
+    Follow(kept + BeginOf("b.txt"));
+    tool->SaidUpTo("b.txt");
+    CutTo(kept.size(), BeginOf("c.tx"));
+    EXPECT_THAT(tool->SaidUpTo("c.tx"), HasSubstr("removed from the log before its end was read"));
+    // The next one is longer, so the log does not become shorter.
+    CutTo(kept.size(), BeginOf("d.txt") + Quoting(3));
+    tool->SaidUpTo("d.txt");
+    CutTo(kept.size(), RunOf("e.txt"));
+    EXPECT_THAT(tool->SaidUpTo("e.txt"), HasSubstr("| SALE"));
+    tool->SaidUpTo("verdict     printed");
+    EXPECT_EQ(Interrupted(), 1);
+}
+
+TEST_F(VoltisctlTraceFollowing, GoesOnWhereTheFirstOfTheRemovedRunsBegan) {
+    const std::string kept = RunOf("a.txt");
+    Follow(kept + RunOf("b.txt") + Quoting(3000) + RunOf("c.txt"), {"--run", "2"});
+    tool->SaidUpTo("c.txt");
+    CutTo(kept.size(), "\n" + RunOf("d.txt") + Quoting(3010) + "garbage\n");
+    tool->SaidUpTo("d.txt");
+    CutTo(0, RunOf("e.txt") + "garbage\n");
+    tool->SaidUpTo("e.txt");
+    tool->SaidUpTo("verdict     printed");
+    EXPECT_EQ(Interrupted(), 1);
+    EXPECT_THAT(tool->Said(), HasSubstr("line 4: no part of a debug log: 1 line, 8 bytes"));
+}
+
+TEST_F(VoltisctlTraceFollowing, ReadsARenamedLogToItsEndBeforeTheNewOne) {
+    Follow(BeginOf("a.txt"));
+    tool->SaidUpTo("a.txt");
+    std::ofstream atWork(log, std::ios::app);
+    std::filesystem::rename(log, log + ".1");
+    Append("");  // logrotate's "create"
+    atWork << Quoting(1) << std::flush;
+    tool->SaidUpTo("| SALE");
+    atWork << RunOf("a").substr(BeginOf("a").size()) << std::flush;
+    Append(BeginOf("b.txt"));
+    EXPECT_THAT(tool->SaidUpTo("b.txt"), HasSubstr("verdict     printed"));
+    std::filesystem::remove(log);
+    Append(RunOf("c.txt"));
+    tool->SaidUpTo("c.txt");
+    tool->SaidUpTo("verdict     printed");
+    EXPECT_EQ(Interrupted(), 1);
+}
+
+TEST_F(VoltisctlTraceFollowing, WaitsForALogThatIsNotThere) {
+    tool.emplace(Words{"trace", "--follow", log});
+    tool->SaidUpTo("There is no '" + log + "' yet; waiting for it\n");
+    Append(RunOf("a.txt"));
+    EXPECT_THAT(tool->SaidUpTo("verdict     printed"), HasSubstr("run 1 "));
+    EXPECT_EQ(Interrupted(), 0);
+    EXPECT_EQ(RunTool({"trace", "--follow", folder.File("no/such.log")}).exitCode, 2);
+}
+
+TEST_F(VoltisctlTraceFollowing, EndsAtTheEndOfStandardInput) {
+    tool.emplace(Words{"trace", "--follow", "-"});
+    tool->TypeWithoutLineFeed(RunOf("a.txt"));
+    tool->SaidUpTo("verdict     printed");  // before the end
+    tool->TypeWithoutLineFeed(RunOf("b.txt"));
+    tool->CloseInput();
+    EXPECT_EQ(tool->Wait(), 0);
+    EXPECT_THAT(tool->Said(), HasSubstr("b.txt"));
 }
