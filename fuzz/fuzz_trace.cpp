@@ -1,6 +1,8 @@
 // A debug log that anybody may have written, shown in every form: nothing fails, every run that
 // begins ends with a verdict that is one, no line is longer than 80 columns, and it makes no
-// difference in which pieces the log is read.
+// difference in which pieces the log is read. Each line for programs is JSON.
+
+#include <nlohmann/json.hpp>
 
 #include "companion/trace/Anonymous.h"
 #include "companion/trace/JsonView.h"
@@ -80,6 +82,14 @@ void RequireNarrow(const std::string& text) {
         Require(ColumnsOf(text.substr(at, end - at)) <= 80, "a line has at most 80 columns");
 }
 
+void RequireJson(const std::string& text) {
+    for (std::size_t at = 0, end = 0; (end = text.find('\n', at)) != std::string::npos;
+         at = end + 1)
+        Require(nlohmann::json::accept(text.begin() + static_cast<std::ptrdiff_t>(at),
+                                       text.begin() + static_cast<std::ptrdiff_t>(end)),
+                "a line is JSON");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -97,8 +107,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RequireEqual(text, whole, "how a log is read makes no difference");
     std::string json;
     trace::JsonView programs(json);
+    ShowTo(programs, log, piece);
     trace::Anonymous anonymous(programs, 1);
     ShowTo(anonymous, log, piece);
+    RequireJson(json);
     trace::Picture picture;
     ShowTo(picture, log, piece);
     Require(picture.Document().ends_with("</svg>\n"), "a picture has an end");

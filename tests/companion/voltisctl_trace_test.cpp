@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include "tests/companion/Site.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/JsonSchema.h"
+#include "tests/support/Programs.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -186,6 +188,22 @@ TEST(VoltisctlTrace, SaysWhatItsPageShows) {
     }
 }
 
+TEST(VoltisctlTrace, ItsPageHasAProgramThatReadsIt) {
+    const std::string page = ReadWholeFile(examples + "/../docs/trace.md");
+    const std::size_t begin = page.find("```\nvoltisctl trace --json");
+    ASSERT_NE(begin, std::string::npos);
+    const std::size_t end = page.find("\n```\n\n```\n", begin);
+    const std::string said = page.substr(end + 10, page.rfind("```") - end - 10);
+    const TempDir folder;
+    const std::string script = Script(folder, "example", page.substr(begin + 4, end - begin - 4));
+    const std::string output = folder.File("output");
+    const std::filesystem::path tool = std::filesystem::absolute(VoltisctlPath());
+    const std::string shell = "cd '" + examples + "/..' && PATH='" + tool.parent_path().string() +
+                              "':\"$PATH\" '" + script + "' >'" + output + "'";
+    ASSERT_EQ(std::system(shell.c_str()), 0);
+    EXPECT_EQ(ReadWholeFile(output), said);
+}
+
 TEST(VoltisctlTrace, DrawsThePictureOfThePages) {
     const TempDir folder;
     EXPECT_EQ(TraceOf("lost-answer", {"--svg", folder.File("a.svg")}).text, "");
@@ -225,6 +243,12 @@ TEST(VoltisctlTrace, ReplacesTextsWhenItIsAskedTo) {
     EXPECT_EQ(answer.exitCode, 0);
     EXPECT_THAT(answer.text, HasSubstr("\"Xxxxx xxxx\""));
     EXPECT_THAT(answer.text, testing::Not(HasSubstr("Apple")));
+    const TempDir folder;
+    EXPECT_EQ(TraceOf("lost-answer", {"--anonymise", "--svg", folder.File("a.svg")}).exitCode, 0);
+    const std::string picture = ReadWholeFile(folder.File("a.svg"));
+    EXPECT_THAT(picture, HasSubstr("Xxxxx xxxx"));
+    EXPECT_THAT(picture, testing::Not(HasSubstr("Apple")));
+    EXPECT_THAT(picture, testing::Not(HasSubstr("Birthday")));
 }
 
 // --- following a log -----------------------------------------------------------------------------
