@@ -41,7 +41,15 @@ const char* RemedyFor(int code) {
     return "";
 }
 
+[[noreturn]] void FailFor(const std::string& path, const std::string& reason) {
+    throw JournalError("cannot use the journal '" + path + "' - " + reason);
+}
+
 // --- to read only -------------------------------------------------------------------------------
+
+constexpr char noIndex[] =
+    "the changes in the file beside it (-wal) lack their index (-shm); `voltisctl jobs` brings "
+    "them in";
 
 // What has a meaning in the name of a file with options is written as its number.
 std::string Escaped(const std::string& path) {
@@ -70,8 +78,7 @@ std::string OptionsFor(const std::string& path) {
     const bool index = std::filesystem::exists(path + "-shm", error);
     if (changes && index) return "?mode=ro&readonly_shm=1";
     if (!changes) return "?mode=ro&immutable=1";
-    throw JournalError("cannot read the journal '" + path + "' - its changes in '" + path +
-                       "-wal' lack their index; a program that may write opens it");
+    FailFor(path, noIndex);
 }
 
 }  // namespace
@@ -107,8 +114,7 @@ void Database::Fail() const {
     const int systemError = sqlite3_system_errno(Handle());
     std::string reason = sqlite3_errmsg(Handle());
     if (systemError != 0) reason += std::string(" (") + std::strerror(systemError) + ")";
-    throw JournalError("cannot use the journal '" + path_ + "' - " + reason +
-                       RemedyFor(sqlite3_errcode(Handle())));
+    FailFor(path_, reason + RemedyFor(sqlite3_errcode(Handle())));
 }
 
 void Statement::Finalize::operator()(sqlite3_stmt* handle) const {
