@@ -129,7 +129,8 @@ class Emulation {
         for (const desk::Fault& fault : ordered_) faults_.Add(fault);
         station_.server.Run();
         Keep();
-        if (record_) record_->Stop(faults_.Waiting());
+        station_.line.Unsent();  // answers that are late
+        if (record_) record_->Stop(faults_.NeverHappened());
         return 0;
     }
 

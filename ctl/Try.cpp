@@ -38,6 +38,7 @@
 #include "ctl/RegisterOptions.h"
 #include "ctl/UsageError.h"
 
+constexpr int exitFaultMissed = 1;
 namespace fs = std::filesystem;
 
 namespace {
@@ -52,7 +53,8 @@ constexpr char tryFooter[] =
     "/etc/voltis, /var/log/voltis and /dev/ttyS0: nothing on this machine is changed. "
     "Neither root nor a register is needed, but bubblewrap (package `bubblewrap`) is.\n"
     "The exit code is that of the last run of the driver that failed, 0 when none did; 124 "
-    "for a run that took too long; 2 also when the driver could not be run, and for a wrong "
+    "for a run that took too long; 1 also when none failed and a fault that was ordered never "
+    "happened, which the last lines tell; 2 also when the driver could not be run, and for a wrong "
     "option or a command file that cannot be read, and then nothing was run.\n"
     "With --run each file is a job of `voltisctl run`, and the exit code is its."
     "\n\nExample:\n  voltisctl try --model margay --svg receipt.svg sale.txt";
@@ -212,6 +214,16 @@ std::string Joined(const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines) text += line + "\n";
     return text;
+    int RunFiles() {
+        int exitCode = 0;
+        for (const std::string& file : options_.files) {
+            const Outcome outcome = RunFile(file);
+            if (outcome.exitCode != 0) exitCode = outcome.exitCode;
+            if (outcome.interrupt != 0) break;
+        }
+        return exitCode;
+    }
+
 }
 
 // One `voltisctl try`, file by file.
@@ -235,14 +247,12 @@ class Trial {
     }
 
     int Run() {
-        int exitCode = 0;
-        for (const std::string& file : options_.files) {
-            const Outcome outcome = RunFile(file);
-            if (outcome.exitCode != 0) exitCode = outcome.exitCode;
-            if (outcome.interrupt != 0) break;
-        }
+        const int exitCode = RunFiles();
         if (!options_.svgFile.empty()) DrawTape(station_.device.Paper(), options_.svgFile);
-        return exitCode;
+        const std::string missed = Joined(faults_.NeverHappened());
+        if (!missed.empty())
+            std::cout << "=== faults that never happened\n" << missed << std::flush;
+        return exitCode == 0 && !missed.empty() ? exitFaultMissed : exitCode;
     }
 
   private:

@@ -24,8 +24,12 @@ class FarEnd {
     /// How much later than usual the reply that came back last is to be sent.
     virtual std::chrono::milliseconds Delay() const { return std::chrono::milliseconds::zero(); }
 
-    /// True while nothing can be sent, not even a reply that was given before.
-    virtual bool Dead() const { return false; }
+    /// The oldest of the replies that were still to be sent has gone over the line.
+    virtual void Sent() {}
+    /// None of the replies that were still to be sent will be.
+    virtual void Unsent() {}
+    /// Times that power has failed: what was still to be sent then never will be.
+    virtual int PowerFailures() const { return 0; }
 
     /// The other end has closed the line.
     virtual void Closed() {}

@@ -13,6 +13,13 @@ constexpr std::size_t sequenceSize = 2;
 constexpr std::uint16_t lastSequence = 0xFFFE;  // numbers run from 1 to here
 constexpr std::size_t longestBurst = 512;       // more than any frame; the rest is not kept
 
+Bytes Spoilt(Bytes frame, Fate fate) {
+    if (fate == Fate::Lose) frame.clear();
+    if (fate == Fate::Corrupt) frame.back() ^= 1;
+    if (fate == Fate::Cut) frame.resize(frame.size() / 2);
+    return frame;
+}
+
 }  // namespace
 
 Line::Line(WireFamily family, Register& device, std::uint8_t networkId)
@@ -39,6 +46,8 @@ void Line::GoOnFrom(const Line& other) {
     onReceive_ = nullptr;
     onSend_ = nullptr;
     tap_ = nullptr;
+    leaving_.clear();
+    unsent_.clear();
 }
 
 Bytes Line::Exchange() const {
@@ -59,7 +68,7 @@ Bytes Line::Feed(View bytes) {
         if (burst_.size() < longestBurst) burst_.push_back(byte);
         if (auto reply = TryFrame()) {
             burst_.clear();
-            if (!reply->empty()) return Sent(std::move(*reply));
+            if (!reply->empty()) return Give(std::move(*reply));
             if (tap_ != nullptr && LosePower()) return {};
         }
     }
@@ -72,7 +81,7 @@ Bytes Line::Idle() {
     auto reply = TryRequest();
     if (!reply) reply = Unreadable();
     burst_.clear();
-    return Sent(std::move(*reply));
+    return Give(std::move(*reply));
 }
 
 // True while the register is off. What was going on over the line is forgotten.
@@ -80,16 +89,14 @@ bool Line::LosePower() {
     if (device_.PowerCycles() != powerCycles_) {
         powerCycles_ = device_.PowerCycles();
         burst_.clear();
+        leaving_.clear();
         state_ = State::Request;
     }
     return !device_.Powered();
 }
 
-Bytes Line::Sent(Bytes reply) {
-    if (tap_ != nullptr) {
-        if (LosePower()) return {};
-        delay_ = reply.empty() ? std::chrono::milliseconds::zero() : tap_->TakeDelay();
-    }
+Bytes Line::Give(Bytes reply) {
+    if (tap_ != nullptr) reply = PastTheTap();
     counters_.bytesOut += static_cast<long>(reply.size());
     if (onSend_ && !reply.empty()) onSend_(reply);
     return reply;
@@ -97,11 +104,19 @@ Bytes Line::Sent(Bytes reply) {
 
 // --- a tap ---------------------------------------------------------------------------------------
 
-// A good frame has come in. Nothing comes back when it is to be taken for an unreadable one.
+// Power that fails at a frame loses it.
+Fate Line::MeetTap(FrameKind kind, View frame) {
+    const Fate fate = tap_->Meet(kind, frame);
+    return device_.PowerCycles() == powerCycles_ ? fate : Fate::Lose;
+}
+
+// A good frame has come in. Nothing comes back when it is to be taken for an unreadable one. What
+// the register answers has not left yet when the tap is told that it has acted.
 template <typename Act>
 std::optional<Bytes> Line::Meet(FrameKind kind, Act act) {
     if (tap_ == nullptr) return act();
-    const Fate fate = tap_->Meet(kind, burst_);
+    const Fate fate = MeetTap(kind, burst_);
+    tap_->Tell(kind, burst_, fate);
     if (LosePower()) return Bytes{};
     if (fate != Fate::Pass) return Spoil(fate);
     Bytes reply = act();
@@ -113,10 +128,8 @@ std::optional<Bytes> Line::Meet(FrameKind kind, Act act) {
 std::optional<Bytes> Line::Spoil(Fate fate) {
     switch (fate) {
         case Fate::Corrupt:
-            burst_.back() ^= 1;
-            return std::nullopt;
         case Fate::Cut:
-            burst_.resize(burst_.size() / 2);
+            burst_ = Spoilt(burst_, fate);
             return std::nullopt;
         case Fate::Nak:
             return Reply(Answer::Nak);
@@ -129,17 +142,46 @@ std::optional<Bytes> Line::Spoil(Fate fate) {
 }
 
 Bytes Line::Leave(FrameKind kind, Bytes frame) {
-    switch (tap_ == nullptr ? Fate::Pass : tap_->Meet(kind, frame)) {
-        case Fate::Lose:
-            return {};
-        case Fate::Corrupt:
-            frame.back() ^= 1;
-            return frame;
-        case Fate::Cut:
-            frame.resize(frame.size() / 2);
-            return frame;
-        default:
-            return frame;
+    if (tap_ != nullptr) leaving_.push_back({kind, frame, Fate::Pass});
+    return frame;
+}
+
+// The frames of the reply leave one after the other; those after a power failure never do.
+Bytes Line::PastTheTap() {
+    std::vector<Leaving> frames = std::exchange(leaving_, {});
+    Bytes reply;
+    std::size_t met = 0;
+    while (met < frames.size() && !LosePower()) {
+        Leaving& leaving = frames[met];
+        leaving.fate = MeetTap(leaving.kind, leaving.frame);
+        const Bytes arriving = Spoilt(leaving.frame, leaving.fate);
+        reply.insert(reply.end(), arriving.begin(), arriving.end());
+        ++met;
+    }
+    frames.resize(met);
+    delay_ = tap_->TakeDelay();
+    if (reply.empty())
+        Tell(frames);
+    else
+        unsent_.push_back(std::move(frames));
+    return reply;
+}
+
+void Line::Tell(const std::vector<Leaving>& frames) {
+    if (tap_ == nullptr) return;
+    for (const Leaving& leaving : frames) tap_->Tell(leaving.kind, leaving.frame, leaving.fate);
+}
+
+void Line::Sent() {
+    if (unsent_.empty()) return;
+    Tell(unsent_.front());
+    unsent_.pop_front();
+}
+
+void Line::Unsent() {
+    for (std::vector<Leaving>& frames : std::exchange(unsent_, {})) {
+        for (Leaving& leaving : frames) leaving.fate = Fate::Lose;
+        Tell(frames);
     }
 }
 
@@ -261,7 +303,7 @@ Bytes Line::AcceptAnswer(Answer answer) {
 // an answer is taken for an acknowledgement, as the usual one; everything else is met with silence.
 Bytes Line::Unreadable() {
     ++counters_.unreadable;
-    if (tap_ != nullptr) tap_->Meet(FrameKind::Unreadable, burst_);
+    if (tap_ != nullptr) tap_->Tell(FrameKind::Unreadable, burst_, Fate::Pass);
     // An end that closes a command whose data never came must not be told that all is well but for
     // this frame: silence fails the command at the other end (which some registers do not know).
     const bool awaitsFrame = state_ == State::Data || state_ == State::EndOfFile;

@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "emulator/FarEnd.h"
 #include "emulator/Model.h"
@@ -51,7 +53,9 @@ class Line : public FarEnd {
     Bytes Idle() override;
     bool Pending() const override { return !burst_.empty(); }
     std::chrono::milliseconds Delay() const override { return delay_; }
-    bool Dead() const override { return !device_.Powered(); }
+    void Sent() override;
+    void Unsent() override;
+    int PowerFailures() const override { return device_.PowerCycles(); }
 
     Register& Device() { return device_; }
     const LineCounters& Counters() const { return counters_; }
@@ -70,8 +74,18 @@ class Line : public FarEnd {
   private:
     enum class State { Request, Data, EndOfFile, StatusAnswer, EofAnswer };
 
+    // A frame of a reply, for the tap.
+    struct Leaving {
+        FrameKind kind;
+        Bytes frame;
+        Fate fate;
+    };
+
     bool LosePower();
-    Bytes Sent(Bytes reply);
+    Bytes Give(Bytes reply);
+    Bytes PastTheTap();
+    Fate MeetTap(FrameKind kind, View frame);
+    void Tell(const std::vector<Leaving>& frames);
     template <typename Act>
     std::optional<Bytes> Meet(FrameKind kind, Act act);
     std::optional<Bytes> Spoil(Fate fate);
@@ -104,6 +118,10 @@ class Line : public FarEnd {
     Filter onSend_;
     Tap* tap_ = nullptr;
     std::chrono::milliseconds delay_{0};  // of the last reply
+    // While there is a tap: of the reply that is being made, and of those that are still to be
+    // sent.
+    std::vector<Leaving> leaving_;
+    std::deque<std::vector<Leaving>> unsent_;
 };
 
 }  // namespace emulator

@@ -245,14 +245,23 @@ void PtyServer::ReadLine() {
 }
 
 void PtyServer::Deliver(Clock::time_point now) {
-    if (line_.Dead()) outgoing_.clear();
+    LoseOutgoing();
     const bool moved = DeliverIncoming(now);
     if (incoming_.empty() && std::exchange(tellClosed_, false)) line_.Closed();
     if (moved && beforeSending_) beforeSending_();
     while (!outgoing_.empty() && outgoing_.front().due <= now) {
         WriteLine(outgoing_.front().bytes);
         outgoing_.pop_front();
+        line_.Sent();
     }
+}
+
+// What power has failed under is not sent when it is back.
+void PtyServer::LoseOutgoing() {
+    const int failures = line_.PowerFailures();
+    if (std::exchange(powerFailures_, failures) == failures) return;
+    outgoing_.clear();
+    line_.Unsent();
 }
 
 // True when the line was told of something.

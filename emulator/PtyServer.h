@@ -77,6 +77,7 @@ class PtyServer {
     void ReadLine();
     void ReadEvents();
     void Deliver(Clock::time_point now);
+    void LoseOutgoing();
     bool DeliverIncoming(Clock::time_point now);
     void Send(Bytes reply, Clock::time_point from);
     Clock::duration LineTime(std::size_t bytes) const;
@@ -95,6 +96,7 @@ class PtyServer {
     bool farEndOpen_ = true;  // until a hang-up says otherwise
     int closings_ = 0;
     bool tellClosed_ = false;  // to what is at the end of the line
+    int powerFailures_ = 0;    // of it, that were seen
     std::deque<Chunk> incoming_, outgoing_;
     Clock::time_point lineFreeIn_{}, lineFreeOut_{}, lastByte_{};
     bool stop_ = false;                          // under mutex_

@@ -42,11 +42,14 @@ class Tap {
     Tap(const Tap&) = delete;
     Tap& operator=(const Tap&) = delete;
 
-    /// The frame is about to reach the other end.
+    /// The frame is about to reach the other end. Unreadable ones are not met.
     virtual Fate Meet(FrameKind kind, View frame) = 0;
+    /// What has become of a frame, which is as it was before that: of one to the register at once,
+    /// of one from it when it has gone over the line, or cannot go any more.
+    virtual void Tell(FrameKind kind, View frame, Fate fate) = 0;
     /// It has reached it, and the register has acted on it.
     virtual void Passed(FrameKind kind) = 0;
-    /// How late the reply is that is being given. Asked once for each.
+    /// How late the reply is that is being given. Asked once for each, also for one that is lost.
     virtual std::chrono::milliseconds TakeDelay() = 0;
 };
 

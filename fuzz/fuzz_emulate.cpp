@@ -54,8 +54,10 @@ void Work(Register& device, std::string_view bytes, const std::vector<desk::Faul
     for (std::size_t at = 0; at < bytes.size(); at += 40) {
         const std::string_view part = bytes.substr(at, 40);
         line.Feed({reinterpret_cast<const std::uint8_t*>(part.data()), part.size()});
+        line.Sent();
         line.Idle();
     }
+    line.Unsent();
     for (const auto& timer : timers) timer();
     Require(device.StatusBlock().size() == 15, "the status has its size");
 }

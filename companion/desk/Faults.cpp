@@ -9,31 +9,55 @@ namespace desk {
 using emulator::Fate;
 using emulator::FrameKind;
 
+namespace {
+
+// It says what becomes of one frame, which can be said once only.
+bool Decides(const Fault& fault) {
+    if (fault.moment != Fault::Moment::At) return false;
+    return fault.action != Fault::Action::Late && fault.action != Fault::Action::PaperOut &&
+           (fault.action != Fault::Action::Busy || fault.recovery.count() == 0);
+}
+
+}  // namespace
+
 void Faults::Add(const Fault& fault) {
     if (fault.moment == Fault::Moment::Now)
         Happen(fault);
     else
-        waiting_.push_back({fault});
+        ordered_.push_back({fault});
 }
 
 std::vector<std::string> Faults::Waiting() const {
+    return TextsOf([](const Order& order) { return !order.Over(); });
+}
+
+std::vector<std::string> Faults::NeverHappened() const {
+    return TextsOf([](const Order& order) { return !order.happened; });
+}
+
+template <typename Wanted>
+std::vector<std::string> Faults::TextsOf(Wanted wanted) const {
     std::vector<std::string> texts;
-    texts.reserve(waiting_.size());
-    for (const Waiter& waiter : waiting_) texts.push_back(waiter.fault.text);
+    for (const Order& order : ordered_)
+        if (wanted(order)) texts.push_back(order.fault.text);
     return texts;
 }
 
-// Every fault that is concerned counts, and all whose turn it is happen. Of their fates the first
-// one holds.
+// Every fault that is concerned counts, and those whose turn it is happen; of those that decide
+// what becomes of the frame the first one only.
 template <typename Concerns>
 Fate Faults::Count(Concerns concerns) {
     std::vector<Fault> due;
-    for (Waiter& waiter : waiting_) {
-        if (!concerns(waiter.fault)) continue;
-        ++waiter.seen;
-        if (waiter.seen >= waiter.fault.first) due.push_back(waiter.fault);
+    bool decided = false;
+    for (Order& order : ordered_) {
+        if (order.Over() || !concerns(order.fault)) continue;
+        ++order.seen;
+        if (order.seen < order.fault.first) continue;
+        if (Decides(order.fault) && std::exchange(decided, true)) continue;
+        order.happened = true;
+        due.push_back(order.fault);
     }
-    std::erase_if(waiting_, [](const Waiter& waiter) { return waiter.seen >= waiter.fault.last; });
+    std::erase_if(ordered_, [](const Order& order) { return order.Over() && order.happened; });
     Fate fate = Fate::Pass;
     for (const Fault& fault : due) {
         const Fate wanted = Happen(fault);
@@ -42,12 +66,16 @@ Fate Faults::Count(Concerns concerns) {
     return fate;
 }
 
-Fate Faults::Meet(FrameKind kind, emulator::View frame) {
-    const Fate fate = Count([kind](const Fault& fault) {
+// A delay is for the answer to the frame that it was ordered for, if there is one.
+Fate Faults::Meet(FrameKind kind, emulator::View) {
+    if (ToRegister(kind)) delay_ = std::chrono::milliseconds::zero();
+    return Count([kind](const Fault& fault) {
         return fault.moment == Fault::Moment::At && fault.frame == kind;
     });
+}
+
+void Faults::Tell(FrameKind kind, emulator::View frame, Fate fate) {
     if (onFrame_) onFrame_(kind, frame, fate);
-    return fate;
 }
 
 // A repetition is not judged, and so is not refused: the refusal is not for the next command.

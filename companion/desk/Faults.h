@@ -26,8 +26,11 @@ class Faults : public emulator::Tap {
     void Add(const Fault& fault);
     /// Those that may still happen, in the order in which they were added.
     std::vector<std::string> Waiting() const;
-    /// None of them will. What has happened goes on until it is over.
-    void Clear() { waiting_.clear(); }
+    /// Those that have not happened once: their frames did not come, or another fault decided what
+    /// became of them.
+    std::vector<std::string> NeverHappened() const;
+    /// Forgets all of them. What has happened goes on until it is over.
+    void Clear() { ordered_.clear(); }
 
     /// To be called for each line that is printed.
     void LinePrinted();
@@ -40,22 +43,28 @@ class Faults : public emulator::Tap {
     void OnOver(std::function<void(const std::string& text)> listener) {
         onOver_ = std::move(listener);
     }
-    /// Called for each frame, with what becomes of it.
+    /// Called for each frame, with what has become of it.
     void OnFrame(
         std::function<void(emulator::FrameKind, emulator::View, emulator::Fate)> listener) {
         onFrame_ = std::move(listener);
     }
 
     emulator::Fate Meet(emulator::FrameKind kind, emulator::View frame) override;
+    void Tell(emulator::FrameKind kind, emulator::View frame, emulator::Fate fate) override;
     void Passed(emulator::FrameKind kind) override;
     std::chrono::milliseconds TakeDelay() override;
 
   private:
-    struct Waiter {
+    struct Order {
         Fault fault;
-        long seen = 0;
+        long seen = 0;  // of its frames or lines
+        bool happened = false;
+
+        bool Over() const { return seen >= fault.last; }
     };
 
+    template <typename Wanted>
+    std::vector<std::string> TextsOf(Wanted wanted) const;
     template <typename Concerns>
     emulator::Fate Count(Concerns concerns);
     emulator::Fate Happen(const Fault& fault);
@@ -63,7 +72,7 @@ class Faults : public emulator::Tap {
 
     emulator::Register& device_;
     After after_;
-    std::vector<Waiter> waiting_;
+    std::vector<Order> ordered_;
     std::chrono::milliseconds delay_{0};
     bool refusing_ = false;
     std::function<void(const std::string&)> onFault_;

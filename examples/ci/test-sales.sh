@@ -21,9 +21,7 @@ sale() {
     [ "$code" -eq "$wanted" ] || fail "exit code $code instead of $wanted"
     grep -qF -- "$verdict" "$work/out.txt" || fail "the verdict is not '$verdict'"
     # A fault that never happened tests nothing.
-    while read -r fault; do
-        grep -qxF -- "$fault" "$work/out.txt" || fail "never happened: $fault"
-    done <"$work/faults.txt"
+    if grep -q '^=== faults that never happened' "$work/out.txt"; then fail "a fault never happened"; fi
 }
 
 sale 0 'printed: 3 of 3 commands' </dev/null

@@ -1,7 +1,13 @@
 // What an emulated register is given from outside: faults, a program, a memory.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <map>
 #include <string>
@@ -12,6 +18,7 @@
 #include "companion/desk/Files.h"
 #include "companion/desk/Json.h"
 #include "companion/desk/Program.h"
+#include "companion/desk/Record.h"
 #include "companion/desk/State.h"
 #include "emulator/Line.h"
 #include "tests/emulator/Peer.h"
@@ -167,7 +174,20 @@ struct FaultyLine : testing::Test {
     std::string Say(const emulator::Bytes& frame) { return ToHex(peer.Say(frame)); }
     std::string Ask() { return Say(peer.RequestFrame(emulator::PrintComment)); }
     void Enter() { ASSERT_TRUE(peer.Do(emulator::EnterFiscalMode, {1})); }
+    std::string SayComment(std::uint16_t number) { return Say(peer.DataFrame(number, comment)); }
+    std::string AskStatus() { return Say(peer.RequestFrame(emulator::ReadFiscalStatus)); }
+    // "data lost" of each frame that it is told of from now on.
+    void Listen() {
+        faults.OnFrame([this](FrameKind kind, emulator::View, emulator::Fate fate) {
+            constexpr const char* kinds[] = {"request",    "data",     "eof",    "answer",
+                                             "unreadable", "response", "status", "status-eof"};
+            constexpr const char* words[] = {"passed", "lost", "corrupted", "cut", "nak", "busy"};
+            fates.push_back(std::string(kinds[static_cast<int>(kind)]) + " " +
+                            words[static_cast<int>(fate)]);
+        });
+    }
 
+    std::vector<std::string> fates;
     emulator::Register device{Config()};
     emulator::Line line{emulator::WireFamily::Ocelot, device};
     Peer peer{line, emulator::WireFamily::Ocelot};
@@ -301,6 +321,171 @@ TEST_F(FaultyLine, PowerThatFailsAfterAFrameLosesItsAnswer) {
     EXPECT_EQ(Say(peer.DataFrame(2, comment)), "");
     EXPECT_EQ(device.Paper().Pending().size(), 1U);
     EXPECT_FALSE(device.Powered());
+}
+
+TEST_F(FaultyLine, AFrameThatPowerFailsAtIsToldAsLost) {
+    for (const char* frame : {"request", "response"}) {
+        fates.clear();
+        Listen();
+        Order("power off at " + std::string(frame) + " for 1s");
+        EXPECT_EQ(Ask(), "");
+        EXPECT_EQ(fates.back(), std::string(frame) + " lost");
+        later();
+    }
+    EXPECT_THAT(fates, testing::ElementsAre("request passed", "response lost"));
+}
+
+TEST_F(FaultyLine, PowerThatFailsAtTheStatusLeavesItsAcknowledgement) {
+    Listen();
+    Order("power off at status");
+    EXPECT_EQ(AskStatus(), ack);
+    EXPECT_THAT(fates, testing::ElementsAre("request passed", "response passed", "status lost"));
+}
+
+TEST_F(FaultyLine, AnAnswerThatPowerCutsOffIsNeitherToldNorCounted) {
+    Enter();
+    for (const char* after : {"request", "data", "eof"}) {
+        fates.clear();
+        Listen();
+        faults.Clear();
+        Order("power off after " + std::string(after) + " for 1s");
+        const std::string frames[] = {Ask(), SayComment(peer.sequence_++), Say(peer.EofFrame())};
+        EXPECT_THAT(frames, testing::Contains("")) << after;
+        EXPECT_EQ(fates.back(), std::string(after) + " passed");
+        later();
+        Order("at response 1 lose");
+        EXPECT_EQ(Ask(), "") << after;
+    }
+}
+
+TEST_F(FaultyLine, PowerThatFailsAfterTheRequestOfAStatusSendsNoStatus) {
+    Listen();
+    Order("power off after request for 1s");
+    Order("at response corrupt");
+    Order("at status corrupt");
+    EXPECT_EQ(AskStatus(), "");
+    EXPECT_THAT(fates, testing::ElementsAre("request passed"));
+    later();
+    EXPECT_NE(AskStatus(), "");
+    EXPECT_THAT(fates, testing::ElementsAre("request passed", "request passed",
+                                            "response corrupted", "status corrupted"));
+}
+
+TEST_F(FaultyLine, PowerThatFailsAfterAnEndOfFileLeavesACommandThatIsClosed) {
+    Enter();
+    EXPECT_TRUE(peer.Send(emulator::PrintComment, 2, comment));
+    Order("power off after eof for 1s");
+    EXPECT_EQ(Say(peer.EofFrame()), "");
+    later();
+    EXPECT_FALSE(device.Open());
+}
+
+TEST_F(FaultyLine, PowerThatFailsAfterAnAnswerLosesTheFrameThatFollows) {
+    Order("power off after answer for 1s");
+    AskStatus();
+    EXPECT_EQ(Say(peer.Ack()), "");
+    EXPECT_FALSE(device.Powered());
+    later();
+    AskStatus();
+    EXPECT_EQ(Say(peer.Ack()), ToHex(FromHex("ff ff 00 02")));
+}
+
+TEST_F(FaultyLine, ALostAnswerLeavesTheRegisterWaitingForIt) {
+    Order("at answer 2 lose");
+    AskStatus();
+    EXPECT_EQ(Say(peer.Ack()), ToHex(FromHex("ff ff 00 02")));
+    EXPECT_EQ(Say(peer.Ack()), "");
+    EXPECT_EQ(Say(peer.Nak()), ToHex(FromHex("ff ff 00 02")));
+}
+
+TEST_F(FaultyLine, ASpoiltAnswerIsTakenForAnAcknowledgement) {
+    Order("at answer corrupt");
+    AskStatus();
+    EXPECT_EQ(Say(peer.Nak()), ToHex(FromHex("ff ff 00 02")));
+}
+
+TEST_F(FaultyLine, TheEndOfFileOfAStatusCanBeSpoiltAndAskedForAgain) {
+    Order("at status-eof corrupt");
+    AskStatus();
+    EXPECT_EQ(Say(peer.Ack()), ToHex(FromHex("ff ff 00 03")));
+    EXPECT_EQ(Say(peer.Nak()), ToHex(FromHex("ff ff 00 02")));
+}
+
+TEST_F(FaultyLine, AnAnswerThatIsNeverSentIsToldAsLost) {
+    Listen();
+    line.Feed(peer.RequestFrame(emulator::PrintComment));
+    EXPECT_THAT(fates, testing::ElementsAre("request passed"));
+    line.Unsent();
+    EXPECT_THAT(fates, testing::ElementsAre("request passed", "response lost"));
+}
+
+TEST_F(FaultyLine, NewPaperComesAfterTheTime) {
+    Enter();
+    Order("paper out for 2s");
+    EXPECT_EQ(waited, 2s);
+    EXPECT_FALSE(peer.Do(emulator::PrintComment, comment));
+    later();
+    EXPECT_TRUE(peer.Do(emulator::PrintComment, comment));
+}
+
+// --- several at one frame ------------------------------------------------------------------------
+
+TEST_F(FaultyLine, OfSeveralAtOneFrameTheFirstOrderedDecides) {
+    Order("at request nak");
+    Order("at request busy");
+    EXPECT_EQ(Ask(), nak);
+    EXPECT_EQ(Ask(), ack);
+}
+
+TEST_F(FaultyLine, ARefusalOfAFrameThatIsLostIsNotForALaterOne) {
+    for (const char* first : {"at data lose", "at data nak", "at data corrupt"}) {
+        faults.Clear();
+        device.PowerOff();
+        device.PowerOn();
+        Enter();
+        Order(first);
+        Order("at data refuse");
+        EXPECT_EQ(Ask(), ack);
+        EXPECT_NE(SayComment(7), ack);
+        EXPECT_THAT(faults.NeverHappened(), testing::ElementsAre("at data refuse")) << first;
+        EXPECT_TRUE(faults.Waiting().empty());
+        EXPECT_EQ(SayComment(7), ack) << first;
+        peer.Close();
+    }
+}
+
+TEST_F(FaultyLine, ARefusalThatWasOrderedFirstLetsTheFrameArrive) {
+    Enter();
+    Order("at data refuse 3");
+    Order("at data lose");
+    Order("power off at data");
+    EXPECT_FALSE(peer.Send(emulator::PrintComment, 2, comment));
+    EXPECT_EQ(device.LastResult(), emulator::result::PrinterError);
+    EXPECT_TRUE(peer.Do(emulator::PrintComment, comment));
+    EXPECT_TRUE(device.Powered());
+    EXPECT_THAT(faults.NeverHappened(), testing::ElementsAre("at data lose", "power off at data"));
+}
+
+TEST_F(FaultyLine, ADelayOfAnAnswerThatIsLostIsNotForALaterOne) {
+    Order("at request late 5s");
+    Order("at request lose");
+    EXPECT_EQ(Ask(), "");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(line.Delay(), 0s);
+    Order("at response late 5s");
+    Order("at response lose");
+    EXPECT_EQ(Ask(), "");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(line.Delay(), 0s);
+}
+
+TEST_F(FaultyLine, OneThatHasHappenedToOneOfItsFramesHasHappened) {
+    Order("at request 1-3 busy");
+    Order("at eof each nak");
+    Order("at response each late 1s");
+    EXPECT_EQ(Ask(), busy);
+    EXPECT_THAT(faults.NeverHappened(), testing::ElementsAre("at eof each nak"));
+    EXPECT_EQ(faults.Waiting().size(), 3U);
 }
 
 TEST_F(FaultyLine, PaperEndsAfterThatManyLines) {
@@ -572,14 +757,16 @@ TEST_F(Remembering, AForeignOrDamagedTextIsRefusedWithItsPlace) {
 
 TEST_F(Remembering, TheFileIsWrittenOnlyWhenSomethingChanged) {
     const TempDir folder;
-    desk::StateFile file(folder.File("state"));
-    file.Save(device);
-    EXPECT_EQ(desk::ReadIfAny(folder.File("state")), Text());
-    std::filesystem::remove(folder.File("state"));
-    file.Save(device);
-    EXPECT_EQ(desk::ReadIfAny(folder.File("state")), std::nullopt);
-    Work();
-    file.Save(device);
+    {
+        desk::StateFile file(folder.File("state"));
+        file.Save(device);
+        EXPECT_EQ(desk::ReadIfAny(folder.File("state")), Text());
+        std::filesystem::remove(folder.File("state"));
+        file.Save(device);
+        EXPECT_EQ(desk::ReadIfAny(folder.File("state")), std::nullopt);
+        Work();
+        file.Save(device);
+    }
     emulator::Register other(Config());
     desk::StateFile(folder.File("state")).Load(other);
     EXPECT_EQ(other.Remember(), device.Remember());

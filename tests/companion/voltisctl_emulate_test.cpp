@@ -1,9 +1,12 @@
 // `voltisctl emulate` from outside.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -11,7 +14,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "companion/desk/Program.h"
 #include "emulator/Register.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/JsonSchema.h"
@@ -283,40 +288,135 @@ TEST(voltisctlEmulate, SellsWhatItIsProgrammedWith) {
     EXPECT_TRUE(Holds(wrong.text, {"x.json:1:2: error: there is no \"plu\" here"}));
 }
 
+namespace {
+
+const nlohmann::json& JournalSchema() {
+    static const auto schema =
+        nlohmann::json::parse(ReadWholeFile(SCHEMAS_DIR "/emulate-journal.schema.json"));
+    return schema;
+}
+
+// The events of a journal, each of which is by the schema.
+std::vector<nlohmann::json> EventsOf(const std::string& journal) {
+    std::istringstream lines(ReadWholeFile(journal));
+    std::vector<nlohmann::json> events;
+    for (std::string line; std::getline(lines, line);) {
+        events.push_back(nlohmann::json::parse(line));
+        EXPECT_THAT(MistakesBySchema(events.back(), JournalSchema()), testing::IsEmpty()) << line;
+    }
+    return events;
+}
+
+// "data in passed" of each frame.
+Words FramesOf(const std::vector<nlohmann::json>& events) {
+    Words frames;
+    for (const auto& event : events)
+        if (event["event"] == "frame")
+            frames.push_back(event.value("frame", "") + " " + event.value("direction", "") + " " +
+                             event.value("fate", ""));
+    return frames;
+}
+
+}  // namespace
+
 TEST(voltisctlEmulate, KeepsAJournalByItsSchema) {
     const TempDir folder;
     const std::string journal = folder.File("journal.jsonl");
-    Tool tool(
-        {"emulate", "--habit", "number-only", "--journal", journal, "--faults",
-         folder.Write("faults.txt", "at eof 2 nak\npaper out after 90 lines\nbusy for 1ms\n")});
+    Tool tool({"emulate", "--habit", "number-only", "--journal", journal, "--faults",
+               folder.Write("faults.txt",
+                            "at eof 2 nak\npaper out after 90 lines\nbusy for 1ms\n"
+                            "at data each late 1ms\n")});
     EXPECT_EQ(DriveAt(PtyOf(tool), "first-receipt.txt"), 0);
     tool.Type("status");
     tool.SaidUpTo("result   0\n");
     tool.Signal(SIGTERM);
     EXPECT_EQ(tool.Wait(), 0);
-    const auto schema =
-        nlohmann::json::parse(ReadWholeFile(SCHEMAS_DIR "/emulate-journal.schema.json"));
-    std::istringstream lines(ReadWholeFile(journal));
-    std::map<std::string, int> events;
-    for (std::string line; std::getline(lines, line);) {
-        const auto object = nlohmann::json::parse(line);
-        EXPECT_THAT(MistakesBySchema(object, schema), testing::IsEmpty()) << line;
-        ++events[object["event"]];
-        if (object["event"] == "stop") {
-            EXPECT_EQ(object["waiting"], nlohmann::json({"paper out after 90 lines"}));
+    std::map<std::string, int> count;
+    for (const auto& event : EventsOf(journal)) {
+        ++count[event["event"]];
+        if (event["event"] == "stop") {
+            EXPECT_EQ(event["waiting"], nlohmann::json({"paper out after 90 lines"}));
         }
-        if (object.value("fate", "passed") != "passed") {
-            EXPECT_EQ(object["frame"], "eof");
+        if (event.value("fate", "passed") != "passed") {
+            EXPECT_EQ(event["frame"], "eof");
         }
-    }
-    std::istringstream page(ReadWholeFile(examples + "/../docs/emulator.md"));
-    for (std::string line; std::getline(page, line);) {
-        if (!line.starts_with("{\"time\"")) continue;
-        EXPECT_THAT(MistakesBySchema(nlohmann::json::parse(line), schema), testing::IsEmpty());
     }
     for (const char* event : {"start", "frame", "command", "printed", "fault", "over", "typed"})
-        EXPECT_GT(events[event], 0) << event;
-    EXPECT_EQ(events["stop"], 1);
+        EXPECT_GT(count[event], 0) << event;
+    EXPECT_EQ(count["stop"], 1);
+}
+
+TEST(voltisctlEmulate, TheJournalOnThePageIsByTheSchema) {
+    std::istringstream page(ReadWholeFile(examples + "/../docs/emulator.md"));
+    int shown = 0;
+    for (std::string line; std::getline(page, line);) {
+        if (!line.starts_with("{\"time\"")) continue;
+        const auto event = nlohmann::json::parse(line);
+        EXPECT_THAT(MistakesBySchema(event, JournalSchema()), testing::IsEmpty());
+        ++shown;
+    }
+    EXPECT_EQ(shown, 2);
+}
+
+namespace {
+
+// A register with a journal, and a caller that waits for no answers.
+class Journalled {
+  public:
+    explicit Journalled(const Words& options)
+        : tool_(Words{"emulate", "--journal", journal_} + options), pty_(PtyOf(tool_)) {}
+
+    // Until the journal has that text.
+    void Send(const std::string& bytes, const std::string& told) {
+        const int line = open(pty_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_EQ(write(line, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        EXPECT_TRUE(Eventually([&] { return Holds(ReadWholeFile(journal_), {told}); })) << told;
+        close(line);
+    }
+    std::vector<nlohmann::json> End() {
+        tool_.Signal(SIGTERM);
+        EXPECT_EQ(tool_.Wait(), 0);
+        return EventsOf(journal_);
+    }
+
+  private:
+    TempDir folder_;
+    std::string journal_ = folder_.File("journal.jsonl");
+    Tool tool_;
+    std::string pty_;
+};
+
+constexpr char entering[] = "\xd0\x01\xb0\x61\x1e";  // a request
+
+}  // namespace
+
+TEST(voltisctlEmulate, TellsComplaintsAndWhatCannotBeReadInTheJournal) {
+    Journalled device({"--strict"});
+    device.Send(entering, "\"response\"");
+    device.Send(std::string("\x02\x00\x01\x03\xfa", 5), "\"code\": 176");
+    device.Send("\x01\x02\x03", "\"unreadable\"");
+    const auto events = device.End();
+    EXPECT_TRUE(std::ranges::any_of(events, [](const auto& event) {
+        return event.value("complaint", "") == "number 2 after 0";
+    }));
+    EXPECT_THAT(FramesOf(events),
+                testing::ElementsAre("request in passed", "response out passed", "data in passed",
+                                     "response out passed", "unreadable in passed"));
+}
+
+TEST(voltisctlEmulate, TellsInTheJournalWhatNeverWentOverTheLine) {
+    const std::map<std::string, Words> fates = {
+        {"power off at request", {"request in lost"}},
+        {"power off after request", {"request in passed"}},
+        {"late 1min", {"request in passed", "response out lost"}},
+        {"at response corrupt", {"request in passed", "response out corrupted"}},
+    };
+    const TempDir folder;
+    for (const auto& [fault, frames] : fates) {
+        Journalled device({"--faults", folder.Write("faults", fault)});
+        device.Send(entering, "\"fault\": \"" + fault);
+        EXPECT_EQ(FramesOf(device.End()), frames) << fault;
+    }
 }
 
 TEST(voltisctlEmulate, TheSchemaOfAProgramFitsTheExample) {

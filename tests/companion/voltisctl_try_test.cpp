@@ -264,3 +264,15 @@ TEST(voltisctlTry, SellsWhatTheRegisterIsProgrammedWith) {
     EXPECT_EQ(answer.exitCode, 0);
     EXPECT_TRUE(Holds(Section(answer.text, "tape"), {"CORNER SHOP", "DAIRY", "CASHIER 01 ANNA"}));
 }
+TEST(voltisctlTry, TellsWhichFaultsNeverHappened) {
+    const TempDir folder;
+    const std::string faults =
+        folder.Write("faults.txt", "at eof 2 nak\nat data 99 refuse\nat data each late 1ms\n");
+    const std::string file = examples + "/first-receipt.txt";
+    const Answer answer = Try({"--faults", faults, file});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_TRUE(answer.text.ends_with("\n=== faults that never happened\nat data 99 refuse\n"))
+        << answer.text;
+    EXPECT_EQ(Try({"--faults", faults, examples + "/refused-command.txt"}).exitCode, 101);
+}
+

@@ -88,7 +88,10 @@ class Peer {
     /// Feeds a frame and then leaves the line quiet; all that came back.
     emulator::Bytes Say(const emulator::Bytes& frame) {
         const emulator::Bytes first = line_.Feed(frame);
-        return first + line_.Idle();
+        line_.Sent();
+        const emulator::Bytes second = line_.Idle();
+        line_.Sent();
+        return first + second;
     }
 
     /// Request and data frame; true for ACK, false for NAK. Anything else fails the test.

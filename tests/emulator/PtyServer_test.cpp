@@ -320,9 +320,13 @@ class Diary : public FarEnd {
     Bytes Idle() override { return {}; }
     bool Pending() const override { return false; }
     std::chrono::milliseconds Delay() const override { return delay; }
+    void Sent() override { ++sent; }
+    void Unsent() override { told += 'u'; }
+    int PowerFailures() const override { return failures; }
     void Closed() override { told += 'c'; }
 
     std::string told;
+    int failures = 0, sent = 0;
     std::chrono::milliseconds delay{0};
 };
 
@@ -339,6 +343,12 @@ struct AnyFarEnd : testing::Test {
         server.Post([&] { told.set_value(diary.told); });
         return told.get_future().get();
     }
+    // Waits for it.
+    bool Tells(const std::string& expected) {
+        const auto end = Clock::now() + patience;
+        while (Told() != expected && Clock::now() < end) std::this_thread::sleep_for(1ms);
+        return Told() == expected;
+    }
 
     Diary diary;
     PtyServer server{diary};
@@ -353,11 +363,8 @@ TEST_F(AnyFarEnd, IsToldOfAClosingAfterTheLastBytes) {
     for (int i = 0; i < 20; ++i) {
         Port(server.SlavePath()).Write({1});
         expected += "bc";
-        const auto end = Clock::now() + patience;
-        while (Told().size() < expected.size() && Clock::now() < end)
-            std::this_thread::sleep_for(1ms);
+        EXPECT_TRUE(Tells(expected));
     }
-    EXPECT_EQ(Told(), expected);
 }
 
 TEST_F(AnyFarEnd, MayAnswerLate) {
@@ -368,6 +375,23 @@ TEST_F(AnyFarEnd, MayAnswerLate) {
     port.Write({1});
     EXPECT_EQ(port.Read(1), Bytes{7});
     EXPECT_GE(Clock::now() - start, 60ms);
+}
+
+TEST_F(AnyFarEnd, LosesALateAnswerAtAPowerFailureHoweverShort) {
+    diary.delay = 40ms;
+    Start();
+    Port port(server.SlavePath());
+    port.Write({1});
+    EXPECT_TRUE(Tells("b"));
+    server.Post([this] { ++diary.failures; });
+    EXPECT_TRUE(port.Read(1, 100ms).empty());
+    EXPECT_EQ(Told(), "bu");
+    EXPECT_EQ(diary.sent, 0);
+    diary.delay = 0ms;
+    port.Write({1});
+    EXPECT_EQ(port.Read(1), Bytes{7});
+    EXPECT_EQ(Told(), "bub");
+    EXPECT_EQ(diary.sent, 1);
 }
 
 TEST_F(AnyFarEnd, HasActionsDoneInTheirTimeAndBeforeAReplyIsSent) {
