@@ -9,7 +9,7 @@ namespace {
 constexpr int slowestLine = 300, fastestLine = 1'000'000;  // bits a second
 
 std::string ReadIt(const std::string& file) {
-    const auto text = desk::ReadIfAny(file);
+    const auto text = desk::ReadStreamIfAny(file);
     if (!text) throw UsageError("there is no file '" + file + "'");
     return *text;
 }

@@ -102,8 +102,8 @@ class Emulation {
     explicit Emulation(const EmulateOptions& options)
         : options_(options),
           ordered_(FaultsOf(options.desk)),
-          station_(ProgrammedConfig(options.device, options.desk), FramesFor(options.device),
-                   PtyOptionsFor(options)),
+          config_(ProgrammedConfig(options.device, options.desk)),
+          station_(config_, FramesFor(options.device), PtyOptionsFor(options)),
           faults_(station_.device,
                   [this](std::chrono::milliseconds wait, std::function<void()> action) {
                       station_.server.After(wait, std::move(action));
@@ -112,8 +112,7 @@ class Emulation {
         if (!options.state.empty()) Recall();
         if (!options.svgFolder.empty())
             pictures_.emplace(options.svgFolder, station_.device.GetModel().lineLength);
-        if (!options.journal.empty())
-            UsingFile(options.journal, [this] { record_.emplace(options_.journal); });
+        if (!options.journal.empty()) OpenJournal();
         // At once, so that a place that cannot be written to is told now; and whoever waits for the
         // link finds a register that is ready.
         if (state_) UsingFile(options.state, [this] { Keep(); });
@@ -142,8 +141,17 @@ class Emulation {
     }
 
     void Recall() {
-        state_.emplace(options_.state);
-        UsingFile(options_.state, [this] { state_->Load(station_.device); });
+        UsingFile(options_.state, [this] {
+            state_.emplace(options_.state);
+            state_->Load(station_.device);
+        });
+    }
+
+    void OpenJournal() {
+        UsingFile(options_.journal, [this] { record_.emplace(options_.journal); });
+        if (record_->AfterHalfALine())
+            std::cerr << "voltisctl: the last line of '" << OnTerminal(options_.journal)
+                      << "' is not whole, a new one is begun\n";
     }
 
     void Keep() {
@@ -243,8 +251,9 @@ class Emulation {
     }
 
     const EmulateOptions& options_;
-    Interrupts interrupts_;
     std::vector<desk::Fault> ordered_;
+    emulator::RegisterConfig config_;
+    Interrupts interrupts_;  // after the files: an interrupt ends the reading of a pipe at once
     workbench::Station station_;
     desk::Faults faults_;
     Keyboard keyboard_;

@@ -184,6 +184,7 @@ void SortOutWords(TryOptions& options) {
     options.files.erase(settings, options.files.end());
     if (options.files.empty()) throw UsageError("no command file is named");
     CheckUsage([&] {
+          config_(ProgrammedConfig(options.device, options.desk)),
         for (const std::string& file : options.files) runner::ReadFile(file);  // all or none
     });
 }
@@ -233,8 +234,7 @@ class Trial {
         : options_(options),
           faultsOrdered_(FaultsOf(options.desk)),
           driver_(runner::DriverPath(options.driver)),
-          station_(ProgrammedConfig(options.device, options.desk), FramesFor(options.device),
-                   PtyFor(options)),
+          station_(config_, FramesFor(options.device), PtyFor(options)),
           faults_(station_.device,
                   [this](std::chrono::milliseconds wait, std::function<void()> action) {
                       station_.server.After(wait, std::move(action));
@@ -299,6 +299,10 @@ class Trial {
         if (!journal_) journal_.emplace(folder_.Beside("journal.db"));
         job::Jobs jobs(*journal_, profile, Site(), folder_.Beside("runs"));
         const StopSign stop(interrupts_, options_.timeoutSeconds);
+    emulator::RegisterConfig config_;
+    // After the files, so that an interrupt ends the reading of a pipe at once, and before the
+    // thread that serves, which is to block the same signals.
+    Interrupts interrupts_;
         workbench::Serving serving(station_.server);
         const job::Outcome told =
             jobs.Do({std::nullopt, file, runner::ReadFile(file), {}}, {stop.Fd(), {}});
@@ -330,7 +334,6 @@ class Trial {
     }
 
     const TryOptions& options_;
-    Interrupts interrupts_;  // before the thread that serves, which is to block the same signals
     std::vector<desk::Fault> faultsOrdered_;
     std::string driver_;
     workbench::Station station_;

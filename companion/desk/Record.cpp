@@ -1,6 +1,7 @@
 #include "companion/desk/Record.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 #include <utility>
 
@@ -53,6 +55,16 @@ std::string HexText(emulator::View bytes) {
     return JsonQuoted(text);
 }
 
+// A program was killed, or the disk was full, in the middle of a line.
+bool EndsInALine(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size == 0) return false;
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(-1, std::ios::end);
+    const int last = file.get();
+    return file && last != '\n';
+}
+
 std::string Member(const char* name, const std::string& text) {
     return std::string(", \"") + name + "\": " + JsonQuoted(text);
 }
@@ -70,6 +82,7 @@ Record::Record(std::string path)
       fd_(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)) {
     if (fd_ == -1)
         throw std::runtime_error("cannot write '" + path_ + "': " + std::strerror(errno));
+    afterHalfALine_ = EndsInALine(path_);
 }
 
 Record::~Record() {
@@ -77,21 +90,37 @@ Record::~Record() {
 }
 
 void Record::Write(const char* event, const std::string& members) const {
-    const std::string line =
-        "{\"time\": \"" + Now() + "\", \"event\": \"" + event + "\"" + members + "}\n";
+    WriteLine("{\"time\": \"" + Now() + "\", \"event\": \"" + event + "\"" + members + "}\n");
+}
+
+void Record::WriteLine(const std::string& line) const {
     for (std::size_t at = 0; at < line.size();) {
         const ssize_t size = write(fd_, line.data() + at, line.size() - at);
         if (size < 0 && errno == EINTR) continue;
-        if (size <= 0)
-            throw std::runtime_error("cannot write '" + path_ + "': " + std::strerror(errno));
+        if (size <= 0) {
+            const std::string reason = std::strerror(errno);
+            throw std::runtime_error("cannot write '" + path_ + "': " + reason +
+                                     (TakeBack(at) ? "" : "; its last line is not whole"));
+        }
         at += static_cast<std::size_t>(size);
     }
+}
+
+// What was written of a line that cannot be ended. False: it is no file, or another program has
+// added something since.
+bool Record::TakeBack(std::size_t written) const {
+    if (written == 0) return true;
+    const off_t end = lseek(fd_, 0, SEEK_CUR);
+    struct stat info {};
+    if (end == -1 || fstat(fd_, &info) != 0 || info.st_size != end) return false;
+    return ftruncate(fd_, end - static_cast<off_t>(written)) == 0;
 }
 
 void Record::Start(const emulator::RegisterConfig& config, emulator::WireFamily frames) {
     std::vector<std::string> habits;
     for (const emulator::HabitRow& row : emulator::HabitTable())
         if (config.habits.Has(row.habit)) habits.emplace_back(row.word);
+    if (std::exchange(afterHalfALine_, false)) WriteLine("\n");
     Write("start",
           Member("model", std::string(config.model->name)) +
               ", \"protocol\": " + std::to_string(config.model->version) +

@@ -1,6 +1,7 @@
 // What an emulated register took part in, as one JSON object a line.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,11 +14,15 @@ namespace desk {
 class Record {
   public:
     /// Lines are added to the file, which is made when it is missing. std::runtime_error: it cannot
-    /// be opened; from the other members: it cannot be written.
+    /// be opened; from the other members: it cannot be written, and has whole lines only unless the
+    /// message says otherwise.
     explicit Record(std::string path);
     ~Record();
     Record(const Record&) = delete;
     Record& operator=(const Record&) = delete;
+
+    /// The file ends in the middle of a line, which Start is going to end.
+    bool AfterHalfALine() const { return afterHalfALine_; }
 
     void Start(const emulator::RegisterConfig& config, emulator::WireFamily frames);
     void Frame(emulator::FrameKind kind, emulator::View bytes, emulator::Fate fate) const;
@@ -32,9 +37,12 @@ class Record {
 
   private:
     void Write(const char* event, const std::string& members) const;
+    void WriteLine(const std::string& line) const;
+    bool TakeBack(std::size_t written) const;
 
     std::string path_;
     int fd_;
+    bool afterHalfALine_ = false;
 };
 
 }  // namespace desk

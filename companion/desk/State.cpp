@@ -383,6 +383,7 @@ RegisterMemory ReadState(const Model& model, std::string_view text) {
 }
 
 void StateFile::Load(emulator::Register& device) {
+    RemoveUnfinished(path_);
     const std::optional<std::string> text = ReadIfAny(path_);
     if (!text) return;
     const RegisterMemory memory = ReadState(device.GetModel(), *text);

@@ -4,7 +4,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "companion/desk/Files.h"
 #include "companion/desk/Mistake.h"
 #include "emulator/Register.h"
 
@@ -17,10 +19,11 @@ std::string StateText(const emulator::Model& model, const emulator::RegisterMemo
 emulator::RegisterMemory ReadState(const emulator::Model& model, std::string_view text);
 
 /// The file that a register's memory is kept in. It is written whole or not at all: at every
-/// moment it has what the register knew after one of its commands.
+/// moment it has what the register knew after one of its commands. One register at a time has it.
 class StateFile {
   public:
-    explicit StateFile(std::string path) : path_(std::move(path)) {}
+    /// std::runtime_error: another register uses the file.
+    explicit StateFile(std::string path) : path_(std::move(path)), lock_(path_) {}
 
     /// The register recalls what the file says; a file that is not there says nothing. Mistakes:
     /// the file cannot be used, and neither it nor the register was changed. std::runtime_error: it
@@ -32,6 +35,7 @@ class StateFile {
 
   private:
     std::string path_;
+    FileLock lock_;
     std::optional<emulator::RegisterMemory> saved_;
 };
 

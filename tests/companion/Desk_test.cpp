@@ -772,6 +772,33 @@ TEST_F(Remembering, TheFileIsWrittenOnlyWhenSomethingChanged) {
     EXPECT_EQ(other.Remember(), device.Remember());
 }
 
+TEST_F(Remembering, AFileBelongsToOneRegisterAtATime) {
+    const TempDir folder;
+    folder.Write("state", "");
+    std::filesystem::create_symlink("state", folder.File("link"));
+    {
+        const desk::StateFile file(folder.File("state"));
+        EXPECT_THROW(desk::StateFile(folder.File("state")), std::runtime_error);
+        EXPECT_THROW(desk::StateFile(folder.File("link")), std::runtime_error);
+        const desk::StateFile another(folder.File("another"));
+    }
+    EXPECT_NO_THROW(desk::StateFile(folder.File("link")));
+    EXPECT_FALSE(std::filesystem::exists(folder.File("state.lock")));
+}
+
+TEST_F(Remembering, WhatAKilledProgramLeftIsInNobodysWay) {
+    const TempDir folder;
+    folder.Write("state.lock", "");
+    folder.Write("state.new", "half of");
+    desk::StateFile file(folder.File("state"));
+    file.Load(device);
+    EXPECT_FALSE(std::filesystem::exists(folder.File("state.new")));
+    folder.Write("state.new", "half of");
+    file.Save(device);
+    EXPECT_FALSE(std::filesystem::exists(folder.File("state.new")));
+    EXPECT_EQ(ReadWholeFile(folder.File("state")), Text());
+}
+
 TEST_F(Remembering, AFileThatCannotBeReplacedStaysAndNothingElseIsLeft) {
     const TempDir folder;
     std::filesystem::create_directories(folder.File("state/in the way"));
@@ -793,6 +820,80 @@ TEST(DeskFiles, ALinkStaysALinkToTheNewFile) {
 TEST(DeskFiles, AFolderAndADeviceAreNoFiles) {
     EXPECT_THROW(desk::ReadIfAny("/dev/zero"), std::runtime_error);
     EXPECT_THROW(desk::ReadIfAny("/"), std::runtime_error);
+}
+
+TEST(DeskFiles, AStreamIsReadUpToItsEndAndIsNotEndless) {
+    const TempDir folder;
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(write(pipe[1], "late 5s\n", 8), 8);
+    close(pipe[1]);
+    EXPECT_EQ(desk::ReadStreamIfAny("/proc/self/fd/" + std::to_string(pipe[0])), "late 5s\n");
+    close(pipe[0]);
+    EXPECT_EQ(desk::ReadStreamIfAny(folder.Write("file", "x")), "x");
+    EXPECT_EQ(desk::ReadStreamIfAny(folder.File("none")), std::nullopt);
+    EXPECT_THROW(desk::ReadStreamIfAny("/dev/zero"), std::runtime_error);
+    EXPECT_THROW(desk::ReadStreamIfAny("/"), std::runtime_error);
+}
+
+// --- a journal -----------------------------------------------------------------------------------
+
+namespace {
+
+// No file may become longer than this.
+class FileLimit {
+  public:
+    explicit FileLimit(std::size_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileLimit() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        signal(SIGXFSZ, handler_);
+    }
+    FileLimit(const FileLimit&) = delete;
+    FileLimit& operator=(const FileLimit&) = delete;
+
+  private:
+    rlimit before_{};
+    void (*handler_)(int);
+};
+
+emulator::RegisterConfig OcelotConfig() {
+    emulator::RegisterConfig config;
+    config.model = emulator::FindModel("ocelot", 2);
+    return config;
+}
+
+}  // namespace
+
+TEST(DeskRecord, ALineThatTheDiskHasNoRoomForIsTakenBack) {
+    const TempDir folder;
+    desk::Record record(folder.File("journal"));
+    record.Typed("status");
+    const std::string whole = ReadWholeFile(folder.File("journal"));
+    {
+        const FileLimit full(whole.size() + 20);
+        EXPECT_THROW(record.Typed("finish"), std::runtime_error);
+    }
+    EXPECT_EQ(ReadWholeFile(folder.File("journal")), whole);
+    record.Typed("finish");
+    EXPECT_THAT(ReadWholeFile(folder.File("journal")), testing::StartsWith(whole + "{\"time\""));
+}
+
+TEST(DeskRecord, AfterHalfALineANewOneIsBegun) {
+    const TempDir folder;
+    const std::string half = "{\"time\": \"2026";
+    desk::Record record(folder.Write("journal", half));
+    EXPECT_TRUE(record.AfterHalfALine());
+    record.Start(OcelotConfig(), emulator::WireFamily::Ocelot);
+    const std::string text = ReadWholeFile(folder.File("journal"));
+    EXPECT_THAT(text, testing::StartsWith(half + "\n{\"time\""));
+    EXPECT_EQ(std::ranges::count(text, '\n'), 2);
+    EXPECT_FALSE(desk::Record(folder.File("journal")).AfterHalfALine());
+    EXPECT_FALSE(desk::Record(folder.File("new")).AfterHalfALine());
 }
 
 // --- the page ------------------------------------------------------------------------------------

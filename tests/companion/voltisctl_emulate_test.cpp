@@ -216,6 +216,16 @@ TEST(voltisctlEmulate, RefusesAFileOfFaultsWithEveryMistake) {
                                "      ^\n");
 }
 
+TEST(voltisctlEmulate, TakesFilesFromAPipe) {
+    for (const char* option : {"--faults", "--program"}) {
+        Tool tool({"emulate", option, "/dev/stdin"});
+        tool.Type("dance");
+        tool.CloseInput();
+        tool.SaidUpTo("/dev/stdin:1:1: error: ");
+        EXPECT_EQ(tool.Wait(), 2);
+    }
+}
+
 TEST(voltisctlEmulate, RemembersAcrossARestart) {
     const TempDir folder;
     const Words remembering = {"emulate", "--strict", "--state", folder.File("state.json")};
@@ -233,6 +243,17 @@ TEST(voltisctlEmulate, RemembersAcrossARestart) {
     EXPECT_EQ(tool.Wait(), 0);
     EXPECT_TRUE(Holds(ReadWholeFile(folder.File("state.json")), {"\"receipt\": null"}));
     EXPECT_EQ(EntriesIn(folder.Path()), 1);
+}
+
+TEST(voltisctlEmulate, HasItsStateForItself) {
+    const TempDir folder;
+    const std::string state = folder.File("state.json");
+    Tool first({"emulate", "--state", state});
+    PtyOf(first);
+    const Answer second = RunTool({"emulate", "--state", state, "--link", folder.File("link")});
+    EXPECT_EQ(second.exitCode, 2);
+    EXPECT_EQ(second.text, "voltisctl: another emulated register uses '" + state + "'\n");
+    EXPECT_FALSE(fs::is_symlink(folder.File("link")));
 }
 
 TEST(voltisctlEmulate, LeavesAForeignStateAlone) {
@@ -417,6 +438,18 @@ TEST(voltisctlEmulate, TellsInTheJournalWhatNeverWentOverTheLine) {
         device.Send(entering, "\"fault\": \"" + fault);
         EXPECT_EQ(FramesOf(device.End()), frames) << fault;
     }
+}
+
+TEST(voltisctlEmulate, SaysThatTheJournalEndedInTheMiddleOfALine) {
+    const TempDir folder;
+    const std::string journal = folder.Write("journal.jsonl", "{\"time\": \"20");
+    Tool tool({"emulate", "--journal", journal});
+    tool.SaidUpTo("voltisctl: the last line of '" + journal +
+                  "' is not whole, a new one is begun\n");
+    tool.SaidUpTo("/dev/pts/");
+    tool.Signal(SIGTERM);
+    EXPECT_EQ(tool.Wait(), 0);
+    EXPECT_THAT(ReadWholeFile(journal), testing::StartsWith("{\"time\": \"20\n{\"time\""));
 }
 
 TEST(voltisctlEmulate, TheSchemaOfAProgramFitsTheExample) {
