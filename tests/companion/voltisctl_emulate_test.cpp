@@ -461,6 +461,79 @@ TEST(voltisctlEmulate, TheSchemaOfAProgramFitsTheExample) {
     PtyOf(tool);
 }
 
+namespace {
+
+std::string Repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += (i == 0 ? "" : ", ") + text;
+    return all;
+}
+
+bool IsTaken(const std::string& program, const char* model) {
+    emulator::RegisterConfig config;
+    config.model = emulator::FindModel(model, 2);
+    try {
+        desk::Programmed(config, program);
+        return true;
+    } catch (const desk::Mistakes&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+TEST(voltisctlEmulate, TheSchemaOfAProgramHasTheLimitsOfTheRegister) {
+    const auto schema =
+        nlohmann::json::parse(ReadWholeFile(SCHEMAS_DIR "/emulate-program.schema.json"));
+    const auto plu = [](const std::string& number, const std::string& price) {
+        return R"({"name": "A", "department": 1, "number": )" + number + R"(, "price": )" + price +
+               "}";
+    };
+    const auto named = [](const char* list, int size) {
+        return std::string("{\"") + list + R"(": [{"number": 1, "name": ")" +
+               std::string(static_cast<std::size_t>(size), 'n') + "\"}]}";
+    };
+    const auto header = [](const std::string& lines) { return "{\"header\": [" + lines + "]}"; };
+    const auto plus = [](const std::string& rows) { return "{\"plus\": [" + rows + "]}"; };
+    const struct {
+        std::string program;
+        bool good;
+        const char* model = "ocelot";
+    } rows[] = {
+        {header(Repeated("\"A\"", 10)), true},
+        {header(Repeated("\"A\"", 11)), false},
+        {header("\"" + std::string(36, 'A') + "\""), true},
+        {header("\"" + std::string(37, 'A') + "\""), false},
+        {header("\"āčēģīķļņšūžĀČĒĢĪĶĻŅŠŪŽ ~\""), true},
+        {header("\"Ж\""), false},
+        {header("\"a\\tb\""), false},
+        {header(""), true},
+        {R"({"departments": []})", false},
+        {R"({"departments": [{"number": 99}]})", true},
+        {R"({"departments": [{"number": 100}]})", false},
+        {R"({"departments": [{"number": 1}, {"number": 1}]})", false},
+        {named("departments", 20), true, "margay"},
+        {named("departments", 21), false, "margay"},
+        {R"({"cashiers": []})", false},
+        {R"({"cashiers": [{"number": 0}]})", false},
+        {R"({"cashiers": [{"number": 1}, {"number": 1}]})", false},
+        {named("cashiers", 25), true},
+        {named("cashiers", 26), false},
+        {plus(""), true},
+        {plus(plu("9999999999999", "999999.99")), true},
+        {plus(plu("10000000000000", "1")), false},
+        {plus(plu("1", "1000000")), false},
+        {plus(plu("1", "-0.01")), false},
+        {plus(plu("1", "1") + ", " + plu("2", "1")), true},
+        {plus(plu("1", "1") + ", " + plu("1", "1")), false},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(IsTaken(row.program, row.model), row.good) << row.program;
+        EXPECT_EQ(MistakesBySchema(nlohmann::json::parse(row.program), schema).empty(), row.good)
+            << row.program;
+    }
+}
+
 TEST(voltisctlEmulate, PacesTheLine) {
     const TempDir folder;
     const std::string late = Script(folder, "late", Conversation(enteringLate));

@@ -30,6 +30,12 @@ bool HasPattern(const json& value, const json& pattern) {
     return Regex(pattern.get<std::string>()).Find(value.get<std::string>()).has_value();
 }
 
+std::size_t Characters(const json& utf8) {
+    const auto text = utf8.get<std::string>();
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
 struct KeywordRow {
     const char* keyword;
     bool (*holds)(const json& value, const json& rule);
@@ -43,7 +49,16 @@ const KeywordRow keywords[] = {
     {"maximum", [](const json& v, const json& rule) { return !v.is_number() || v <= rule; }},
     {"minLength",
      [](const json& v, const json& rule) {
-         return !v.is_string() || v.get<std::string>().size() >= rule.get<std::size_t>();
+         return !v.is_string() || Characters(v) >= rule.get<std::size_t>();
+     }},
+    {"maxLength",
+     [](const json& v, const json& rule) {
+         return !v.is_string() || Characters(v) <= rule.get<std::size_t>();
+     }},
+    {"uniqueItems",
+     [](const json& v, const json& rule) {
+         return !v.is_array() || rule != true ||
+                std::set<json>(v.begin(), v.end()).size() == v.size();
      }},
     {"minItems",
      [](const json& v, const json& rule) {

@@ -29,6 +29,11 @@ TEST(JsonSchema, KnowsLimits) {
     EXPECT_THAT(MistakesBySchema(0, {{"minimum", 1}}), ElementsAre(": minimum 1"));
     EXPECT_THAT(MistakesBySchema(2, {{"maximum", 1}}), ElementsAre(": maximum 1"));
     EXPECT_THAT(MistakesBySchema("", {{"minLength", 1}}), ElementsAre(": minLength 1"));
+    EXPECT_THAT(MistakesBySchema("š", {{"maxLength", 1}}), IsEmpty());
+    EXPECT_THAT(MistakesBySchema("ab", {{"maxLength", 1}}), ElementsAre(": maxLength 1"));
+    EXPECT_THAT(MistakesBySchema({1, 1}, {{"uniqueItems", true}}),
+                ElementsAre(": uniqueItems true"));
+    EXPECT_THAT(MistakesBySchema({1, 2}, {{"uniqueItems", true}}), IsEmpty());
     EXPECT_THAT(MistakesBySchema(json::array(), {{"minItems", 1}}), ElementsAre(": minItems 1"));
     EXPECT_THAT(MistakesBySchema("b", {{"const", "a"}}), ElementsAre(": const \"a\""));
     EXPECT_THAT(MistakesBySchema("b", {{"pattern", "^a"}}), ElementsAre(": pattern \"^a\""));
