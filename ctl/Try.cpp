@@ -1,12 +1,8 @@
 #include "ctl/Try.h"
 
 #include <poll.h>
-#include <sys/epoll.h>
-#include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -15,7 +11,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -38,12 +33,12 @@
 #include "ctl/RegisterOptions.h"
 #include "ctl/UsageError.h"
 
-constexpr int exitFaultMissed = 1;
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int exitTimeout = 124;              // as timeout(1) has it
+constexpr int exitTimeout = 124;  // as timeout(1) has it
+constexpr int exitFaultMissed = 1;
 constexpr double longestTry = 86400 * 365.0;  // seconds
 
 constexpr char tryFooter[] =
@@ -56,7 +51,8 @@ constexpr char tryFooter[] =
     "for a run that took too long; 1 also when none failed and a fault that was ordered never "
     "happened, which the last lines tell; 2 also when the driver could not be run, and for a wrong "
     "option or a command file that cannot be read, and then nothing was run.\n"
-    "With --run each file is a job of `voltisctl run`, and the exit code is its."
+    "With --run each file is a job of `voltisctl run`, and the exit code is its; --timeout is "
+    "then for each run of the driver, also for the one that asks what became of the job."
     "\n\nExample:\n  voltisctl try --model margay --svg receipt.svg sale.txt";
 
 struct TryOptions {
@@ -93,6 +89,12 @@ constexpr ExitMeaning runMeanings[] = {
 constexpr int pollStepMs = 100;
 
 using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+// 0: no limit.
+Seconds Allowed(const TryOptions& options) {
+    return Seconds(options.timeoutSeconds);
+}
 
 struct Outcome {
     int exitCode = 0;
@@ -102,47 +104,6 @@ struct Outcome {
     std::string verdict;  // of --run
 };
 
-// Readable at an interrupt, or when the time is over.
-class StopSign {
-  public:
-    StopSign(const Interrupts& interrupts, double seconds)
-        : all_(Check(epoll_create1(EPOLL_CLOEXEC))) {
-        Add(interrupts.Fd());
-        if (seconds > 0) AddTimer(seconds);
-    }
-    ~StopSign() {
-        if (timer_ != -1) close(timer_);
-        close(all_);
-    }
-    StopSign(const StopSign&) = delete;
-    StopSign& operator=(const StopSign&) = delete;
-
-    int Fd() const { return all_; }
-
-  private:
-    static int Check(int fd) {
-        if (fd == -1) throw std::system_error(errno, std::generic_category(), "epoll");
-        return fd;
-    }
-    void Add(int fd) const {
-        epoll_event readable{};
-        readable.events = EPOLLIN;
-        Check(epoll_ctl(all_, EPOLL_CTL_ADD, fd, &readable));
-    }
-    void AddTimer(double seconds) {
-        timer_ = Check(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC));
-        itimerspec end{};
-        end.it_value.tv_sec = static_cast<time_t>(seconds);
-        end.it_value.tv_nsec =
-            static_cast<long>((seconds - static_cast<double>(end.it_value.tv_sec)) * 1e9) + 1;
-        Check(timerfd_settime(timer_, 0, &end, nullptr));
-        Add(timer_);
-    }
-
-    int all_;
-    int timer_ = -1;
-};
-
 void WaitForNews(const runner::SandboxedRun& run, const Interrupts& interrupts) {
     pollfd news[] = {
         {run.OutputFd(), POLLIN, 0}, {run.EndFd(), POLLIN, 0}, {interrupts.Fd(), POLLIN, 0}};
@@ -150,14 +111,13 @@ void WaitForNews(const runner::SandboxedRun& run, const Interrupts& interrupts) 
 }
 
 // Waits for the end of the run, and kills it when it takes too long or at an interrupt.
-Outcome Await(runner::SandboxedRun& run, Interrupts& interrupts, double timeoutSeconds) {
+Outcome Await(runner::SandboxedRun& run, Interrupts& interrupts, Seconds allowed) {
     const auto start = Clock::now();
-    const std::chrono::duration<double> allowed(timeoutSeconds);
     Outcome outcome;
     while (!run.Ended()) {
         WaitForNews(run, interrupts);
         outcome.interrupt = interrupts.Take();
-        const bool late = timeoutSeconds > 0 && Clock::now() - start > allowed;
+        const bool late = allowed.count() > 0 && Clock::now() - start > allowed;
         if (!late && outcome.interrupt == 0) continue;
         run.Kill();
         outcome.exitCode = late ? exitTimeout : 128 + outcome.interrupt;
@@ -184,7 +144,6 @@ void SortOutWords(TryOptions& options) {
     options.files.erase(settings, options.files.end());
     if (options.files.empty()) throw UsageError("no command file is named");
     CheckUsage([&] {
-          config_(ProgrammedConfig(options.device, options.desk)),
         for (const std::string& file : options.files) runner::ReadFile(file);  // all or none
     });
 }
@@ -215,16 +174,6 @@ std::string Joined(const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines) text += line + "\n";
     return text;
-    int RunFiles() {
-        int exitCode = 0;
-        for (const std::string& file : options_.files) {
-            const Outcome outcome = RunFile(file);
-            if (outcome.exitCode != 0) exitCode = outcome.exitCode;
-            if (outcome.interrupt != 0) break;
-        }
-        return exitCode;
-    }
-
 }
 
 // One `voltisctl try`, file by file.
@@ -233,6 +182,7 @@ class Trial {
     explicit Trial(const TryOptions& options)
         : options_(options),
           faultsOrdered_(FaultsOf(options.desk)),
+          config_(ProgrammedConfig(options.device, options.desk)),
           driver_(runner::DriverPath(options.driver)),
           station_(config_, FramesFor(options.device), PtyFor(options)),
           faults_(station_.device,
@@ -262,6 +212,16 @@ class Trial {
         return pty;
     }
 
+    int RunFiles() {
+        int exitCode = 0;
+        for (const std::string& file : options_.files) {
+            const Outcome outcome = RunFile(file);
+            if (outcome.exitCode != 0) exitCode = outcome.exitCode;
+            if (outcome.interrupt != 0) break;
+        }
+        return exitCode;
+    }
+
     Outcome RunFile(const std::string& file) {
         const workbench::Since since(station_.device);
         Outcome outcome = options_.run ? RunJob(file) : RunDriver(folder_.Take(file));
@@ -287,7 +247,7 @@ class Trial {
         plan.files = folder_.Files().Path();
         workbench::DriverRun run(
             station_, plan, {runner::insideDriver, std::string(runner::insideFolder) + "/" + name});
-        Outcome outcome = Await(run.Process(), interrupts_, options_.timeoutSeconds);
+        Outcome outcome = Await(run.Process(), interrupts_, Allowed(options_));
         run.Finish();
         outcome.result = folder_.Result().value_or("");
         return outcome;
@@ -298,14 +258,9 @@ class Trial {
         const runner::Profile profile = ProfileOfTheSite();
         if (!journal_) journal_.emplace(folder_.Beside("journal.db"));
         job::Jobs jobs(*journal_, profile, Site(), folder_.Beside("runs"));
-        const StopSign stop(interrupts_, options_.timeoutSeconds);
-    emulator::RegisterConfig config_;
-    // After the files, so that an interrupt ends the reading of a pipe at once, and before the
-    // thread that serves, which is to block the same signals.
-    Interrupts interrupts_;
         workbench::Serving serving(station_.server);
         const job::Outcome told =
-            jobs.Do({std::nullopt, file, runner::ReadFile(file), {}}, {stop.Fd(), {}});
+            jobs.Do({std::nullopt, file, runner::ReadFile(file), {}}, WatcherOf());
         serving.Finish();
         Outcome outcome;
         outcome.exitCode = told.exitCode;
@@ -313,6 +268,13 @@ class Trial {
         outcome.result = told.result;
         outcome.verdict = ForPeople(told) + WhyOf(told);
         return outcome;
+    }
+
+    job::Watcher WatcherOf() const {
+        job::Watcher watcher;
+        watcher.stopFd = interrupts_.Fd();
+        watcher.longestRun = std::chrono::ceil<std::chrono::milliseconds>(Allowed(options_));
+        return watcher;
     }
 
     runner::Profile ProfileOfTheSite() {
@@ -335,6 +297,10 @@ class Trial {
 
     const TryOptions& options_;
     std::vector<desk::Fault> faultsOrdered_;
+    emulator::RegisterConfig config_;
+    // After the files, so that an interrupt ends the reading of a pipe at once, and before the
+    // thread that serves, which is to block the same signals.
+    Interrupts interrupts_;
     std::string driver_;
     workbench::Station station_;
     desk::Faults faults_;

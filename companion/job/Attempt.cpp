@@ -26,6 +26,7 @@ constexpr char displayOff[] = "DISPLAY_OFF\n";
 constexpr char displayOffInReceipt[] = "CONTINUE\nDISPLAY_OFF\nCONTINUE\n";
 constexpr char displayOffName[] = "forget.txt";
 constexpr char statusName[] = "status.txt";
+constexpr std::chrono::milliseconds forever = std::chrono::hours(24 * 365);
 constexpr int statusReads = 2;  // a second one when the first has told nothing
 constexpr int pollStepMs = 100;
 
@@ -121,20 +122,28 @@ runner::RunRequest Attempt::RequestFor(const Errand& errand) const {
     return request;
 }
 
+std::chrono::steady_clock::time_point Attempt::EndOfPatience() const {
+    const auto now = std::chrono::steady_clock::now();
+    return now + (watcher_.longestRun.count() > 0 ? watcher_.longestRun : forever);
+}
+
 runner::RunResult Attempt::Await(const runner::RunRequest& request) {
     runner::RegisterRun run(request);
     started_ = true;
     const std::vector<plan::Command> plan = watcher_.progress
                                                 ? plan::CommandsOf(request.folder + "/command")
                                                 : std::vector<plan::Command>();
+    const auto end = EndOfPatience();
     while (!run.Ended()) {
         pollfd news[] = {{run.EndFd(), POLLIN, 0}, {watcher_.stopFd, POLLIN, 0}};
         poll(news, std::size(news), pollStepMs);
-        if ((news[1].revents & POLLIN) != 0) {
+        const bool stopped = (news[1].revents & POLLIN) != 0;
+        if (stopped || std::chrono::steady_clock::now() > end) {
             run.Kill();
             interrupted_ = true;
-            watcher_.stopFd = -1;  // the status read that follows is short, and tells the outcome
         }
+        // The status read that follows is short, and tells the outcome.
+        if (stopped) watcher_.stopFd = -1;
         if (watcher_.progress) watcher_.progress(CommandsIn(profile_, run.DebugLog()), plan);
     }
     runner::RunResult result = run.Wait();

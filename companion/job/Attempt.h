@@ -1,6 +1,7 @@
 // Runs of the driver on a register that is locked for them, and what they tell.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -27,6 +28,8 @@ struct Watcher {
     int stopFd = -1;
     /// Called now and then with the commands that went out, and the number of all.
     std::function<void(std::size_t done, const std::vector<plan::Command>& all)> progress = {};
+    /// A run of the driver that takes longer is ended, a status read, too; 0: none is.
+    std::chrono::milliseconds longestRun{0};
 };
 
 /// A command file on its way to the register.
@@ -65,6 +68,7 @@ class Attempt {
 
   private:
     runner::RunRequest RequestFor(const Errand& errand) const;
+    std::chrono::steady_clock::time_point EndOfPatience() const;
     runner::RunResult Await(const runner::RunRequest& request);
     std::vector<plan::Command> PlanOf(const Errand& errand, const std::string& log) const;
     std::optional<std::string> AskStatus(const std::string& folder);
