@@ -57,16 +57,28 @@ std::vector<std::string> FilesOf(const std::string& path) {
     return {path, path + "-wal", path + "-shm"};
 }
 
-bool MayRead(const std::string& path) {
+std::string RealPath(const std::string& path) {
     std::error_code error;
-    const std::string real = std::filesystem::weakly_canonical(path, error);
-    return std::ranges::all_of(FilesOf(error ? path : real), [](const std::string& file) {
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, error);
+    return error ? path : real.string();
+}
+
+bool MayRead(const std::string& path) {
+    return std::ranges::all_of(FilesOf(RealPath(path)), [](const std::string& file) {
         return faccessat(AT_FDCWD, file.c_str(), R_OK, AT_EACCESS) == 0 || errno == ENOENT;
     });
 }
 
-Finding NotSeen(const std::string& why) {
-    return {Severity::Note, "journal-not-seen", why, "Ask as the account that prints, or as root."};
+// As of a copy that was made without the index.
+bool NeedsAWrite(const std::string& path) {
+    std::error_code error;
+    const std::string real = RealPath(path);
+    const auto changes = std::filesystem::file_size(real + "-wal", error);
+    return !error && changes != 0 && !std::filesystem::exists(real + "-shm", error);
+}
+
+Finding NotSeen(const std::string& why, const char* remedy) {
+    return {Severity::Note, "journal-not-seen", why, remedy};
 }
 
 void CheckOpen(const journal::Journal& open, const std::string& path,
@@ -181,7 +193,16 @@ Findings CheckJournalRights(const Machine& machine, const std::string& path) {
 }
 
 Findings CheckJournal(const std::string& path, std::chrono::system_clock::time_point now) {
-    if (!MayRead(path)) return {NotSeen("this account may not read the journal " + Quoted(path))};
+    if (!MayRead(path)) {
+        return {NotSeen("this account may not read the journal " + Quoted(path),
+                        "Ask as the account that prints, or as root.")};
+    }
+    if (NeedsAWrite(path)) {
+        return {NotSeen("the journal " + Quoted(path) +
+                            " has changes beside it (-wal) without their index (-shm), which only "
+                            "a write brings in",
+                        "`voltisctl jobs` brings them in; then ask again.")};
+    }
     Findings findings;
     try {
         const std::optional<journal::Journal> open = journal::Journal::ForReading(path);
