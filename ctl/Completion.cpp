@@ -1,14 +1,12 @@
 #include "ctl/Completion.h"
 
-#include <algorithm>
-#include <array>
 #include <iostream>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "ctl/HelpText.h"
+#include "ctl/CommandWords.h"
 
 namespace {
 
@@ -20,72 +18,9 @@ constexpr char completionFooter[] =
     "Example:\n"
     "  voltisctl completion bash";
 
-/// What the word after an option, or one that is no option, may be.
-enum class Value : std::uint8_t { None, Choice, File, Folder, Register, Any };
-
-struct OptionWords {
-    std::vector<std::string> names;  // as they are typed: "--model"; none: a word without a name
-    std::string label;               // of its value
-    std::string description;
-    Value value = Value::None;
-    std::vector<std::string> choices;
-    bool repeated = false;
-};
-
-struct CommandWords {
-    std::string name;
-    std::string description;
-    std::vector<OptionWords> options;
-};
-
 std::string Joined(const std::vector<std::string>& words, const char* separator) {
     std::string all;
     for (const std::string& word : words) all += (all.empty() ? "" : separator) + word;
-    return all;
-}
-
-// --- the tables
-// ------------------------------------------------------------------------------------
-
-Value ValueOf(const CLI::Option& option, const std::string& label) {
-    if (option.get_type_size() == 0) return Value::None;
-    if (!ChoicesOf(option).empty()) return Value::Choice;
-    if (option.check_lname("register")) return Value::Register;
-    if (label == "DIR" || label == "FOLDER") return Value::Folder;
-    constexpr std::array<std::string_view, 3> files = {"FILE", "PATH", "LOG"};
-    return std::ranges::find(files, label) != files.end() ? Value::File : Value::Any;
-}
-
-std::vector<std::string> NamesOf(const CLI::Option& option) {
-    std::vector<std::string> names;
-    for (const std::string& name : option.get_snames()) names.push_back("-" + name);
-    for (const std::string& name : option.get_lnames()) names.push_back("--" + name);
-    return names;
-}
-
-OptionWords OptionWordsOf(const CLI::Option& option) {
-    OptionWords words;
-    words.names = NamesOf(option);
-    words.label = words.names.empty() ? option.get_name(true) : TypeNameOf(option);
-    words.description = option.get_description();
-    words.value = ValueOf(option, words.label);
-    words.choices = ChoicesOf(option);
-    words.repeated = option.get_expected_max() > 1;
-    return words;
-}
-
-// Those without a group are not for everybody, as in --help.
-CommandWords CommandWordsOf(const CLI::App& command) {
-    CommandWords words{command.get_name(), command.get_description(), {}};
-    for (const CLI::Option* option : command.get_options())
-        if (!option->get_group().empty()) words.options.push_back(OptionWordsOf(*option));
-    return words;
-}
-
-std::vector<CommandWords> SubCommandsOf(const CLI::App& app) {
-    std::vector<CommandWords> all;
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
-        all.push_back(CommandWordsOf(*command));
     return all;
 }
 
@@ -97,14 +32,14 @@ std::string BashReply(const OptionWords& option) {
     switch (option.value) {
         case Value::Choice:
             return "COMPREPLY=($(compgen -W '" + Joined(option.choices, " ") + "' -- \"$cur\"))";
-        case Value::Folder:
+        case Value::FolderName:
             return "COMPREPLY=($(compgen -d -- \"$cur\"))";
         case Value::Register:
             return "COMPREPLY=($(compgen -W \"$(_voltisctl_registers)\" -- \"$cur\"))";
         case Value::None:
         case Value::Any:
             return "compopt +o default";
-        case Value::File:
+        case Value::FileName:
             break;
     }
     return "";
@@ -203,9 +138,9 @@ std::string ZshAction(const OptionWords& option) {
     switch (option.value) {
         case Value::Choice:
             return "(" + Joined(option.choices, " ") + ")";
-        case Value::File:
+        case Value::FileName:
             return "_files";
-        case Value::Folder:
+        case Value::FolderName:
             return "_files -/";
         case Value::Register:
             return "_voltisctl_registers";
@@ -274,8 +209,8 @@ std::string ZshScript(const CommandWords& whole, const std::vector<CommandWords>
 }
 
 int PrintCompletion(const CLI::App& app, const std::string& shell) {
-    const CommandWords whole = CommandWordsOf(app);
-    const std::vector<CommandWords> all = SubCommandsOf(app);
+    const CommandWords whole = WordsOf(app);
+    const std::vector<CommandWords> all = SubCommandWordsOf(app);
     std::cout << (shell == "bash" ? BashScript(whole, all) : ZshScript(whole, all));
     return 0;
 }

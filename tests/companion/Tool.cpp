@@ -129,6 +129,16 @@ std::set<std::string> SubCommandsOfHelp() {
     return names;
 }
 
+std::set<std::string> OptionsOfHelp(const std::string& command) {
+    const std::string help = RunTool({command, "--help"}).text;
+    std::set<std::string> all;
+    for (const Regex::Found& row : Regex("\n  (-[a-z], ?)?(--[a-z-]+)").FindAll(help)) {
+        all.insert(row[2]);
+        if (!row[1].empty()) all.insert(row[1].substr(0, 2));
+    }
+    return all;
+}
+
 testing::AssertionResult Holds(const std::string& text, const Words& parts) {
     for (const std::string& part : parts) {
         if (text.find(part) == std::string::npos) {

@@ -82,6 +82,8 @@ std::string Section(const std::string& text, const std::string& title, std::size
 
 /// The sub-commands that `voltisctl --help` lists.
 std::set<std::string> SubCommandsOfHelp();
+/// The options that `voltisctl COMMAND --help` lists, each of their names.
+std::set<std::string> OptionsOfHelp(const std::string& command);
 
 testing::AssertionResult Holds(const std::string& text, const Words& parts);
 

@@ -71,17 +71,6 @@ Offered ZshSpecsOf(const std::string& command) {
     return LinesOf(SaidByShell("zsh -f", script, {command}));
 }
 
-Offered OptionsOf(const std::string& command) {
-    Offered all;
-    std::istringstream help(RunTool({command, "--help"}).text);
-    for (std::string line; std::getline(help, line);)
-        if (const auto names = Regex("^  (-[a-z], ?)?(--[a-z-]+).*").Match(line)) {
-            all.insert(names->at(2));
-            if (!names->at(1).empty()) all.insert(names->at(1).substr(0, 2));
-        }
-    return all;
-}
-
 }  // namespace
 
 TEST(voltisctlCompletion, OffersBashTheSubCommands) {
@@ -95,10 +84,15 @@ TEST(voltisctlCompletion, OffersBashTheSubCommands) {
 
 TEST(voltisctlCompletion, OffersBashTheOptionsOfEverySubCommand) {
     for (const std::string& command : SubCommandsOfHelp()) {
-        const Offered options = OptionsOf(command);
+        const Offered options = OptionsOfHelp(command);
         EXPECT_THAT(options, Contains("--help")) << command;
         EXPECT_EQ(BashOffers({command, "-"}), options) << command;
     }
+}
+
+TEST(voltisctlCompletion, GoesOnAfterAnOptionWithoutAValue) {
+    EXPECT_THAT(BashOffers({"emulate", "--strict", "--li"}), ElementsAre("--line-speed", "--link"));
+    EXPECT_THAT(ZshSpecsOf("jobs"), Contains("--json[One JSON array, or object for one job]"));
 }
 
 TEST(voltisctlCompletion, OffersBashTheChoicesOfAnOption) {
@@ -129,7 +123,7 @@ TEST(voltisctlCompletion, TellsZshTheOptionsOfEverySubCommand) {
         for (const std::string& spec : ZshSpecsOf(command))
             if (const auto name = Regex(R"(^\*?(--?[a-z-]+)\[.*)").Match(spec))
                 options.insert(name->at(1));
-        EXPECT_EQ(options, OptionsOf(command)) << command;
+        EXPECT_EQ(options, OptionsOfHelp(command)) << command;
     }
 }
 
