@@ -5,10 +5,13 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "Common.h"
 #include "companion/doctor/Configuration.h"
 #include "companion/doctor/Keys.h"
+#include "companion/runner/Profile.h"
+#include "emulator/Habit.h"
 #include "tests/support/Regex.h"
 #include "tests/support/TempDir.h"
 
@@ -67,6 +70,46 @@ TEST(Doctor_Keys, AreThoseThatTheDriverAndTheProfilesRead) {
     std::set<std::string> known;
     for (const doctor::Key& key : doctor::AllKeys()) known.emplace(key.name);
     EXPECT_EQ(known, read);
+}
+
+// "| `Device` | none | | ..." for each key, in order; links are only their texts.
+std::vector<std::string> RowsOfTheReference() {
+    const std::string page = ReadWholeFile(VOLTIS_SOURCE_DIR "/docs/reference.md");
+    const std::size_t begin = page.find("\n## Configuration\n");
+    const std::string section = page.substr(begin, page.find("\n## ", begin + 1) - begin);
+    const Regex link(R"(\[([^\]]*)\]\([^)]*\))");
+    std::vector<std::string> rows;
+    for (const Regex::Found& found : Regex("\\| `[^\n]*").FindAll(section)) {
+        std::string row = found.front();
+        while (const auto inside = link.Find(row))
+            row.replace(row.find(inside->front()), inside->front().size(), inside->at(1));
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+TEST(Doctor_Keys, AreDescribedAsOnTheReferencePage) {
+    std::vector<std::string> rows;
+    for (const doctor::Key& key : doctor::AllKeys()) {
+        const std::string values = key.values.empty() ? "" : std::string(key.values) + " ";
+        rows.push_back("| `" + std::string(key.name) + "` | " + doctor::DefaultText(key) + " | " +
+                       values + "| " + std::string(key.meaning) + " |");
+    }
+    EXPECT_EQ(rows, RowsOfTheReference());
+}
+
+TEST(Doctor_Keys, HaveTheDefaultsOfTheProfiles) {
+    const doctor::Key* days = doctor::FindKey("JournalDays");
+    EXPECT_EQ(doctor::DefaultText(*days), std::to_string(runner::Profile().journalDays));
+    EXPECT_EQ(doctor::DefaultText(*doctor::FindKey("Sandbox")),
+              runner::Profile().sandbox ? "`yes`" : "`no`");
+}
+
+TEST(Doctor_Keys, NameEveryHabit) {
+    std::string words;
+    for (const emulator::HabitRow& row : emulator::HabitTable())
+        words += (words.empty() ? "`" : ", `") + std::string(row.word) + "`";
+    EXPECT_EQ(doctor::FindKey("Habit")->values, words);
 }
 
 TEST(Doctor_Keys, FindsTheNearestOne) {
