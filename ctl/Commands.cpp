@@ -6,6 +6,8 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "ctl/Check.h"
 #include "ctl/Completion.h"
@@ -24,6 +26,10 @@
 
 namespace {
 
+constexpr char programName[] = "voltisctl";
+constexpr char description[] =
+    "The companion of the fiscal printer driver: prints files exactly once and tells what "
+    "was\nprinted; and an emulated register on the desk.";
 constexpr char versionText[] = "voltisctl 2.5.0";  // of the project; a test compares them
 
 using Action = std::function<int()>;
@@ -62,32 +68,57 @@ int AndAllIsSaid(int exitCode) {
     return Report(std::runtime_error("standard output cannot be written"), exitUsage);
 }
 
-}  // namespace
+// The options of all sub-commands. The callback of the one that is found while the arguments are
+// parsed says what is to be done.
+struct CommandLine {
+    CommandLine() : app(description, programName) {
+        app.set_version_flag("--version", versionText);
+        app.formatter(std::make_shared<HelpText>());  // which the sub-commands take over
+        app.require_subcommand(0, 1);                 // none: reported after an unknown word
+        for (const SubCommand& row : subCommands) Add(row);
+    }
 
-int RunVoltisctl(int argc, char** argv) {
-    CLI::App app(
-        "The companion of the fiscal printer driver: prints files exactly once and tells what "
-        "was\nprinted; and an emulated register on the desk.",
-        "voltisctl");
-    app.set_version_flag("--version", versionText);
-    app.formatter(std::make_shared<HelpText>());  // which the sub-commands take over
-    app.require_subcommand(0, 1);                 // none: reported below, after an unknown word
-    Action chosen;
-    for (const SubCommand& row : subCommands) {
+    void Add(const SubCommand& row) {
         CLI::App* command = app.add_subcommand(row.name, row.summary);
-        command->callback([&chosen, &row, action = row.bind(*command)] {
+        command->callback([this, &row, action = row.bind(*command)] {
             chosen = [&row, action] { return row.isAnswer ? AndAllIsSaid(action()) : action(); };
         });
     }
+
+    CLI::App app;
+    Action chosen;
+};
+
+}  // namespace
+
+int RunVoltisctl(int argc, char** argv) {
+    CommandLine line;
     try {
-        app.parse(argc, argv);
-        if (!chosen) throw CLI::RequiredError("A sub-command");
-        return chosen();
+        line.app.parse(argc, argv);
+        if (!line.chosen) throw CLI::RequiredError("A sub-command");
+        return line.chosen();
     } catch (const CLI::ParseError& wrong) {
-        return app.exit(wrong) == 0 ? 0 : exitUsage;  // 0: help or version
+        return line.app.exit(wrong) == 0 ? 0 : exitUsage;  // 0: help or version
     } catch (const UsageError& wrong) {
         return Report(wrong, exitUsage);
     } catch (const std::exception& failure) {
         return Report(failure, exitUsage);
+    }
+}
+
+std::vector<CommandWords> CommandLineWords() {
+    const CommandLine line;
+    std::vector<CommandWords> all = SubCommandWordsOf(line.app);
+    all.insert(all.begin(), WordsOf(line.app));
+    return all;
+}
+
+std::string MistakeIn(const std::vector<std::string>& arguments) {
+    CommandLine line;
+    try {
+        line.app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        return line.chosen ? "" : "a sub-command is missing";
+    } catch (const CLI::ParseError& wrong) {
+        return wrong.what();
     }
 }

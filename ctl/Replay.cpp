@@ -29,7 +29,7 @@ constexpr char replayFooter[] =
     "Exit status: 0 all of the conversation was as logged, 1 it differed, 2 a wrong option or a "
     "log that cannot be used.\n"
     "\nExample:\n"
-    "  voltisctl replay --run 3 --link /dev/ttyS9 /var/log/voltis/dbgerror.log";
+    "  voltisctl replay --run 3 --link /dev/ttyS9 dbgerror.log";
 
 struct ReplayOptions {
     std::string log;

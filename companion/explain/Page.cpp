@@ -1,10 +1,9 @@
 #include "companion/explain/Page.h"
 
-#include <algorithm>
 #include <string_view>
-#include <vector>
 
 #include "companion/explain/Catalogue.h"
+#include "companion/explain/Groups.h"
 #include "companion/explain/Template.h"
 #include "companion/explain/Text.h"
 
@@ -52,25 +51,6 @@ constexpr const char* columns[] = {
     messageColumns,
     "| Note | What it says | What to do | Paper, repeat |\n|---|---|---|---|\n",
 };
-
-using Groups = std::vector<const Answers*>;
-
-// In the order in which the tables need them.
-Groups AllGroups() {
-    Groups groups;
-    for (const Kind kind : allKinds) {
-        for (const Entry& entry : EntriesOf(kind)) {
-            if (std::ranges::find(groups, entry.answers) == groups.end())
-                groups.push_back(entry.answers);
-        }
-    }
-    return groups;
-}
-
-std::string LetterOf(const Answers* answers, const Groups& groups) {
-    const auto place = std::ranges::find(groups, answers) - groups.begin();
-    return {static_cast<char>('A' + place)};
-}
 
 // A bar would end the cell.
 std::string Escaped(std::string_view text) {
@@ -130,11 +110,8 @@ std::string CellsBefore(const Entry& entry) {
 
 // "no, yes (B)".
 std::string AnswersOf(const Entry& entry, const Groups& groups) {
-    const auto word = [](const Answer& answer) {
-        return answer.word == Word::ByExitCode ? std::string("it depends") : NameOf(answer.word);
-    };
-    const std::string paper = word(entry.answers->paper);
-    const std::string repeat = word(entry.answers->repeat);
+    const std::string paper = WordFor(entry.answers->paper);
+    const std::string repeat = WordFor(entry.answers->repeat);
     return (paper == repeat ? paper : paper + ", " + repeat) + " ([" +
            LetterOf(entry.answers, groups) + "](#paper-and-repeating))";
 }
