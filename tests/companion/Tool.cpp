@@ -24,13 +24,16 @@
 
 namespace fs = std::filesystem;
 
-Tool::Tool(const Words& arguments, const Words& environment) {
+Tool::Tool(const Words& arguments, const Words& environment)
+    : Tool(CommandLine{Words{VoltisctlPath()} + arguments}, environment) {}
+
+Tool::Tool(const CommandLine& command, const Words& environment) {
     std::array<int, 2> in{};
     std::array<int, 2> out{};
     if (pipe2(in.data(), O_CLOEXEC) != 0 || pipe2(out.data(), O_CLOEXEC) != 0) abort();
     in_ = in[1];
     out_ = out[0];
-    Spawn(arguments, environment, in[0], out[1]);
+    Spawn(command, environment, in[0], out[1]);
     close(in[0]);
     close(out[1]);
 }
@@ -66,7 +69,7 @@ std::string Tool::SaidUpTo(const std::string& text) {
     }
     const size_t place = said_.find(text);
     if (place == std::string::npos) {
-        ADD_FAILURE() << "voltisctl never said " << text << " but: " << said_;
+        ADD_FAILURE() << "never said: " << text << " but: " << said_;
         return said_;
     }
     const std::string part = said_.substr(0, place + text.size());
@@ -94,11 +97,8 @@ int Tool::Wait() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void Tool::Spawn(const Words& arguments, const Words& environment, int in, int out) {
-    Words words = {"env"};
-    words.insert(words.end(), environment.begin(), environment.end());
-    words.push_back(VoltisctlPath());
-    words.insert(words.end(), arguments.begin(), arguments.end());
+void Tool::Spawn(const CommandLine& command, const Words& environment, int in, int out) {
+    Words words = Words{"env"} + environment + command.words;
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);

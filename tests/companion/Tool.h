@@ -22,10 +22,17 @@ inline Words operator+(Words left, const Words& right) {
 
 inline const std::string examples = EXAMPLES_DIR;
 
+/// A program and its arguments.
+struct CommandLine {
+    Words words;
+};
+
 /// voltisctl at work: its output (both streams) comes through one pipe, its input through another.
 class Tool {
   public:
     explicit Tool(const Words& arguments, const Words& environment = {});
+    /// Another program, in the same way.
+    explicit Tool(const CommandLine& command, const Words& environment = {});
     ~Tool();
     Tool(const Tool&) = delete;
     Tool& operator=(const Tool&) = delete;
@@ -46,7 +53,7 @@ class Tool {
     const std::string& Said() const { return said_; }
 
   private:
-    void Spawn(const Words& arguments, const Words& environment, int in, int out);
+    void Spawn(const CommandLine& command, const Words& environment, int in, int out);
     bool ReadMore();
 
     pid_t pid_ = -1;
