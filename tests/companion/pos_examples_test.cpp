@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -413,6 +414,76 @@ TEST_P(PointOfSale, SellsAgainWhenThereWasNoAnswer) {
     EXPECT_EQ(Paper(),
               "\n EMULATED REGISTER\nTea             1.00\nTOTAL           1.00\n"
               "CASH            1.00\nRECEIPT 000001\n\n");
+}
+
+// --- docs/integration.md -------------------------------------------------------------------------
+
+namespace {
+
+const std::string integrationPage = ReadWholeFile(examples + "/../docs/integration.md");
+
+// The blocks in fences with this word.
+Words BlocksOf(const std::string& language) {
+    Words blocks;
+    for (const auto& found : Regex("```" + language + "\n([^`]*)```\n").FindAll(integrationPage))
+        blocks.push_back(found.at(1));
+    return blocks;
+}
+
+// As a person types and reads it.
+std::string Transcript(const Scene& scene) {
+    std::string text = "$ sell.py";
+    for (const std::string& word : scene.sold) text += " " + word;
+    return text + "\n" + scene.said;
+}
+
+}  // namespace
+
+TEST(IntegrationPage, ShowsPartsOfTheExamples) {
+    EXPECT_EQ(BlocksOf("python").size(), 3U);
+    for (const std::string& block : BlocksOf("python"))
+        EXPECT_TRUE(Holds(ReadWholeFile(pos + "sell.py"), {block}));
+    ASSERT_EQ(BlocksOf("sh").size(), 2U);
+    EXPECT_TRUE(Holds(ReadWholeFile(pos + "sell.sh"), {BlocksOf("sh").front()}));
+    EXPECT_EQ(ReadWholeFile(pos + "driver-alone.sh"), BlocksOf("sh").back());
+}
+
+TEST(IntegrationPage, ShowsWhatTheExamplesSay) {
+    const auto shown = Regex("\\$ sell\\.py [^\n]*\n[^$`]*").FindAll(integrationPage);
+    EXPECT_EQ(shown.size(), 11U);
+    for (const auto& found : shown) {
+        EXPECT_TRUE(std::ranges::any_of(day, [&](const Scene& scene) {
+            return Transcript(scene) == found.at(0);
+        })) << found.at(0);
+    }
+    const auto lacking =
+        std::ranges::find(day, "a character that the code page lacks", &Scene::title);
+    EXPECT_TRUE(Holds(integrationPage, {lacking->said}));
+}
+
+// The driver itself, with the paths that it has on a machine.
+TEST(DriverAlone, IsRunByItsExample) {
+    const TempDir shop;
+    Tool device({"emulate", "--link", shop.File("register")});
+    const std::string line = PtyOf(device);
+    shop.Write("sale.txt", "SALE: DEPTNR=1; AMOUNT=1.29\nTENDER\n");
+    shop.Write("voltis.ini", "[VOLTIS]\nComNumber=1\nResultFileName=result.txt\n");
+    fs::create_symlink(VoltisPath(), shop.File("voltis"));
+    const std::string machine =
+        "cd '" + shop.Path() +
+        "' && PATH=\"$PWD:$PATH\" exec bwrap --ro-bind / / --dev /dev "
+        "--dev-bind '" +
+        line +
+        "' /dev/ttyS0 --tmpfs /var/log --dir /var/log/voltis --tmpfs /etc "
+        "--ro-bind voltis.ini /etc/voltis/voltis.ini --bind \"$PWD\" \"$PWD\" '" +
+        pos + "driver-alone.sh' ";
+    Tool sold(CommandLine{{"sh", "-c", machine + shop.File("sale.txt")}});
+    EXPECT_EQ(sold.Wait(), 0);
+    EXPECT_EQ(sold.Said(), "done: LastReceiptNo=1\n");
+    Tool mistaken(CommandLine{{"sh", "-c", machine + shop.Write("wrong.txt", "NONSENSE\n")}});
+    EXPECT_EQ(mistaken.Wait(), 1);
+    EXPECT_EQ(mistaken.Said(),
+              "not printed, correct the file: Unknown command : NONSENSE (line: 1)\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, PointOfSale, testing::ValuesIn(languages), NameOf);
