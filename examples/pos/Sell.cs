@@ -1,6 +1,7 @@
 // Sells goods on the fiscal register: each sale once, whatever happens in between.
 //
-//     mcs -r:System.Runtime.Serialization Sell.cs && mono Sell.exe KIND ID NAME PRICE [NAME PRICE]...
+//     mcs -r:System.Runtime.Serialization,System.Xml Sell.cs
+//     mono Sell.exe KIND ID NAME PRICE [NAME PRICE]...
 //
 // KIND is whole, or first, next and last for a receipt that is sent in several files. ID is the sale's
 // own, in the records of the point of sale; the same sale always has the same one. Every sale has a
@@ -15,56 +16,23 @@ using System.ComponentModel;
 using System.Diagnostics;
 using System.IO;
 using System.Linq;
-using System.Runtime.Serialization;
 using System.Runtime.Serialization.Json;
 using System.Text;
 using System.Text.RegularExpressions;
-
-// What voltisctl run --json tells, as far as it is needed here. A null is a null.
-[DataContract]
-class Answer
-{
-    [DataMember(Name = "verdict")] public string Verdict = "";
-    [DataMember(Name = "exit_code")] public int ExitCode = 0;
-    [DataMember(Name = "reason")] public string Reason = null;
-    [DataMember(Name = "commands")] public Commands Commands = null;
-    [DataMember(Name = "receipt")] public Receipt Receipt = null;
-    [DataMember(Name = "driver")] public Driver Driver = null;
-}
-
-[DataContract]
-class Commands
-{
-    [DataMember(Name = "of")] public int? Of = null;
-    [DataMember(Name = "at_least")] public int AtLeast = 0;
-}
-
-[DataContract]
-class Receipt
-{
-    [DataMember(Name = "after")] public long? After = null;
-    [DataMember(Name = "subtotal")] public string Subtotal = null;
-}
-
-[DataContract]
-class Driver
-{
-    [DataMember(Name = "message")] public string Message = "";
-    [DataMember(Name = "error_code")] public int? ErrorCode = null;
-}
+using System.Xml;
 
 static class Sell
 {
-    static readonly Dictionary<int, string> Hints = new Dictionary<int, string> {
-        {100, "Is the register on and connected?"},
-        {101, "Is the register busy?"},
-        {104, "Turn the key to REG."},
-        {105, "Finish or cancel the open receipt on the register."},
-        {106, "Finish or cancel the open receipt on the register."},
-        {150, "Is the register on and connected?"},
-        {201, "Put in paper."},
-        {202, "Put in paper."},
-        {203, "The printer is out of order."},
+    static readonly Dictionary<string, string> Hints = new Dictionary<string, string> {
+        {"100", "Is the register on and connected?"},
+        {"101", "Is the register busy?"},
+        {"104", "Turn the key to REG."},
+        {"105", "Finish or cancel the open receipt on the register."},
+        {"106", "Finish or cancel the open receipt on the register."},
+        {"150", "Is the register on and connected?"},
+        {"201", "Put in paper."},
+        {"202", "Put in paper."},
+        {"203", "The printer is out of order."},
     };
 
     static string Setting(string name, string otherwise)
@@ -95,7 +63,7 @@ static class Sell
 
     // Without a time limit: a run ends by itself, and one that is killed leaves its outcome open. No
     // word of the command line needs quotes: the file is named from its folder.
-    static Answer Run(string sale)
+    static XmlElement Run(string sale)
     {
         var start = new ProcessStartInfo(Setting("VOLTISCTL", "voltisctl")) {
             Arguments = "run sale.txt --job " + sale + " --from utf-8 --wait " + Setting("WAIT", "60") + " --json",
@@ -119,17 +87,39 @@ static class Sell
         }
     }
 
-    static Answer Parsed(string told)
+    // .NET reads JSON as XML: a member is an element, and null an empty one.
+    static XmlElement Parsed(string told)
     {
+        byte[] bytes = Encoding.UTF8.GetBytes(told);
         try
         {
-            using (var bytes = new MemoryStream(Encoding.UTF8.GetBytes(told)))
-                return (Answer)new DataContractJsonSerializer(typeof(Answer)).ReadObject(bytes);
+            var document = new XmlDocument();
+            var quotas = XmlDictionaryReaderQuotas.Max;
+            using (XmlReader reader = JsonReaderWriterFactory.CreateJsonReader(bytes, quotas)) document.Load(reader);
+            return document.DocumentElement;
         }
-        catch (SerializationException)  // ended before it could tell
+        catch (XmlException)  // ended before it could tell
         {
             return null;
         }
+    }
+
+    // A member, and one of a member; "" for null, and where there is none.
+    static string Text(XmlElement answer, string name)
+    {
+        XmlElement member = answer[name];
+        return member == null ? "" : member.InnerText;
+    }
+
+    static string Text(XmlElement answer, string name, string inner)
+    {
+        XmlElement member = answer[name];
+        return member == null ? "" : Text(member, inner);
+    }
+
+    static string Number(string text)
+    {
+        return text == "" ? "?" : text;
     }
 
     // --- decide ----------------------------------------------------------------------------------
@@ -137,50 +127,53 @@ static class Sell
     static void Say(string sale, string what, params string[] hints)
     {
         Console.WriteLine(sale + ": " + what);
-        foreach (string hint in hints.Where(hint => hint != null)) Console.WriteLine("  " + hint);
+        foreach (string hint in hints)
+            if (hint != null) Console.WriteLine("  " + hint);
     }
 
-    static int Decide(string sale, string kind, Answer answer)
+    static int Decide(string sale, string kind, XmlElement answer)
     {
         if (answer == null)
         {
             Say(sale, "no answer", "Sell it again under the same ID.");
             return 2;
         }
-        Driver driver = answer.Driver ?? new Driver();
-        string message = (answer.Reason ?? driver.Message).Replace('\n', ' ');
-        string hint;
-        Hints.TryGetValue(driver.ErrorCode ?? 0, out hint);
-        if (answer.Verdict == "printed")
+        string reason = Text(answer, "reason"), hint;
+        string message = (reason != "" ? reason : Text(answer, "driver", "message")).Replace('\n', ' ');
+        Hints.TryGetValue(Text(answer, "driver", "error_code"), out hint);
+        string verdict = Text(answer, "verdict");
+        int code = int.Parse(Text(answer, "exit_code"));
+        if (verdict == "printed")
             DecidePrinted(sale, kind, answer, message);
-        else if (answer.Verdict != "not-printed")
+        else if (verdict != "not-printed")
             DecideInDoubt(sale, answer, message, hint);
-        else if (answer.ExitCode == 1)
+        else if (code == 1)
             Say(sale, "not printed, a mistake of the program: " + message);
         else
             Say(sale, "not printed: " + message, hint, "Then sell it again under the same ID.");
-        return answer.ExitCode;
+        return code;
     }
 
-    static void DecidePrinted(string sale, string kind, Answer answer, string message)
+    static void DecidePrinted(string sale, string kind, XmlElement answer, string message)
     {
-        string number = answer.Receipt.After == null ? "?" : answer.Receipt.After.ToString();
-        if (answer.ExitCode != 0)
+        string number = Number(Text(answer, "receipt", "after"));
+        if (Text(answer, "exit_code") != "0")
             Say(sale, "printed, receipt " + number + ", but: " + message,
                 "Look at the register before the next sale.");
         else if (kind == "first" || kind == "next")
-            Say(sale, "printed, receipt " + number + " is open, " + answer.Receipt.Subtotal + " to pay");
+            Say(sale, "printed, receipt " + number + " is open, " +
+                      Text(answer, "receipt", "subtotal") + " to pay");
         else
             Say(sale, "printed, receipt " + number);
         if (kind == "whole" || kind == "last")
             File.WriteAllText(Path.Combine(FolderOf(sale), "receipt"), number + "\n");
     }
 
-    static void DecideInDoubt(string sale, Answer answer, string message, string hint)
+    static void DecideInDoubt(string sale, XmlElement answer, string message, string hint)
     {
-        string of = answer.Commands.Of == null ? "?" : answer.Commands.Of.ToString();
-        string certain = "at least " + answer.Commands.AtLeast + " of " + of + " commands";
-        Say(sale, answer.Verdict + ", " + certain + ": " + message, hint,
+        string certain = "at least " + Text(answer, "commands", "at_least") + " of " +
+                         Number(Text(answer, "commands", "of")) + " commands";
+        Say(sale, Text(answer, "verdict") + ", " + certain + ": " + message, hint,
             "Look at the paper. Finish or cancel an open receipt on the register.",
             "Then: voltisctl resolve " + sale + " --as printed, or not-printed, --note WHY");
     }

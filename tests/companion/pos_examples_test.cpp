@@ -51,7 +51,7 @@ Words CommandOf(const Language& language, const TempDir& folder) {
     if (language.name == "Cpp") return {ProgramPath("POS_SELL_PATH", "tests/pos_sell")};
     if (language.name != "CSharp") return language.needs + Words{pos + language.source};
     const std::string program = folder.File("Sell.exe");
-    Tool compiler(CommandLine{{"mcs", "-warnaserror", "-r:System.Runtime.Serialization",
+    Tool compiler(CommandLine{{"mcs", "-warnaserror", "-r:System.Runtime.Serialization,System.Xml",
                                "-out:" + program, pos + language.source}});
     EXPECT_EQ(compiler.Wait(), 0) << compiler.Said();
     return {"mono", program};
