@@ -1,0 +1,45 @@
+# What `cmake --install` copies, and where. A distribution's package holds exactly this. The paths of
+# the configuration, the logs and the journal are constants of the programs, so they are absolute;
+# DESTDIR goes before them as before all others.
+include(GNUInstallDirs)
+set(VOLTIS_TMPFILESDIR lib/tmpfiles.d CACHE STRING "Where systemd-tmpfiles looks")
+set(VOLTIS_BASHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/bash-completion/completions CACHE STRING "Where bash looks")
+set(VOLTIS_ZSHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks")
+
+install(TARGETS voltis RUNTIME)
+install(FILES config/voltis.ini DESTINATION /etc/voltis)
+install(DIRECTORY DESTINATION /etc/voltis/registers)
+install(FILES config/logrotate DESTINATION /etc/logrotate.d RENAME voltis)
+install(FILES config/tmpfiles.conf DESTINATION ${VOLTIS_TMPFILESDIR} RENAME voltis.conf)
+install(FILES README.md CHANGELOG.md SECURITY.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs examples contrib DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
+
+# What of other projects is in the programs.
+set(sbom ${CMAKE_BINARY_DIR}/voltis.spdx.json)
+add_custom_command(OUTPUT ${sbom}
+    COMMAND ${CMAKE_SOURCE_DIR}/scripts/lib/sbom.sh voltis ${PROJECT_VERSION} ${CMAKE_CXX_COMPILER} > ${sbom}.new
+    COMMAND ${CMAKE_COMMAND} -E rename ${sbom}.new ${sbom}
+    DEPENDS ${CMAKE_SOURCE_DIR}/scripts/lib/sbom.sh)
+add_custom_target(voltis_sbom ALL DEPENDS ${sbom})
+install(FILES ${sbom} DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+if(VOLTIS_TOOLS)
+    install(TARGETS voltisctl RUNTIME)
+    # What the shells read is printed by the program itself.
+    set(completion ${CMAKE_BINARY_DIR}/completion)
+    foreach(shell bash zsh)
+        add_custom_command(OUTPUT ${completion}/${shell}
+            COMMAND voltisctl completion ${shell} > ${completion}/${shell}.new
+            COMMAND ${CMAKE_COMMAND} -E rename ${completion}/${shell}.new ${completion}/${shell})
+    endforeach()
+    file(MAKE_DIRECTORY ${completion})
+    add_custom_target(voltis_completion ALL DEPENDS ${completion}/bash ${completion}/zsh)
+    install(FILES ${completion}/bash DESTINATION ${VOLTIS_BASHCOMPLETIONDIR} RENAME voltisctl)
+    install(FILES ${completion}/zsh DESTINATION ${VOLTIS_ZSHCOMPLETIONDIR} RENAME _voltisctl)
+endif()
+
+# Everything that is installed and has to be built.
+add_custom_target(voltis_installed DEPENDS voltis voltis_sbom)
+if(VOLTIS_TOOLS)
+    add_dependencies(voltis_installed voltisctl voltis_completion)
+endif()

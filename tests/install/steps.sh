@@ -1,0 +1,338 @@
+# The steps of shop.sh, in their order; each leaves the shop as the next one finds it.
+# shellcheck shell=bash disable=SC2154  # $package, $work, $examples are of shop.sh
+
+checks=0
+begin=$SECONDS
+
+step() {
+    printf '\n### %s (%d s)\n' "$*" $((SECONDS - begin))
+}
+
+# check WHAT COMMAND...
+check() {
+    local what=$1
+    shift
+    if ! "$@"; then
+        echo "FAILED: $what: $*" >&2
+        exit 1
+    fi
+    checks=$((checks + 1))
+    echo "ok: $what"
+}
+
+# ends_with STATUS COMMAND...: the exit status, what was said is in $work/said.
+ends_with() {
+    local expected=$1 status=0
+    shift
+    "$@" >"$work/said" 2>&1 </dev/null || status=$?
+    if [ "$status" -eq "$expected" ]; then return 0; fi
+    echo "exit status $status instead of $expected, and:"
+    cat "$work/said"
+    return 1
+}
+
+not() {
+    ! "$@"
+}
+
+# As somebody who has just logged in.
+as() {
+    local user=$1
+    shift
+    runuser -u "$user" -- env -C "/home/$user" HOME="/home/$user" PATH=/usr/bin:/bin "$@"
+}
+
+receipts() {
+    grep -c '^RECEIPT ' "$work/tape" || true
+}
+
+receipts_are() {
+    [ "$(receipts)" -eq "$1" ]
+}
+
+apt_quiet() {
+    apt-get -q -y "$@" >"$work/apt" 2>&1 </dev/null || {
+        cat "$work/apt"
+        return 1
+    }
+}
+
+# A /dev of this root's own, so that a port can be put into it.
+own_devices() {
+    local name dev=$work/dev
+    mkdir "$dev"
+    mount -t tmpfs -o mode=755 tmpfs "$dev"
+    for name in null zero full random urandom tty; do
+        cp -a "/dev/$name" "$dev/"
+    done
+    mkdir "$dev/pts" "$dev/shm"
+    mount -t devpts -o newinstance,ptmxmode=0666,mode=620,gid=5 devpts "$dev/pts"
+    mount -t tmpfs -o mode=1777 tmpfs "$dev/shm"
+    ln -s pts/ptmx "$dev/ptmx"
+    ln -s /proc/self/fd "$dev/fd"
+    touch "$dev/ttyS0"
+    mount --rbind "$dev" /dev
+}
+
+# The emulated register at /dev/ttyS0, with the rights that udev gives a port.
+connect_register() {
+    mkfifo "$work/desk"
+    voltisctl emulate --strict --link "$work/line" <"$work/desk" >"$work/tape" 2>"$work/complaints" &
+    # shellcheck disable=SC2034  # shop.sh ends it
+    register=$!
+    exec 7>"$work/desk"
+    local pause
+    for pause in $(seq 100); do
+        if [ -L "$work/line" ]; then break; fi
+        sleep 0.1
+    done
+    [ -L "$work/line" ] || { echo "no register after $pause pauses"; return 1; }
+    local port
+    port=$(realpath "$work/line")
+    chgrp dialout "$port"
+    chmod 660 "$port"
+    mount --bind "$port" /dev/ttyS0
+}
+
+new_user() {
+    useradd --create-home --groups "$2" "$1"
+    cp "$examples"/*.txt "/home/$1/"
+    chown -R "$1" "/home/$1"
+}
+
+set_key() {
+    sed -i "s/^$1=.*/$1=$2/" /etc/voltis/voltis.ini
+}
+
+install_package() {
+    step "installing"
+    own_devices
+    apt-get -q update >/dev/null
+    local before=$SECONDS
+    check "apt installs the package and what it needs" apt_quiet install "$package"
+    new_user anna dialout
+    check "the register is connected" connect_register
+    first_minute=$before
+}
+
+a_first_receipt() {
+    step "a new user's first receipt"
+    check "the driver ends with 0" ends_with 0 as anna voltis first-receipt.txt
+    check "one receipt is on the tape" receipts_are 1
+    echo "from apt install to the receipt: $((SECONDS - first_minute)) s"
+    check "the standard log has the run" grep -q 'Command line : "voltis" first-receipt.txt' /var/log/voltis/voltis.log
+    new_user guest users
+    check "somebody outside the group is refused" ends_with 2 as guest voltis first-receipt.txt
+    check "and nothing is printed" receipts_are 1
+}
+
+a_job_is_printed_once() {
+    step "voltisctl run"
+    check "a job is printed" ends_with 0 as anna voltisctl run --job 1 first-receipt.txt
+    check "two receipts are on the tape" receipts_are 2
+    check "the same job again is answered" ends_with 0 as anna voltisctl run --job 1 first-receipt.txt
+    check "and not printed" receipts_are 2
+    check "the journal is the shop's" test -f /var/lib/voltis/journal.db
+}
+
+a_second_user() {
+    step "a second user"
+    new_user bert dialout
+    check "the driver ends with 0" ends_with 0 as bert voltis first-receipt.txt
+    check "three receipts are on the tape" receipts_are 3
+    check "anna's job is not printed again" ends_with 0 as bert voltisctl run --job 1 first-receipt.txt
+    check "three receipts are on the tape still" receipts_are 3
+    check "a job of his own is" ends_with 0 as bert voltisctl run --job 2 first-receipt.txt
+    check "four receipts are on the tape" receipts_are 4
+    check "anna sees both jobs" ends_with 0 as anna voltisctl jobs
+    check "(two of them)" test "$(grep -c printed "$work/said")" -eq 2
+}
+
+# Whoever makes a log has a umask; the folder's default ACL is stronger.
+a_log_first_written_by_root() {
+    step "a log that root has made"
+    rm /var/log/voltis/*.log /var/lib/voltis/journal.db*
+    check "root may print, whatever its umask" ends_with 0 bash -c "umask 077; cd /home/anna && voltisctl run --job 3 first-receipt.txt"
+    check "root has the log" test "$(stat -c %U /var/log/voltis/voltis.log)" = root
+    check "anna prints after it" ends_with 0 as anna voltis first-receipt.txt
+    check "and has a job" ends_with 0 as anna voltisctl run --job 4 first-receipt.txt
+    check "seven receipts are on the tape" receipts_are 7
+}
+
+# slow_run CONFIGURATION: a sale with the logs rotated in its middle.
+slow_run() {
+    local before
+    before=$(receipts)
+    echo 'at data 2 late 3s' >&7
+    as anna voltis first-receipt.txt >"$work/said" 2>&1 </dev/null &
+    local run=$!
+    sleep 1.5
+    check "a run is at work" kill -0 "$run"
+    check "logrotate ends with 0" logrotate --force --state "$work/rotated" "$1"
+    local status=0
+    wait "$run" || status=$?
+    check "the run ends with 0" test "$status" -eq 0
+    check "its receipt is on the tape" receipts_are $((before + 1))
+}
+
+has_no_zero_byte() {
+    [ "$(tr -dc '\0' <"$1" | wc -c)" -eq 0 ]
+}
+
+# A debug log of level 1 keeps a run that fails, with its command file, and cuts off one that does not.
+logs_rotated_in_a_run() {
+    step "logs rotated in a run"
+    set_key DbgErrorLog 1
+    { seq -f '# line %g of a long file' 400; echo 'SALE: DEPTNR=1'; } >/home/anna/wrong.txt
+    check "a run fails" ends_with 1 as anna voltis wrong.txt
+    local began
+    began=$(grep -c started /var/log/voltis/voltis.log)
+    slow_run /etc/logrotate.d/voltis
+    check "the run is in the old log" test "$(grep -c started /var/log/voltis/voltis.log.1)" -eq $((began + 1))
+    check "which is whole" has_no_zero_byte /var/log/voltis/voltis.log.1
+    check "and so is the old debug log" has_no_zero_byte /var/log/voltis/dbgerror.log.1
+    check "which has the failure still" grep -q 'wrong.txt' /var/log/voltis/dbgerror.log.1
+    check "the next run makes a new log" ends_with 0 as bert voltis first-receipt.txt
+    check "with nothing but itself" test "$(grep -c started /var/log/voltis/voltis.log)" -eq 1
+    check "which anna may write as well" ends_with 0 as anna voltis first-receipt.txt
+
+    check "a run fails again" ends_with 1 as anna voltis wrong.txt
+    sed 's/nocreate/copytruncate/' /etc/logrotate.d/voltis >"$work/copytruncate"
+    slow_run "$work/copytruncate"
+    check "with copytruncate, the debug log is filled with zero bytes" not has_no_zero_byte /var/log/voltis/dbgerror.log
+    rm /var/log/voltis/*
+    set_key DbgErrorLog 0
+}
+
+the_doctor_finds_nothing() {
+    step "voltisctl doctor"
+    local status=0
+    as anna voltisctl doctor --ask >"$work/said" 2>&1 </dev/null || status=$?
+    cat "$work/said"
+    check "anna's machine is well" test "$status" -eq 0
+    check "the guest's is not" ends_with 1 as guest voltisctl doctor
+}
+
+what_is_installed() {
+    step "what is installed"
+    local files=$work/files
+    dpkg-query -L voltis | sort >"$files"
+    check "nothing may be written by others, or runs with other rights" \
+        test -z "$(xargs -a "$files" -d '\n' -I{} find {} -maxdepth 0 -not -type l -perm /6002)"
+    local program
+    apt_quiet install binutils
+    for program in voltis voltisctl; do
+        check "$program is hardened" "$here/../outside/hardening.sh" "/usr/bin/$program"
+        check "$program says its version" ends_with 0 "/usr/bin/$program" "$([ $program = voltis ] && echo '/?' || echo --version)"
+    done
+    check "the logs' folder belongs to the group" test "$(stat -c '%U:%G %a' /var/log/voltis)" = "root:dialout 2775"
+    check "the journal's folder, too" test "$(stat -c '%U:%G %a' /var/lib/voltis)" = "root:dialout 2775"
+}
+
+# The names of the system calls of a trace, those of all processes.
+names_of_calls() {
+    sed -nE 's/^([0-9]+ +)?([a-z_0-9]+)\(.*/\2/p' "$1" | sort -u
+}
+
+# named_calls PROGRAM...: what the page lists for these.
+named_calls() {
+    local program
+    for program in "$@"; do
+        # shellcheck disable=SC2016  # backquotes as they are on the page
+        sed -n "/^<!-- system calls of $program -->/,/^\$/p" /usr/share/doc/voltis/SECURITY.md | grep -oE '`[a-z_0-9]+`'
+    done | tr -d '`' | sort -u
+}
+
+# calls_are_named TRACE PROGRAM...: what strace saw is on the page.
+calls_are_named() {
+    local trace=$1 unnamed
+    shift
+    unnamed=$(comm -23 <(names_of_calls "$trace") <(named_calls "$@"))
+    if [ -z "$unnamed" ] && [ -s "$trace" ]; then return 0; fi
+    echo "not named in SECURITY.md: $unnamed"
+    return 1
+}
+
+system_calls() {
+    step "system calls"
+    apt_quiet install strace
+    chmod 777 "$work"
+    as anna strace -o "$work/voltis.trace" voltis first-receipt.txt
+    check "the driver's are those of the page" calls_are_named "$work/voltis.trace" voltis
+    as anna strace -f -o "$work/voltisctl.trace" voltisctl run --job 5 first-receipt.txt
+    check "those of voltisctl, bubblewrap and the driver as well" calls_are_named "$work/voltisctl.trace" voltis voltisctl
+    chmod 755 "$work"
+}
+
+# another_version NUMBER [LINE]: the package with another number, and a line more in its configuration.
+another_version() {
+    local root=$work/root-$1
+    dpkg-deb -R "$package" "$root"
+    sed -i "s/^Version: .*/Version: $1/" "$root/DEBIAN/control"
+    if [ $# -gt 1 ]; then echo "$2" >>"$root/etc/voltis/voltis.ini"; fi
+    (cd "$root" && find . -path ./DEBIAN -prune -o -type f -printf '%P\0' | sort -z | xargs -0 md5sum) >"$work/md5sums"
+    mv "$work/md5sums" "$root/DEBIAN/md5sums"
+    dpkg-deb --root-owner-group -b "$root" "$work/voltis_$1.deb" >/dev/null
+    rm -r "$root"
+}
+
+an_upgrade_over_an_edited_configuration() {
+    step "upgrades"
+    local printed
+    printed=$(receipts)
+    set_key CashierNumber 7
+    another_version 99.1
+    another_version 99.2 "# New in this version."
+    # In the middle of a sale.
+    echo 'at data 2 late 3s' >&7
+    as anna voltisctl run --job 6 first-receipt.txt >"$work/said" 2>&1 </dev/null &
+    local run=$!
+    sleep 0.5
+    check "an upgrade asks nothing where only the shop has edited" apt_quiet install "$work/voltis_99.1.deb"
+    local status=0
+    wait "$run" || status=$?
+    check "the sale that was at work ends with 0" test "$status" -eq 0
+    check "and is printed" receipts_are $((printed + 1))
+    check "the edited configuration stays" grep -q '^CashierNumber=7' /etc/voltis/voltis.ini
+    check "where both have, the shop's stays when it says so" \
+        apt_quiet -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold install "$work/voltis_99.2.deb"
+    check "it is there" grep -q '^CashierNumber=7' /etc/voltis/voltis.ini
+    check "and the package's is beside it" grep -q 'New in this version' /etc/voltis/voltis.ini.dpkg-dist
+    check "a sale is printed" ends_with 0 as bert voltisctl run --job 7 first-receipt.txt
+    check "the jobs of before are known" ends_with 0 as bert voltisctl run --job 6 first-receipt.txt
+    check "and not printed again" receipts_are $((printed + 2))
+}
+
+a_downgrade() {
+    step "a downgrade"
+    local printed
+    printed=$(receipts)
+    check "apt goes back" apt_quiet -o Dpkg::Options::=--force-confold --allow-downgrades install "$package"
+    check "a sale is printed" ends_with 0 as anna voltisctl run --job 8 first-receipt.txt
+    check "the jobs of before are known" ends_with 0 as anna voltisctl run --job 7 first-receipt.txt
+    check "one receipt is new" receipts_are $((printed + 1))
+    check "the edited configuration stays" grep -q '^CashierNumber=7' /etc/voltis/voltis.ini
+}
+
+removal_keeps_what_the_shop_needs() {
+    step "removal"
+    local printed
+    printed=$(receipts)
+    check "apt removes the package" apt_quiet remove voltis
+    check "the programs are gone" test ! -e /usr/bin/voltis -a ! -e /usr/bin/voltisctl
+    check "the configuration stays" grep -q '^CashierNumber=7' /etc/voltis/voltis.ini
+    check "the log stays" test -s /var/log/voltis/voltis.log
+    check "the journal stays" test -s /var/lib/voltis/journal.db
+    check "apt installs it again" apt_quiet install "$package"
+    check "the jobs of before are known" ends_with 0 as anna voltisctl run --job 8 first-receipt.txt
+    check "nothing is printed" receipts_are "$printed"
+}
+
+purge_asks_nothing() {
+    step "purge"
+    check "apt purges the package" apt_quiet purge voltis
+    check "the configuration is gone" test ! -e /etc/voltis
+    check "the logs are gone" test ! -e /var/log/voltis
+    check "dpkg knows nothing of it" not dpkg-query -W voltis
+    check "the journal, which knows what was printed, stays" test -s /var/lib/voltis/journal.db
+}
