@@ -22,7 +22,7 @@ dpkg --add-architecture "$arch"
 need_packages cmake ninja-build g++ "g++-$triplet" qemu-user-static bubblewrap python3 libcli11-dev nlohmann-json3-dev
 # Those of the other architecture are asked for by their full names.
 DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends \
-    "barcode:$arch" "libsqlite3-dev:$arch" "libgtest-dev:$arch" "libgmock-dev:$arch" >/dev/null
+    "libstdc++6:$arch" "barcode:$arch" "libsqlite3-dev:$arch" "libgtest-dev:$arch" "libgmock-dev:$arch" >/dev/null
 
 # Inside /usr, which the driver's private root has as well.
 build=/usr/local/lib/voltis-$arch
