@@ -59,7 +59,8 @@ Glance GlanceAt(const std::string& line) {
         glance.digits = std::max(glance.digits, digits);
         if (points > 1) glance.manyPoints = true;
         if (c == '=') ++glance.equals;
-        if (c < ' ' && c != '\n' && c != '\r') glance.strangeLetter = true;
+        const bool control = static_cast<unsigned char>(c) < ' ' && c != '\n' && c != '\r';
+        if (control || BeyondAscii(c)) glance.strangeLetter = true;
     }
     return glance;
 }
