@@ -50,7 +50,9 @@ class Text {
         }
         return number;
     }
-    bool Has(std::string_view key) const { return LineOf(key) != 0; }
+    /// The line is there, and says anything else than what counts without it: the installed
+    /// configuration has every key with its default.
+    bool Has(std::string_view key) const { return LineOf(key) != 0 && !IsDefault(key); }
 
     void Add(Severity severity, const char* code, std::size_t line, const std::string& message,
              const std::string& remedy) {
@@ -66,6 +68,12 @@ class Text {
     Findings Take() { return std::move(findings_); }
 
   private:
+    bool IsDefault(std::string_view name) const {
+        const Key* key = FindKey(name);
+        const int* number = key == nullptr ? nullptr : std::get_if<int>(&key->defaultValue);
+        return number != nullptr && ini_.Get(std::string(name)) == std::to_string(*number);
+    }
+
     runner::IniText ini_;
     std::vector<IniStoreLine> lines_;
     std::string file_;

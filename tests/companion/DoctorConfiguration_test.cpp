@@ -175,11 +175,11 @@ TEST(Doctor_Configuration, KnowsKeysWithoutEffect) {
 
 TEST(Doctor_Configuration, TellsHowLongATimeoutReallyWaits) {
     EXPECT_THAT(
-        ToldOf("CmdTimeout_Tender=30000\n"),
-        ElementsAre("4: warning: CmdTimeout_Tender=30000 waits 4.4 s on a Lynx, not 30.0 s "
+        ToldOf("CmdTimeout_Tender=29000\n"),
+        ElementsAre("4: warning: CmdTimeout_Tender=29000 waits 3.4 s on a Lynx, not 29.0 s "
                     "[timeout-wraps]",
-                    "4: warning: CmdTimeout_Tender=30000 waits 10.4 s on models but the Lynx, not "
-                    "36.0 s [timeout-wraps]"));
+                    "4: warning: CmdTimeout_Tender=29000 waits 9.4 s on models but the Lynx, not "
+                    "35.0 s [timeout-wraps]"));
     EXPECT_THAT(ToldOf("CmdTimeout_Default=50\n"),
                 ElementsAre("4: error: CmdTimeout_Default=50 does not wait for an answer at all "
                             "when it connects, and on a Lynx [timeout-zero]"));
@@ -189,7 +189,7 @@ TEST(Doctor_Configuration, TellsHowLongATimeoutReallyWaits) {
     EXPECT_THAT(ToldOf("CmdTimeout_Tender=19500\n"), IsEmpty());
     EXPECT_THAT(ToldOf("CmdTimeout_Tender=\n"),
                 ElementsAre(HasSubstr("CmdTimeout_Tender= is no number")));
-    EXPECT_EQ(RemedyFor("CmdTimeout_Tender=30000\n"),
+    EXPECT_EQ(RemedyFor("CmdTimeout_Tender=29000\n"),
               "Values from 100 to 19500 wait as long as they say on every model.");
 }
 
@@ -203,14 +203,22 @@ TEST(Doctor_Configuration, KnowsThatCharacterTimesWrap) {
 }
 
 TEST(Doctor_Configuration, KnowsWhatAPauseIs) {
-    EXPECT_THAT(ToldOf("NakSleepTime=200\nGarbageSleepTime=20\n"),
-                ElementsAre("4: warning: NakSleepTime=200 does not pause at all [pause-zero]",
+    EXPECT_THAT(ToldOf("NakSleepTime=300\nGarbageSleepTime=20\n"),
+                ElementsAre("4: warning: NakSleepTime=300 does not pause at all [pause-zero]",
                             "5: note: GarbageSleepTime=20 pauses 0.2 s: it is not milliseconds "
                             "[pause-unit]"));
     EXPECT_THAT(ToldOf("NakSleepTime=0\n"), IsEmpty());
-    EXPECT_EQ(RemedyFor("NakSleepTime=200\n"),
+    EXPECT_EQ(RemedyFor("NakSleepTime=300\n"),
               "A pause of n below 100 waits n x 10 ms: 20 waits 200 ms.");
     EXPECT_EQ(RemedyFor("NakSleepTime=20\n"), "Nothing, when that is meant.");
+}
+
+// The installed configuration has all of them.
+TEST(Doctor_Configuration, SaysNothingOfADefaultThatIsWrittenOut) {
+    EXPECT_THAT(ToldOf("CmdTimeout_Tender=30000\nNakSleepTime=200\nBsyRetryCount=10\n"), IsEmpty());
+    EXPECT_THAT(ToldOf("ProtocolFormatting=1\nNetworkID=1\n"), IsEmpty());
+    EXPECT_THAT(ToldOf("BsyRetryCount=11\n"),
+                ElementsAre("4: note: BsyRetryCount= has no effect [no-effect]"));
 }
 
 TEST(Doctor_Configuration, RefusesRetriesBelowZero) {
