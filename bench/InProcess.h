@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The driver's parts in this process, with an emulated register in the place of the channel: no
 // line, no log, no system call.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The pictures of docs/measurements.md, drawn from what was measured.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A recorded exchange, repeated by a program that does nothing else: what the machine and the
 // emulated line cost, without a driver.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Every figure that was measured: one table on standard output, and a file for programs.
 #pragma once
 

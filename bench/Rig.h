@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The driver as it is shipped at the end of a line with an emulated register. Works inside the
 // sandbox only, whose /dev/ttyS0, /etc/voltis and /var/log/voltis it makes its own.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Runs of whole programs, measured from a small process that does nothing else.
 #pragma once
 

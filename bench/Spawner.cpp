@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // voltis_spawner ROUNDS COMMAND... [-- COMMAND...]: runs the commands in turn, ROUNDS times, with
 // their output dropped, and prints a line for each run: the command's index, wall time and
 // processor time in microseconds, the peak resident set in kilobytes, the exit code (128 + signal).

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Measures the driver and prints every figure in one table:
 //   voltis_bench [--quick] [--only SECTION] [--json FILE] [--plot FOLDER]
 // The exit code is 1 when a figure misses its limit. --quick measures too little to judge by time,

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
 # Warnings, hardening and instrumentation for every target of the tree.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
 # What `cmake --install` copies, and where. A distribution's package holds exactly this. The paths of
 # the configuration, the logs and the journal are constants of the programs, so they are absolute;
 # DESTDIR goes before them as before all others.

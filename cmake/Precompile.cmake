@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
 # Where a folder has many small files, most of the time to compile them goes into the headers of the
 # C++ library. The first target reads them for all of the targets, which must have the same flags.
 function(voltis_precompile first)

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+
 # How the tests are built and registered; for tests/ and the folders below it.
 include(GoogleTest)
 

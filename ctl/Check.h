@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl check`: all mistakes of command files, without a register.
 #pragma once
 

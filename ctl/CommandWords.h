@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The command line as plain words, for those who describe it: completion and the manual pages.
 #pragma once
 

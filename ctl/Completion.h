@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // voltisctl completion: what a shell offers when Tab is pressed, from the same tables as --help.
 #pragma once
 

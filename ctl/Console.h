@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The lines that a person types at a running emulated register, in the place of its keyboard.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What an emulated register is given by files, the same for every sub-command that has one.
 #pragma once
 

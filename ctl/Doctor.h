@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl doctor`: what is wrong on this machine, and what to do about it.
 #pragma once
 

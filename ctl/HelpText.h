@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // How --help looks: 80 columns, what is to be typed on the left, what it means beside it.
 #pragma once
 

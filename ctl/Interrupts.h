@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // SIGINT and SIGTERM as something to wait for, so that what was set up is removed first.
 #pragma once
 

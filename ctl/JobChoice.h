@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Which journal, and which job in it: the same options for every sub-command about jobs.
 #pragma once
 

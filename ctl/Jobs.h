@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl jobs`: what became of the jobs in the journal.
 #pragma once
 

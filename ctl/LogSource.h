@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The debug log while it is read: a stream, or a file that the driver cuts back and others replace.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 #include "ctl/OutcomeText.h"
 
 std::string ForPeople(const job::Outcome& outcome) {

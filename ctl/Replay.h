@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl replay`: a run of a debug log at the far end of a pseudo terminal.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl run`: prints a command file exactly once and tells what was printed.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The options that say where a site keeps its configuration, its locks and its logs.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl try`: the driver at work on command files, with an emulated register in a sandbox.
 #pragma once
 

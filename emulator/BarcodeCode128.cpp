@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Code 128: three bars and three spaces of eleven modules, three sets of characters.
 #include <algorithm>
 #include <cstddef>

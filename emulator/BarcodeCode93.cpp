@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Code 93: three bars and three spaces of nine modules, and two check characters.
 #include <cstddef>
 #include <optional>

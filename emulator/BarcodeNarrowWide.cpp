@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Symbologies of narrow elements (one module) and wide ones (three): Code 39, interleaved 2 of 5,
 // Codabar, MSI and Plessey.
 #include <cstddef>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // EAN, UPC and ISBN: digits of four elements in a left and a right half, and an add-on.
 #include <algorithm>
 #include <cstddef>

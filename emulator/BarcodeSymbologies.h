@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The symbologies, one function each. Not for other files than those of the barcode reader.
 #pragma once
 

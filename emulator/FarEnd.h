@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What is at the register's end of a line: takes bytes, returns bytes, has no clock and no device.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // How registers differ behind the same frames: what one does when a frame is repeated, unreadable
 // or not due. None of it can be read from the register; docs/reliability.md tells what each means
 // for a shop.

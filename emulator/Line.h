@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A register at the end of a line: takes bytes, returns bytes, knows nothing of time or devices.
 #pragma once
 

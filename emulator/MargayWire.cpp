@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Frames of hexadecimal letters closed by a negated sum in two letters and an end byte.
 #include <cstddef>
 #include <cstdint>

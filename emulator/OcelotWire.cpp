@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Binary frames closed by an XOR byte and a byte that brings the sum of the frame to zero.
 #include <cstddef>
 #include <cstdint>

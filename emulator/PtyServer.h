@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Serves what is at the end of a line on a pseudo terminal, in the place of a serial port.
 #pragma once
 

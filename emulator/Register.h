@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The register at the end of the wire: its memory, its rules and its keyboard.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The operator's side: the key, the keyboard, the paper and the mains switch.
 #include <utility>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What is kept while there is no power, taken out and put in.
 #include "emulator/Register.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Fiscal mode, the display, the drawer, and printing that sells nothing.
 #include <cstddef>
 #include <cstdint>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Payments, and cash put into the drawer and taken out of it.
 #include <algorithm>
 #include <cstddef>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The receipt from its first item to its total.
 #include <algorithm>
 #include <cstddef>

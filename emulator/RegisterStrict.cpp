@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a strict register does not let pass: the driver always does these things in one way only.
 #include <algorithm>
 #include <cstdint>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The frames of both register families, seen from the register: bytes in, frames out, and back.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The register's end of the line, played by the input: every read of the driver takes the next
 // byte, which says what comes. After the last byte everything is well.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What every fuzz target shares: properties that must hold for any input, and one line with the
 // target's counts at the end of the process.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Barcodes: any data under any type is refused or becomes two lines of the printer's width with the
 // data in them. The library is not instrumented, so its allocations lie beside pages that may not
 // be touched. An input is the type, a line feed and the data.

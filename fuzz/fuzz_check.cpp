@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The check of a command file: for any bytes it says first what the driver would end with, and
 // nothing of a file that the driver takes; and what it says has a place in the file.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The syntax of one command: any text becomes either the command that its tokens say, or the one
 // fault that is found first.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Reading a command file: any bytes become either all commands of its lines, or the fault of the
 // first line that has one, with its number.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Decimal numbers: two texts and their arithmetic, computed once more with wider or simpler means;
 // and any bytes as packed BCD. An input is two numbers with a blank between them.
 

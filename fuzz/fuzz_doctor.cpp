@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The doctor at both its doors: a configuration file of any bytes gets findings with a place in it
 // and nothing that a terminal would obey; and whatever the line does, asking a register ends and
 // has it do nothing that counts.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The doors of the emulated register for files of others: faults, a program, a memory, a log to be
 // replayed. Whatever is in them, it is refused with a place in the text or used, and then the
 // register works with it.

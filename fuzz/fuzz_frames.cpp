@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The frames of both families: any bytes parse to what the check bytes say, computed here once
 // more; and what one end builds, the other takes, unless a byte of it is changed.
 

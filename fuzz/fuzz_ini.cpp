@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The configuration file: whatever it holds, each lookup returns what a plain reading of the whole
 // file finds, or the default; and never a failure.
 

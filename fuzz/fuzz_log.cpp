@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The debug log that a run has left, which anybody may have written: the account of it never fails,
 // its interval is one, and what is certain is not taken back by what follows.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A whole run of a command file against a peer that answers as the input says. The run ends, after
 // no more frames than the numbers of retries allow; its exit code and its result agree with each
 // other and with what was written; and the same input leads to the same run.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A debug log that anybody may have written, shown in every form: nothing fails, every run that
 // begins ends with a verdict that is one, no line is longer than 80 columns, and it makes no
 // difference in which pieces the log is read. Each line for programs is JSON.

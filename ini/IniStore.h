@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // IniStore: a small INI-file store in the C style. Only its read path exists: open a file, locate a
 // heading, locate a key, read the value, close. Names are compared without regard to letter case;
 // there is no comment syntax.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Texts of the program's tables in the language of manual pages, mdoc(7).
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Writes the manual pages: voltis_manual FOLDER TEMPLATE..., each into FOLDER/man1, man5 or man7.
 // SOURCE_DATE_EPOCH (seconds) is their date; without it that of the version.
 #include <array>

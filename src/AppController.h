@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // AppController: the process-wide owner of the two logs and of the program's identity.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // BarcodeBitmap: barcode data as what the register's printer takes, one raster line that it repeats
 // and one line of text under it. The bars come from the barcode library.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // BUF: the growable byte string of every frame, payload and packed number.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The one seam between the register link and a physical transport. Failures of the transport pass
 // through.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Strings, files, paths and time: the thin platform layer under everything else. No function here
 // raises or keeps state.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Decimal: exact decimal numbers for money, quantities and rates, and their packed-BCD form on the
 // register's wire.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The one type in which every failure of the driver travels, the codes and the texts that failures
 // carry.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The register (ECR): connecting to it, sending it commands, and what it tells about itself.
 // docs/wire-format.md shows the frames; one register per process.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The exchange: how one command goes to the register and how its status comes back, with every
 // retry, pause and failure.
 

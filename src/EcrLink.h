@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Inside the register link: its module state and its frame-level operations. For the ECR units and
 // their tests only.
 #pragma once

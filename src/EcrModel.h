@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The models of the register: everything in which the driver treats them differently, one row each.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // FiscalCommand: one parsed line of a command file, for example
 // SALE: DEPTNR=1; PRICE=1.00; QNTY=2
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // FiscalCommandFile: all commands of one command file, or a failure; never a part of them.
 #pragma once
 

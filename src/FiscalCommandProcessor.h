@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The processor: turns the commands of a file into register commands and keeps the rules of the
 // receipt. Every file runs through it twice: while State is STATE_SYNCHECK everything is validated
 // and built but nothing is sent, then everything is sent.

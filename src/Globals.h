@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The constants and the few process-wide values that the whole driver shares. One run is one
 // single-threaded process: nothing here is synchronised, and the flags are never cleared except
 // where a contract says so.

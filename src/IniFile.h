@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // IniFile: read access to one section of the configuration file. Every lookup reads the file anew,
 // so an edit is seen by the next lookup; nothing may be cached here.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // LogFile: an append-only text log whose latest lines can be cut off again.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Texts reach the register in its own code page: Windows-1257 for the Latvian letters.
 
 #include <string>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Receipts that span several command files, or that the operator finishes on the keyboard. The
 // flags are set in the check pass already: the executing pass tests them before its first command.
 

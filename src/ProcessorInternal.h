@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Inside the processor: the command handlers and the helpers that they share. For the processor's
 // units, their tests, and the companion's checker of command files only.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What differs by the connected model: the lengths of texts, the barcode's area, report numbers.
 
 #include "ECR.h"

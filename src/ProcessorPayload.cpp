@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Payloads: numbers and texts of a command, checked and in the form that the register takes.
 
 #include <cstddef>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What goes to the register in the executing pass only, and what the register must be like then.
 
 #include "Buf.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The two frame families of the register link. docs/wire-format.md shows every frame with its
 // bytes.
 #pragma once

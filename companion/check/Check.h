@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // All mistakes of a command file, and what it has of surprises, without a register.
 //
 // The driver's own parser and check pass are run line by line, and after a mistake go on with the

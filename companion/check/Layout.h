@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Where the parts of a command are in their line, by the driver's own tokens.
 #pragma once
 

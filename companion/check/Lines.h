@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The lines of a command file as the driver reads them: one after the other, twice.
 #pragma once
 

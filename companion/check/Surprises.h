@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the driver accepts and does otherwise than its writer may think. docs/check.md lists the
 // codes.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The language in which a person orders faults: "at data 3 nak", one fault a line.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Files of the desk's; whatever cannot be done is a std::runtime_error that names the file.
 #pragma once
 

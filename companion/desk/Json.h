@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // JSON that remembers where each value is in its text, so that a mistake in a file has a place.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a register is programmed with: departments, PLUs, cashiers and header lines, as JSON.
 #pragma once
 

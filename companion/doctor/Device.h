@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The register's serial port: is it there, may it be used, who has it, and is it as fast as it can
 // be.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a check has found: how bad it is, what it is, and what helps.
 #pragma once
 

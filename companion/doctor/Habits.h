@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Which of the habits of docs/emulator.md a register has: asked by entering and leaving fiscal mode
 // and by switching the customer display, under repeated numbers. Nothing is printed or sold.
 #pragma once

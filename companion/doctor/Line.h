@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The line to a register, and one exchange of frames on it, as the driver has them.
 #pragma once
 

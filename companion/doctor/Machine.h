@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The machine that is looked at: its files below one root, and the account for which it must work.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What is found as one text for a support desk, without anything that tells of persons or the shop.
 #pragma once
 

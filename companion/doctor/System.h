@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the machine must have beside the port: folders to write to, room on the disk, and the right
 // to make a sandbox.
 #pragma once

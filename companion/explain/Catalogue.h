@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The catalogue: every code and message that the driver and `voltisctl run` can end with, and what
 // each means for the paper and for the next call.
 #pragma once

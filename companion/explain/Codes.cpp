@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Exit codes, verdicts and error codes.
 #include "companion/explain/Codes.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The answers that entries share, each under a letter: for pages, which have them once.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Messages of the driver whose error code has several, and the notes in its logs.
 #include "DriverException.h"
 #include "companion/explain/Answers.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What `voltisctl run` says when it sends nothing, beside the driver's own messages.
 #include "DriverException.h"
 #include "companion/explain/Answers.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // From a code or a text, as a person has it before them, to the entries that explain it.
 #pragma once
 

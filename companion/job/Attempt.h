@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Runs of the driver on a register that is locked for them, and what they tell.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the caller of a job is told: the verdict, an exit code and the text of the result file.
 #pragma once
 

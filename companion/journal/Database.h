@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // SQLite, as far as the journal needs it: one connection, prepared statements, transactions.
 // Whatever fails is a JournalError with the file's name.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What became of every job: on disk before anything is sent, and the verdict before anyone is told.
 //
 // A job's states:

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a command file asks of the register: the commands as they go over the line, in order.
 //
 // The driver's own processor carries the file out here, on a register that only takes notes, so

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The far end of a line in a run of the past: says what the register said then, and compares what
 // the caller says now.
 #pragma once

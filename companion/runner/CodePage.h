@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Command files in UTF-8, brought into the code page that the driver expects.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The text of the driver's configuration file, /etc/voltis/voltis.ini.
 #pragma once
 

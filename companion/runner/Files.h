@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Whole files as text; whatever cannot be done is a std::runtime_error that names the file.
 #pragma once
 

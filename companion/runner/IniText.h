@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A text in the place of a configuration file, looked up by the driver's own reader.
 #pragma once
 

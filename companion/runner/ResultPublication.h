@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The result file beside the command file, where the caller looks for it: whole, or not there.
 #pragma once
 

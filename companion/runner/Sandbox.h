@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Runs a program in a sandbox of bubblewrap's, in which the driver's fixed paths, /etc/voltis,
 // /var/log/voltis and /dev/ttyS0, are private. Works as root and as an ordinary user.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A private run's lines in the site's own logs, as if the driver had written them there.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A log without what is nobody's business: texts, numbers of goods, names of files.
 #pragma once
 

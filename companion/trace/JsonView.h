@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A log for programs: one JSON object a line; docs/schemas/trace.schema.json describes it.
 #pragma once
 

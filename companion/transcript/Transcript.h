@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What went over the line in a run of the driver, read from the text of its debug log.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the register did with the commands of a file, told from the conversation.
 //
 // An account follows a conversation frame by frame and keeps every world (see World.h) that what

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a register is known to do, and not to do, beyond what docs/reliability.md assumes of every
 // one.
 #pragma once

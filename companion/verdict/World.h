@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // One way in which everything may have gone: where the register is in its exchange, what of its
 // answers may still be on the way, and what it has done.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // An emulated register at the end of a line on a pty, and its time at work.
 #pragma once
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # A user, a register of its own at the end of a pseudo terminal, and sales; sourced by the tests.
 # shellcheck shell=bash
 

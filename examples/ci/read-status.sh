@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
+#
 # Reads the fiscal status of the register at the end of a line, in binary frames, and prints it. Asks
 # three times at most.
 #

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
+#
 # A program of your own that speaks to the register by itself. Here read-status.sh takes its place.
 #
 #     examples/ci/test-caller.sh RESULTS

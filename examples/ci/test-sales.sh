@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
+#
 # The command files of a shop, printed by the driver on an emulated register with the shop's program:
 # when all goes well, when frames are spoilt, and when the paper ends.
 set -u

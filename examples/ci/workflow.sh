@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
+#
 # What a job of continuous integration runs: the steps below, one after the other, whatever became of
 # those before. It ends with 0 when all of them passed.
 #

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: 0BSD
+
 // Sells goods on the fiscal register: each sale once, whatever happens in between.
 //
 //     mcs -r:System.Runtime.Serialization,System.Xml Sell.cs

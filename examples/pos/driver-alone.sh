@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
+#
 # Carries out a command file by the driver alone, and says what to do next.
 #
 #     driver-alone.sh FILE

@@ -1,5 +1,8 @@
 #!/usr/bin/env php
 <?php
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: 0BSD
+
 /*
  * Sells goods on the fiscal register: each sale once, whatever happens in between.
  *

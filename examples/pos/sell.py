@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
 """Sells goods on the fiscal register: each sale once, whatever happens in between.
 
     sell.py KIND ID NAME PRICE [NAME PRICE]...

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: 0BSD
+#
 # Sells goods on the fiscal register: each sale once, whatever happens in between.
 #
 #     sell.sh KIND ID NAME PRICE [NAME PRICE]...

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # What the tests of build/coverage have reached of src/. Fails below 95 % of all branches, and below
 # 100 % of the lines where a mistake costs money: the exchange with the register, its frames, packed
 # BCD and the result file.

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # Installing what a script needs from the distribution; meant to be sourced.
 # shellcheck shell=bash
 

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Compares every include of the tree with the table of layers in layers.txt.
 
     layers.py [--root DIR]     prints a line per finding: FILE:LINE: what is wrong

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Every file of the tree says its licence, by the rules of https://reuse.software: source files in their
 first lines, all others by REUSE.toml. With --fix, source files without these lines get them."""
 
@@ -36,9 +38,11 @@ def tree_files():
 def comment_of(path, first_line):
     """What begins a comment in this source file; None: it is no source file."""
     name = os.path.basename(path)
+    if name.endswith(SLASHES):
+        return "//"
     if first_line.startswith("#!") or name.endswith(HASHES) or name in HASH_NAMES:
         return "#"
-    return "//" if name.endswith(SLASHES) else None
+    return None
 
 
 def licence_of(path):
@@ -74,12 +78,14 @@ def finding(path, text, annotations):
 
 
 def with_head(path, text):
-    """The text with both lines, after a line that must be the first."""
+    """The text with both lines, after what must be first: how to run it, and where PHP begins."""
     lines = text.split("\n")
     comment = comment_of(path, lines[0])
-    keep = 1 if lines[0].startswith(("#!", "<?php")) else 0
+    keep = 1 if lines[0].startswith("#!") else 0
+    if path.endswith(".php"):
+        keep = lines.index("<?php") + 1
     head = [f"{comment} {HOLDER}", f"{comment} {licence_of(path)}"]
-    if comment == "//":
+    if comment == "//" or path.endswith((".cmake", "CMakeLists.txt")):
         head.append("")
     elif len(lines) > keep and lines[keep].startswith(comment):
         head.append(comment)

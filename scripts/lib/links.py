@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Checks that what the pages of the tree point to is there.
 
     links.py [--root DIR]     prints a line per finding: FILE:LINE: what is wrong

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # sbom.sh NAME VERSION COMPILER: writes, as an SPDX 2.3 document, what of other projects is in the two
 # programs themselves: linked statically, or compiled in from headers. The versions are those of the
 # installed Debian packages, NOASSERTION where there are none. The same packages make the same bytes.

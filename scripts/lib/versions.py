@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """The version has one place, DriverVersion in src/Globals.h, which the build reads as well. What has to
 be written elsewhere by hand is compared with it. --print prints it."""
 

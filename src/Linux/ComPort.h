@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The serial port: opened by number, read and written in blocks, every block in the debug log.
 // A time-out is no failure here: reads tell it by their result. Failures of the system raise 50
 // with the system's text.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The Ethernet transport, which this version does not have: it refuses to open.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What is known of a file's commands, after conversations in which this and that goes wrong.
 #include "companion/verdict/Account.h"
 

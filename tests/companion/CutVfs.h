@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A file system in memory for SQLite. Its power can be cut at any step, and then it has what a real
 // one could have: what was synced, and of what was not, anything.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What an emulated register is given from outside: faults, a program, a memory.
 #include <fcntl.h>
 #include <gmock/gmock.h>

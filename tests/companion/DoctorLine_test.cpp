@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the doctor learns from a register: the emulated one, joined to it without a device.
 #include <fcntl.h>
 #include <gmock/gmock.h>

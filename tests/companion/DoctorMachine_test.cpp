@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the doctor finds on a machine: a tree of files in the place of the real one.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The editor's extension knows the driver's commands and reads what `voltisctl check` says.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The catalogue against the sources: it has every code and text that can be raised, and no other.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

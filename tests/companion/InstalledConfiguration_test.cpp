@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The configuration that a package installs: every key, explained, with the driver's own default.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

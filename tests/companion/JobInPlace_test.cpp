@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Jobs with Sandbox=no against the same jobs in a private root.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Jobs on an emulated register, with the driver that is shipped.
 #include "companion/job/Job.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The journal on a disk that is full or fails, and the disk itself, which must lose what it may.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The manual pages: what is written by hand in them against the program, and all of them as a
 // reader has them.
 #include <gmock/gmock.h>

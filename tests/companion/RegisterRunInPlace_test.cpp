@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Runs with Sandbox=no: the driver at its own fixed paths, which here are a sandbox's.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A run of a debug log, held again.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

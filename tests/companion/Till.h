@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A register on a line, and what it takes to run the driver for it as a site does.
 #pragma once
 

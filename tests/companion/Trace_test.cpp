@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a debug log tells, frame by frame and run by run.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

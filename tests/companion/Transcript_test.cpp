@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The conversation in the text of a debug log.
 #include "companion/transcript/Transcript.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the workbench knows of registers and of the driver's answers.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The power fails at a step of the lives of some jobs. Then the journal must open, and tell of
 // every job what it had told before, or what it was being told.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The examples for points of sale in examples/pos/: one program in five languages. Each goes
 // through the same day on an emulated register, and has to say the same and print the same.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl run` from outside: what a point-of-sale program sees of it.
 #include <gtest/gtest.h>
 #include <signal.h>

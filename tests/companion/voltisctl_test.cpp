@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The command line of voltisctl.
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl trace` from outside.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

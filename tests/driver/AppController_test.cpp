@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Runs in a sandbox with an /etc/voltis and a /var/log/voltis of its own: see
 // support/SandboxMain.cpp.
 #include "AppController.h"

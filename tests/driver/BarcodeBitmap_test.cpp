@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Barcode data as one raster line and one line of text.
 
 #include "BarcodeBitmap.h"

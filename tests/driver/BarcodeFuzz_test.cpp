@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Random data through every symbology. The library, called without the driver's guard on a heap
 // that forgives its overruns, says what should come out; on heaps that do not forgive, the driver
 // must bring exactly that about.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The bars as a scanner sees them: each raster line as a picture, read back by zbarimg (package
 // zbar-tools).
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The register reads what the driver draws: random data through every symbology.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The documents keep up with the dispatcher, and the examples with both.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Connecting through the real channel, as far as that goes without a register.
 #include "DriverException.h"
 #include "tests/support/LinkFixture.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Debug logs from shops, replayed: the driver must still say what it said there.
 #include "tests/support/Bytes.h"
 #include "tests/support/LinkFixture.h"

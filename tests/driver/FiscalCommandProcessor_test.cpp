@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The frame of the processor: initialising, the two passes, what a receipt must be like before and
 // after a file, what happens after a failure, the dispatcher and the limits of the models.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // CONTINUE and CONTINUE_MANUALLY: receipts over several files.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Waiting between commands. The register's log shows what was passed to Sleep.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Reports, drawer, customer display, comments and the copy of the last receipt.
 
 #include <gtest/gtest.h>

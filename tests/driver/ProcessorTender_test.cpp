@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Payments, cash movements and the subtotal.
 
 #include <gtest/gtest.h>

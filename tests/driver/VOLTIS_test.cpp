@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The entry in the test's own process, with the emulated register in place of the channel: what
 // cannot be brought about from outside, such as a channel that fails when it is closed.
 #include "VOLTIS.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Bars back to text. The vectors are elements in modules, bar first, as encoders and printed
 // examples have them.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What each habit changes about the emulated register, and that it changes nothing else.
 #include <gtest/gtest.h>
 

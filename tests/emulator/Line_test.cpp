@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The emulated register's side of the exchange: which frame gets which answer in which state.
 #include <gtest/gtest.h>
 

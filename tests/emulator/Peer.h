@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The other end of an emulated line, for tests: says one frame at a time and shows the replies.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The emulated register on a pseudo terminal, used as a driver uses a serial port.
 #include <fcntl.h>
 #include <gtest/gtest.h>

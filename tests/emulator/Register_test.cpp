@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The emulated register's rules, its status block and its memory.
 #include <gtest/gtest.h>
 

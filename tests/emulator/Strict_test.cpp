@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A strict register: every rule that it has beyond those of other registers, and that it takes what
 // keeps to them.
 #include <gtest/gtest.h>

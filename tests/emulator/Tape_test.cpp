@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The emulated paper: as text lines and as pictures.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The emulator's frames and models, byte for byte.
 #include <gtest/gtest.h>
 

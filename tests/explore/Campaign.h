@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Many scenarios, each explored in processes of its own, several at a time; what was found is kept
 // in a folder, so that a campaign can be interrupted and taken up again.
 #pragma once

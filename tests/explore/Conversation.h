@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The register, the line with its time, and what has been said: everything of a schedule that is
 // not inside the driver.
 //

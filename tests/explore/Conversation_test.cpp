@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The line and the register between the driver's calls, without the driver.
 #include "tests/explore/Conversation.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A conversation as a picture and in words. What goes as it should is told in short.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The driver as the explorer sees it: a program that now and then calls its channel and waits for
 // the answer.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The heap of the driver's code while it is explored: at a fixed address, and laid out by what is
 // in use and hardly by what was, so that all of it can be put back, and equal states have equal
 // bytes. Whoever links this replaces malloc and its family for the whole process.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The heap that is put back. Each test runs in a child, which begins with an empty one.
 #include "tests/explore/DriverHeap.h"
 

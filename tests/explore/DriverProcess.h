@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A run of the driver that can be stopped at every call of the channel, put aside, and gone on with
 // from there any number of times.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The explorer's findings about the exchange, and that the explorer itself loses no schedule.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What can go wrong with one frame, and a schedule: which faults happen where.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The driver in a process of its own, a new one for each run: what a snapshot has to be equal to.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // 128 bits by which states are told apart. Two states with the same hash are taken for the same
 // one; among a million states that happens by chance with a probability below 1e-26.
 #pragma once

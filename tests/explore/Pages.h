@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What was found, as tables: for the terminal and for docs/reliability.md.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What is written into the tree is found again there, and nothing else is.
 #include "tests/explore/Pages.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The driver with one deliberate fault in its exchange (see CMakeLists.txt): the explorer finds it.
 #include <gtest/gtest.h>
 

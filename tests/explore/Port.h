@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What takes the place of the communication channel in a program that links Port.cpp.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What is explored: command files, the register that they are given to, and what the shop does with
 // each exit code.
 #pragma once

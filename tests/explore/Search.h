@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // All schedules of a scenario with up to so many faults, each exactly once.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What became of many schedules: how many ended how, with which numbers of faults, and for each end
 // one of the schedules with the fewest faults that lead to it.
 #pragma once

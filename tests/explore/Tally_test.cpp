@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // How what follows from decisions is added up.
 #include "tests/explore/Tally.h"
 

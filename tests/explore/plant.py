@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Writes EcrExchange.cpp with a deliberate fault in it.
 
     plant.py FAULT SOURCE RESULT

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What one run leaves in the register for the next one. Every run counts its commands from 1
 // again.
 #include <gtest/gtest.h>

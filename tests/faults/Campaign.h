@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Many runs, each in a process of its own (the driver's flags are never cleared), two or more at a
 // time, and the sum of what became of them.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Command files by the grammar of the command language: valid ones, and ones with a single mistake.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What goes wrong on the line in one run: faults at single bytes, counted over the whole run.
 #pragma once
 

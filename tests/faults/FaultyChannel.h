@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Replaces the communication channel in the executable that links it: the driver is joined to an
 // emulated register by a line that spoils bytes as planned and notes what both ends saw. A lost
 // answer costs no time.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The line between the driver and the register: what is there when, and what is noted of answers
 // that are not in their place.
 #include "tests/faults/FaultyChannel.h"

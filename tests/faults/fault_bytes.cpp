@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // One fault per run: every byte of a sale, in both directions and both families of frames, is
 // replaced by each of the 255 others, dropped, doubled, cut off and preceded by another byte, or by
 // as many as an Ocelot answer has; and from every byte on the line is dead, or all noise; and in

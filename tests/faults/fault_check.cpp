@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Files with one mistake at a random place: nothing reaches the register, and the message names the
 // mistake and its line. As a control, files without one pass.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Files with one mistake or none: `voltisctl check` finds one where the driver does, says it first,
 // in the same words and of the same line.
 //

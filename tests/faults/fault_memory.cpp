@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Memory runs out: of all allocations of a whole sale run, from the first line of main to the end
 // of the process, the n-th fails, once or from then on. Runs itself in a sandbox, where the
 // driver's real folders are its own.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Two, four and ten faults per run at random places, of random kinds, in both families of frames.
 //
 //   fault_random           a sample (--runs=N, --seed=N)

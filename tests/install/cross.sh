@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # cross.sh armhf|arm64: builds the programs for an ARM computer, and runs them and a part of the tests
 # under qemu-user. It adds a foreign architecture to the system, so it runs as root in a bare Debian root
 # (scripts/bare).

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # reproducible.sh: builds the packages twice, on purpose in different circumstances, and compares every
 # byte. Beside the differences below, the second build is as much later as the first one takes, and a
 # year by its clock.

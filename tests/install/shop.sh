@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # shop.sh FOLDER: the package in this folder in the life of a shop, from `apt install` to purge. It
 # changes the system that it runs on, so it runs as root in a bare Debian root of its own (scripts/bare),
 # and refuses to run where voltis is already installed.

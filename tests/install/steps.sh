@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # The steps of shop.sh, in their order; each leaves the shop as the next one finds it.
 # shellcheck shell=bash disable=SC2154  # $package, $work, $examples are of shop.sh
 

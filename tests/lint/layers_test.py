@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """The check of the layers finds what it is for. Each test is a small tree with a table of its own."""
 
 import pathlib

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """The check of the licences finds what it is for. Each test is a small tree."""
 
 import pathlib
@@ -87,12 +89,15 @@ class LicencesCheck(unittest.TestCase):
     def test_adds_the_lines_and_is_content_then(self):
         self.write("a.cpp", "// What it is.\nint a;\n")
         self.write("tool", "#!/bin/bash\n# What it does.\ntrue\n")
+        self.write("a.php", "#!/usr/bin/env php\n<?php\necho 1;\n")
         self.assertEqual(self.run_check("--fix").returncode, 0)
         self.finds()
         self.assertEqual((self.root / "a.cpp").read_text(),
                          f"// {HOLDER}\n// {LICENCE}\n\n// What it is.\nint a;\n")
         self.assertEqual((self.root / "tool").read_text(),
                          f"#!/bin/bash\n# {HOLDER}\n# {LICENCE}\n#\n# What it does.\ntrue\n")
+        self.assertEqual((self.root / "a.php").read_text(),
+                         f"#!/usr/bin/env php\n<?php\n// {HOLDER}\n// {LICENCE}\n\necho 1;\n")
 
 
 if __name__ == "__main__":

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """The check of the pages finds what it is for. Each test is a page in a small tree."""
 
 import pathlib

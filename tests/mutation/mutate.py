@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Changes one line of the driver or the emulator at a time and sees whether a test notices.
 
 Each mutant is compiled in a copy of the tree, and the unit tests that link its unit (units.py) run

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Which tests belong to a unit: those that have its object file linked in.
 
 Nothing is named by hand. Every test is linked with -Map (cmake/Tests.cmake), and the map names

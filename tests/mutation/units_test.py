@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
 """The tests of a unit are found by what the linker took; the list of survivors is up to date; and
 only a survivor that is not listed counts against a run.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The shipped driver from outside. Where a command file may be, and what its text may look like.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The shipped driver from outside. The configuration file, as far as it decides how a run ends.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

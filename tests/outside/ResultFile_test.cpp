@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The shipped driver from outside. How a run ends for its caller: exit code and result file.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

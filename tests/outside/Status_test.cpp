@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The shipped driver from outside. Command files of one word: EXIT and GET_STATUS.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the shipped driver sends and receives for a receipt, counted at the register's end of the
 // line: not one byte more than the rules of the exchange need.
 #include <gtest/gtest.h>

@@ -1,4 +1,7 @@
 #!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
 # hardening.sh BINARY: the shipped build is hardened in every way that the build file says.
 set -euo pipefail
 binary=$1

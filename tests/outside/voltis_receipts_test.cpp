@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The shipped driver with whole receipts: split over several files, finished by hand, with
 // barcodes, and every file of examples/.
 #include <gmock/gmock.h>

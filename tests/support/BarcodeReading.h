@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What a barcode looks like on paper, found without the driver's code: one character per module or
 // per dot, '#' where a bar is burnt.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Tests of the register link that hold in both frame families, against the scripted wire.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Counts what the process has open, so that a test can see that nothing is left open.
 #pragma once
 

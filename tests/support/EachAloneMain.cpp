@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The main of a test executable each of whose tests begins with what the process was at its start:
 // a child for each test. To start the program anew takes ten times as long, most of all under the
 // address sanitizer. Several such processes share the tests by the variables of gtest's

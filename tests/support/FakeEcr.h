@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A register that exists only in the test: replaces the whole register link at link time, so that
 // the processor talks to it. It writes down what it is sent, one line each:
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A heap that notices what a library without instrumentation does outside its allocations. It
 // serves the calls of an executable that is linked with --wrap for malloc, calloc, realloc, free
 // and strdup; everything else, and everything outside a scope, has the process's own heap.

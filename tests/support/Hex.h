@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Bytes in the notation of the debug log: "d0 01 b3 62 1a".
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // For programs whose tests work with the real /etc/voltis and /var/log/voltis.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The fixture of the processor's tests: command files go in, what the register was sent
 // comes out.
 #pragma once

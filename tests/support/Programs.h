@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The programs that are tested from outside: those that the variables name, or else those of this
 // test's own build, which are in the folder above.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Replaces the application controller's logging in the executable that links it: what would go to
 // the logs is kept for the test to look at.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Regular expressions (ECMAScript). Regex.cpp alone includes <regex>, which takes seconds to
 // compile in every file.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The main of a test executable whose tests work with the real /etc/voltis and /var/log/voltis:
 // runs itself again in a sandbox, where both are empty folders of its own.
 #include <gtest/gtest.h>

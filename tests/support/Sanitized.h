@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Sample sizes shrink under the sanitizers, where a run takes much longer.
 #pragma once
 

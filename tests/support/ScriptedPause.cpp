@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Makes every pause a line of the scripted conversation, and takes no time: an executable's own
 // nanosleep, which Sleep calls, goes before the C library's.
 #include <ctime>

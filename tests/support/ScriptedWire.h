@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Replaces the communication channel in the executable that links it: instead of a register there
 // is a conversation, written in the notation of the debug log, that the driver must keep to.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The link's tests depend on the scripted wire: it must not let anything pass.
 #include "tests/support/ScriptedWire.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A pty in the place of the serial device, seen from the register's end. What the program under
 // test does with the device goes through wrappers that record each call and fail on demand; link
 // with -Wl,--wrap=<call> for each of them (tests/driver/CMakeLists.txt).

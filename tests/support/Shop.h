@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A shop: the workbench with a register on the first serial line, and runs of the shipped driver,
 // unmodified, in a sandbox that has its real paths.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 #include "tests/support/SleepRecorder.h"
 
 #include <cerrno>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The pauses of a test: replaces nanosleep in the executable that links it. Nothing really waits.
 #pragma once
 

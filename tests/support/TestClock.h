@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The clock of a test: replaces gettimeofday in the executable that links it.
 #pragma once
 

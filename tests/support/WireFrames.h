@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Frames of both families for scripted conversations, put together without any code of the driver.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A call of `voltisctl run` from outside, that may be killed with all that it has started.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A site with emulated registers at the end of ptys, where `voltisctl run` is called.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Whether what `voltisctl run` told is true, measured by what the register did.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Several callers of `voltisctl run` at once: two of one job, and twenty on three registers.
 //
 //   run_callers            a sample (--runs=N pairs, --seed=N)

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // `voltisctl run` of one job, during which it is killed, the driver is killed, or a system call
 // fails; then the same job again, twice. The register must have done a beginning of it, once, and
 // everything that was told must be true.

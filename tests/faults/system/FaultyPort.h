@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A pty in the place of the serial device, with the emulated register at its other end and a line
 // between them that goes wrong once.
 #pragma once

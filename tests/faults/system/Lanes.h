@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Many runs that wait more than they compute, several at a time, and the sum of what became of
 // them.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // What the driver promises of a run, measured by what the register did and what was on the wire.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The system calls of a run, recorded by strace, and runs in which one of them fails.
 #pragma once
 

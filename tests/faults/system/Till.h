@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // A till: a work folder with a command file of its own, and runs of the
 // shipped driver there, unmodified, in a sandbox that has its real paths.
 #pragma once

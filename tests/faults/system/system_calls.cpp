@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // One system call of a sale fails in each run of the shipped driver, once or from then on, with
 // each error that it may have, or does less than it was asked for.
 //

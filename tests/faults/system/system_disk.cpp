@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Logs and result files that cannot be written: whatever becomes of them, the driver and the
 // register say to each other what they say in a healthy run, and the exit code is that of a healthy
 // run.

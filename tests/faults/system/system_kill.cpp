@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // The driver is killed in the middle of a sale, at bytes of the line and at system calls, and
 // started again with the same file on the same register.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // One fault of the line in each run of the shipped driver: every byte of a sale, in both directions
 // and both families of frames, is dropped, spoilt, doubled, cut off with what follows it, or held
 // back beyond the time-out; or the register loses power in front of it and comes back. The verdict
