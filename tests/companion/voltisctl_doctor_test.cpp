@@ -80,7 +80,7 @@ TEST_F(voltisctlDoctor, FindsNothingWhereAllIsWell) {
 }
 
 TEST_F(voltisctlDoctor, TellsTheWorstFirst) {
-    site_.Configure("ResultFileName=result.txt\nCmdTimeout_Report=30000\nCodePage=utf8\n");
+    site_.Configure("ResultFileName=result.txt\nCmdTimeout_Report=29000\nCodePage=utf8\n");
     const auto said = Json({});
     EXPECT_THAT(CodesIn(said), testing::ElementsAre("no-such-code-page", "timeout-wraps",
                                                     "timeout-wraps", "pseudo-terminal"));

@@ -211,9 +211,8 @@ logs_rotated_in_a_run() {
 the_doctor_finds_nothing() {
     step "voltisctl doctor"
     set_key ResultFileName result.txt
-    as anna voltisctl doctor --ask >"$work/said" 2>&1 </dev/null || true
+    check "anna's machine is well" ends_with 0 as anna voltisctl doctor --ask
     cat "$work/said"
-    check "anna's machine is well" grep -q '^0 errors, 0 warnings' "$work/said"
     check "the guest's is not" ends_with 1 as guest voltisctl doctor
 }
 
