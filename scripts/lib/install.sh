@@ -49,3 +49,13 @@ need_clang() {
     version=$(clang -dumpversion)
     need_packages "libclang-rt-${version%%.*}-dev"
 }
+
+# need_build_packages: what debian/control asks for to build the package of the current folder.
+# dpkg-checkbuilddeps names what of it is not there.
+need_build_packages() {
+    need_packages dpkg-dev
+    local missing
+    missing=$(dpkg-checkbuilddeps 2>&1 | sed -n 's/.*[Uu]nmet build dependencies: //p' | sed 's/([^)]*)//g; s/:[a-z]*//g')
+    # shellcheck disable=SC2086  # a word a package
+    need_packages $missing
+}

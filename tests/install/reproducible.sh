@@ -9,7 +9,9 @@ set -euo pipefail
 
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$tree/scripts/lib/install.sh"
+cd "$tree"
 need_packages faketime
+need_build_packages
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 

@@ -291,6 +291,7 @@ an_upgrade_over_an_edited_configuration() {
     as anna voltisctl run --job 6 first-receipt.txt >"$work/said" 2>&1 </dev/null &
     local run=$!
     sleep 0.5
+    check "a sale is at work" kill -0 "$run"
     check "an upgrade asks nothing where only the shop has edited" apt_quiet install "$work/voltis_99.1.deb"
     local status=0
     wait "$run" || status=$?
