@@ -55,7 +55,7 @@ need_clang() {
 need_build_packages() {
     need_packages dpkg-dev
     local missing
-    missing=$(dpkg-checkbuilddeps 2>&1 | sed -n 's/.*[Uu]nmet build dependencies: //p' | sed 's/([^)]*)//g; s/:[a-z]*//g')
+    missing=$({ dpkg-checkbuilddeps 2>&1 || true; } | sed -n 's/.*[Uu]nmet build dependencies: //p' | sed 's/([^)]*)//g; s/:[a-z]*//g')
     # shellcheck disable=SC2086  # a word a package
     need_packages $missing
 }
