@@ -36,18 +36,20 @@ bool IsFolder(const Machine& machine, const std::string& path) {
 
 // --- logs ---------------------------------------------------------------------------------------
 
-constexpr char noRun[] = ": every run of the driver ends with exit code 2";
+constexpr char noLogs[] =
+    ": `voltis` by itself, and runs with Sandbox=no, end with exit code 2; other runs of "
+    "`voltisctl` print, but the logs here lack them";
 
 Finding FolderMissing(const std::string& folder) {
     return {Severity::Error, "logs-missing",
-            "the folder of the logs, " + Quoted(folder) + ", is not there" + noRun,
+            "the folder of the logs, " + Quoted(folder) + ", is not there" + noLogs,
             "As root, `install -d -m 2775 -g dialout " + Private(folder) + "`."};
 }
 
 Finding FolderClosed(const Machine& machine, const std::string& folder) {
     return {Severity::Error, "logs-rights",
             ForAccount(machine) + " may not write into the folder of the logs, " + Quoted(folder) +
-                noRun,
+                noLogs,
             "As root, `chgrp dialout " + Private(folder) + "` and `chmod 2775 " + Private(folder) +
                 "`; the account must be in the group dialout."};
 }
@@ -55,7 +57,7 @@ Finding FolderClosed(const Machine& machine, const std::string& folder) {
 Finding LogClosed(const Machine& machine, const std::string& path) {
     return {
         Severity::Error, "log-rights",
-        ForAccount(machine) + " may not write the log " + Quoted(path) + noRun,
+        ForAccount(machine) + " may not write the log " + Quoted(path) + noLogs,
         "As root, `chgrp dialout " + Private(path) + "` and `chmod 664 " + Private(path) + "`."};
 }
 
@@ -212,7 +214,9 @@ Findings CheckCommandFolder(const Machine& machine, const std::string& folder) {
     if (machine.GrantsFolder(folder)) return {};
     return {{Severity::Error, "folder-rights",
              ForAccount(machine) + " may not write into the folder of the command files, " +
-                 Quoted(folder) + ": no result file is written there",
+                 Quoted(folder) +
+                 ": `voltisctl run` prints nothing there, and `voltis` by itself writes no result "
+                 "file",
              "As root, `chown " + Private(machine.account.name) + " " + Private(folder) +
                  "`, or use a folder of that account."}};
 }
