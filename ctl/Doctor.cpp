@@ -115,7 +115,7 @@ void CheckTheJournal(const DoctorOptions& options, Examination& site) {
     const bool barred = CountOf(rights, doctor::Severity::Error) != 0;
     Append(site.findings, std::move(rights));
     if (barred && machine.IsThisOne() && machine.account.uid == geteuid()) return;
-    Append(site.findings, doctor::CheckJournal(below ? machine.Real(path) : path));
+    Append(site.findings, doctor::CheckJournal(below ? machine.Found(path) : path));
 }
 
 // To root everything is open, which says nothing of the account that prints.

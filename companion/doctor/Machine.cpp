@@ -152,11 +152,14 @@ std::string FolderOf(const std::string& path) {
     return slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
 }
 
+std::string Machine::Found(const std::string& path) const {
+    return IsThisOne() ? path : Real(Resolved(path));
+}
+
 std::optional<FileFacts> Machine::FactsOf(const std::string& path) const {
     if (facts) return facts(path);
     struct stat status = {};
-    const std::string there = IsThisOne() ? path : Real(Resolved(path));
-    if (stat(there.c_str(), &status) != 0) return std::nullopt;
+    if (stat(Found(path).c_str(), &status) != 0) return std::nullopt;
     return FileFacts{status.st_mode, status.st_uid, status.st_gid, status.st_rdev, status.st_dev};
 }
 
@@ -191,7 +194,7 @@ std::string Machine::ClosedAbove(const std::string& path) const {
 
 // Not blocking: what is in the place of a file may be anything.
 std::string Machine::TextOf(const std::string& path) const {
-    const int fd = open(Real(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int fd = open(Found(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat status = {};
     if (fd == -1) return "";
     std::string text;
@@ -251,7 +254,7 @@ std::string Machine::Resolved(const std::string& path) const {
 std::vector<std::string> Machine::NamesIn(const std::string& folder) const {
     std::vector<std::string> names;
     std::error_code failed;
-    for (fs::directory_iterator at(Real(folder), failed), end; !failed && at != end;
+    for (fs::directory_iterator at(Found(folder), failed), end; !failed && at != end;
          at.increment(failed))
         names.push_back(at->path().filename().string());
     std::ranges::sort(names);
@@ -261,7 +264,7 @@ std::vector<std::string> Machine::NamesIn(const std::string& folder) const {
 std::optional<std::uint64_t> Machine::FreeBytesAt(const std::string& path) const {
     if (freeBytes) return freeBytes(path);
     struct statvfs disk = {};
-    if (statvfs(Real(path).c_str(), &disk) != 0) return std::nullopt;
+    if (statvfs(Found(path).c_str(), &disk) != 0) return std::nullopt;
     return static_cast<std::uint64_t>(disk.f_bavail) * disk.f_frsize;
 }
 

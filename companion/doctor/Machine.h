@@ -49,6 +49,8 @@ struct Machine {
 
     bool IsThisOne() const { return root.empty(); }
     std::string Real(const std::string& path) const { return root + path; }
+    /// What programs on that machine find at the path, links included, as a path of this one.
+    std::string Found(const std::string& path) const;
 
     /// Nothing when it is not there, or not to be seen.
     std::optional<FileFacts> FactsOf(const std::string& path) const;

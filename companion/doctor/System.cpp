@@ -63,7 +63,7 @@ Finding LogClosed(const Machine& machine, const std::string& path) {
 
 std::optional<std::uint64_t> SizeOf(const Machine& machine, const std::string& path) {
     struct stat status = {};
-    if (stat(machine.Real(path).c_str(), &status) != 0) return std::nullopt;
+    if (stat(machine.Found(path).c_str(), &status) != 0) return std::nullopt;
     return static_cast<std::uint64_t>(status.st_size);
 }
 

@@ -127,6 +127,20 @@ TEST_F(Doctor_Machine, FollowsLinksBelowItsRoot) {
     EXPECT_EQ(machine.Resolved("/circle"), "/circle");
 }
 
+TEST_F(Doctor_Machine, ReadsWhatALinkLeadsToBelowItsRoot) {
+    Put("/mnt/data/note", "text\n");
+    Link("/var/data", "/mnt/data");
+    machine.freeBytes = {};
+    EXPECT_EQ(machine.TextOf("/var/data/note"), "text\n");
+    EXPECT_THAT(machine.NamesIn("/var/data"), ElementsAre("note"));
+    EXPECT_TRUE(machine.FreeBytesAt("/var/data").has_value());
+    files::resize_file(tree.File("mnt/data/note"), 200UL * 1024 * 1024);
+    Link("/logs/voltis.log", "/mnt/data/note");
+    known["/logs/voltis.log"] = {S_IFREG | 0666, 0, 0, 0};
+    known["/logs"] = {S_IFDIR | 0777, 0, 0, 0};
+    EXPECT_THAT(Said(doctor::CheckLogs(machine, "/logs")), ElementsAre(HasSubstr("[log-large]")));
+}
+
 TEST_F(Doctor_Machine, GrantsByOwnerGroupAndMode) {
     known["/f"] = {S_IFREG | 0640, cashier, dialout, 0};
     EXPECT_TRUE(machine.Grants("/f", doctor::Read | doctor::Write));

@@ -162,6 +162,17 @@ TEST_F(voltisctlDoctor, LooksBelowAnotherRoot) {
     EXPECT_THAT(codes, testing::Not(testing::Contains("logs-missing")));
 }
 
+TEST_F(voltisctlDoctor, ReadsTheJournalOfTheOtherRootThroughLinks) {
+    const TempDir root;
+    for (const char* folder : {"etc/voltis", "srv/voltis", "var/lib"})
+        std::filesystem::create_directories(root.File(folder));
+    root.Write("etc/voltis/voltis.ini", "[VOLTIS]\nComNumber=3\nResultFileName=a\n");
+    root.Write("srv/voltis/journal.db", "no journal\n");
+    std::filesystem::create_directory_symlink("/srv/voltis", root.File("var/lib/voltis"));
+    const Answer answer = RunTool({"doctor", "--root", root.Path(), "--json"});
+    EXPECT_THAT(CodesIn(nlohmann::json::parse(answer.text)), testing::Contains("journal-unusable"));
+}
+
 // Those of this machine may have other numbers, or not be there.
 TEST_F(voltisctlDoctor, KnowsTheAccountsOfTheOtherRoot) {
     const TempDir root;
