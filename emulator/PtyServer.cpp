@@ -259,11 +259,12 @@ void PtyServer::Deliver(Clock::time_point now) {
     }
 }
 
-// What power has failed under is not sent when it is back.
+// What power has failed under is not sent when it is back, and keeps nothing else waiting.
 void PtyServer::LoseOutgoing() {
     const int failures = line_.PowerFailures();
     if (std::exchange(powerFailures_, failures) == failures) return;
     outgoing_.clear();
+    lineFreeOut_ = {};
     line_.Unsent();
 }
 

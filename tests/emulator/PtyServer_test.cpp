@@ -390,7 +390,19 @@ TEST_F(AnyFarEnd, LosesALateAnswerAtAPowerFailureHoweverShort) {
     EXPECT_TRUE(port.Read(1, 100ms).empty());
     EXPECT_EQ(Told(), "bu");
     EXPECT_EQ(diary.sent, 0);
-    diary.delay = 0ms;
+}
+
+TEST_F(AnyFarEnd, AnswersAtOnceAfterAPowerFailureThatLostALateAnswer) {
+    diary.delay = 1h;
+    Start();
+    Port port(server.SlavePath());
+    port.Write({1});
+    EXPECT_TRUE(Tells("b"));
+    server.Post([this] {
+        ++diary.failures;
+        diary.delay = 0ms;
+    });
+    EXPECT_TRUE(Tells("bu"));
     port.Write({1});
     EXPECT_EQ(port.Read(1), Bytes{7});
     EXPECT_EQ(Told(), "bub");
