@@ -68,6 +68,17 @@ bool EndsInALine(const std::string& path) {
     return file && last != '\n';
 }
 
+// Waits for nothing: a pipe that no program reads would be waited for without an end.
+int OpenForLines(const std::string& path) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666);
+    if (fd == -1)
+        throw std::runtime_error(
+            "cannot write '" + path +
+            "': " + (errno == ENXIO ? "no program reads this pipe" : std::strerror(errno)));
+    fcntl(fd, F_SETFL, O_APPEND);  // lines are written whole, however slowly they are read
+    return fd;
+}
+
 std::string Member(const char* name, const std::string& text) {
     return std::string(", \"") + name + "\": " + JsonQuoted(text);
 }
@@ -80,11 +91,7 @@ std::string QuotedList(const std::vector<std::string>& texts) {
 
 }  // namespace
 
-Record::Record(std::string path)
-    : path_(std::move(path)),
-      fd_(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)) {
-    if (fd_ == -1)
-        throw std::runtime_error("cannot write '" + path_ + "': " + std::strerror(errno));
+Record::Record(std::string path) : path_(std::move(path)), fd_(OpenForLines(path_)) {
     afterHalfALine_ = EndsInALine(path_);
 }
 

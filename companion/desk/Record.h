@@ -17,8 +17,8 @@ namespace desk {
 class Record {
   public:
     /// Lines are added to the file, which is made when it is missing. std::runtime_error: it cannot
-    /// be opened; from the other members: it cannot be written, and has whole lines only unless the
-    /// message says otherwise.
+    /// be opened, or is a pipe that no program reads; from the other members: it cannot be written,
+    /// and has whole lines only unless the message says otherwise.
     explicit Record(std::string path);
     ~Record();
     Record(const Record&) = delete;

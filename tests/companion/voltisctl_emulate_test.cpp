@@ -300,6 +300,24 @@ TEST(voltisctlEmulate, TellsAtOnceThatAFileCannotBeWritten) {
     }
 }
 
+TEST(voltisctlEmulate, WritesTheJournalIntoAPipeThatIsRead) {
+    const TempDir folder;
+    const std::string pipe = folder.File("journal");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    Tool unread({"emulate", "--journal", pipe});
+    ASSERT_TRUE(unread.EndsWithin(5000));
+    EXPECT_EQ(unread.Wait(), 2);
+    EXPECT_EQ(unread.Said(),
+              "voltisctl: cannot write '" + pipe + "': no program reads this pipe\n");
+    const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    Tool tool({"emulate", "--journal", pipe});
+    PtyOf(tool);
+    char begin[40] = "";
+    EXPECT_EQ(read(reader, begin, sizeof begin - 1), 39);
+    EXPECT_THAT(begin, testing::StartsWith("{\"time\""));
+    close(reader);
+}
+
 TEST(voltisctlEmulate, SellsWhatItIsProgrammedWith) {
     const TempDir folder;
     const std::string program = folder.Write(
