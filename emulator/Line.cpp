@@ -71,7 +71,9 @@ Bytes Line::Feed(View bytes) {
         if (burst_.size() < longestBurst) burst_.push_back(byte);
         if (auto reply = TryFrame()) {
             burst_.clear();
-            if (!reply->empty()) return Give(std::move(*reply));
+            const bool answered = !reply->empty();
+            Bytes given = Give(std::move(*reply));
+            if (answered) return given;
             if (tap_ != nullptr && LosePower()) return {};
         }
     }
@@ -162,7 +164,7 @@ Bytes Line::PastTheTap() {
         ++met;
     }
     frames.resize(met);
-    delay_ = tap_->TakeDelay();
+    delay_ = tap_->TakeDelay(!reply.empty());
     if (reply.empty())
         Tell(frames);
     else

@@ -70,7 +70,8 @@ class Register {
 
     /// The next command (not a repetition) is refused with this result code, 1 to 99.
     void RefuseNext(std::uint8_t resultCode) { refuseNext_ = resultCode; }
-    void RefuseNone() { refuseNext_.reset(); }
+    /// False when there was nothing to take back.
+    bool RefuseNone() { return std::exchange(refuseNext_, std::nullopt).has_value(); }
     /// While set, every request is answered by BSY.
     void SetBusy(bool busy) { busy_ = busy; }
 

@@ -52,8 +52,9 @@ class Tap {
     virtual void Tell(FrameKind kind, View frame, Fate fate) = 0;
     /// It has reached it, and the register has acted on it.
     virtual void Passed(FrameKind kind) = 0;
-    /// How late the reply is that is being given. Asked once for each, also for one that is lost.
-    virtual std::chrono::milliseconds TakeDelay() = 0;
+    /// How late the reply is that is being given. Asked once for each good frame or end of a burst,
+    /// also when nothing is sent.
+    virtual std::chrono::milliseconds TakeDelay(bool sent) = 0;
 };
 
 }  // namespace emulator

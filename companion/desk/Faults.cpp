@@ -24,10 +24,16 @@ bool Decides(const Fault& fault) {
 }  // namespace
 
 void Faults::Add(const Fault& fault) {
+    const auto order = std::make_shared<Order>(Order{fault});
     if (fault.moment == Fault::Moment::Now)
-        Happen(fault);
+        Begin(order);
     else
-        ordered_.push_back({fault});
+        ordered_.push_back(order);
+}
+
+void Faults::Clear() {
+    ordered_.clear();
+    late_.clear();
 }
 
 std::vector<std::string> Faults::Waiting() const {
@@ -41,8 +47,8 @@ std::vector<std::string> Faults::NeverHappened() const {
 template <typename Wanted>
 std::vector<std::string> Faults::TextsOf(Wanted wanted) const {
     std::vector<std::string> texts;
-    for (const Order& order : ordered_)
-        if (wanted(order)) texts.push_back(order.fault.text);
+    for (const OrderPtr& order : ordered_)
+        if (wanted(*order)) texts.push_back(order->fault.text);
     return texts;
 }
 
@@ -50,20 +56,18 @@ std::vector<std::string> Faults::TextsOf(Wanted wanted) const {
 // what becomes of the frame the first one only.
 template <typename Concerns>
 Fate Faults::Count(Concerns concerns) {
-    std::vector<Fault> due;
+    std::vector<OrderPtr> due;
     bool decided = false;
-    for (Order& order : ordered_) {
-        if (order.Over() || !concerns(order.fault)) continue;
-        ++order.seen;
-        if (order.seen < order.fault.first) continue;
-        if (Decides(order.fault) && std::exchange(decided, true)) continue;
-        order.happened = true;
-        due.push_back(order.fault);
+    for (const OrderPtr& order : ordered_) {
+        if (order->Over() || !concerns(order->fault)) continue;
+        ++order->seen;
+        if (order->seen < order->fault.first) continue;
+        if (Decides(order->fault) && std::exchange(decided, true)) continue;
+        due.push_back(order);
     }
-    std::erase_if(ordered_, [](const Order& order) { return order.Over() && order.happened; });
     Fate fate = Fate::Pass;
-    for (const Fault& fault : due) {
-        const Fate wanted = Happen(fault);
+    for (const OrderPtr& order : due) {
+        const Fate wanted = Begin(order);
         if (fate == Fate::Pass) fate = wanted;
     }
     return fate;
@@ -71,7 +75,7 @@ Fate Faults::Count(Concerns concerns) {
 
 // A delay is for the answer to the frame that it was ordered for, if there is one.
 Fate Faults::Meet(FrameKind kind, emulator::View) {
-    if (ToRegister(kind)) delay_ = std::chrono::milliseconds::zero();
+    if (ToRegister(kind)) late_.clear();
     return Count([kind](const Fault& fault) {
         return fault.moment == Fault::Moment::At && fault.frame == kind;
     });
@@ -83,7 +87,8 @@ void Faults::Tell(FrameKind kind, emulator::View frame, Fate fate) {
 
 // A repetition is not judged, and so is not refused: the refusal is not for the next command.
 void Faults::Passed(FrameKind kind) {
-    if (kind == FrameKind::Data && std::exchange(refusing_, false)) device_.RefuseNone();
+    if (const OrderPtr order = std::exchange(refused_, nullptr))
+        if (!device_.RefuseNone()) Happened(order);
     Count([kind](const Fault& fault) {
         return fault.moment == Fault::Moment::After && fault.frame == kind;
     });
@@ -93,8 +98,14 @@ void Faults::LinePrinted() {
     Count([](const Fault& fault) { return fault.moment == Fault::Moment::AfterLines; });
 }
 
-std::chrono::milliseconds Faults::TakeDelay() {
-    return std::exchange(delay_, std::chrono::milliseconds::zero());
+std::chrono::milliseconds Faults::TakeDelay(bool sent) {
+    std::chrono::milliseconds delay{0};
+    for (const OrderPtr& order : std::exchange(late_, {})) {
+        if (!sent) continue;
+        delay = std::max(delay, order->fault.late);
+        Happened(order);
+    }
+    return delay;
 }
 
 void Faults::Recover(const Fault& fault, std::function<void()> action) {
@@ -105,8 +116,29 @@ void Faults::Recover(const Fault& fault, std::function<void()> action) {
     });
 }
 
-Fate Faults::Happen(const Fault& fault) {
-    if (onFault_) onFault_(fault.text);
+// Whether something is late or refused, what follows shows; everything else happens now.
+Fate Faults::Begin(const OrderPtr& order) {
+    const Fault& fault = order->fault;
+    if (fault.action == Fault::Action::Late) {
+        late_.push_back(order);
+        return Fate::Pass;
+    }
+    if (fault.action == Fault::Action::Refuse) {
+        device_.RefuseNext(static_cast<std::uint8_t>(fault.result));
+        refused_ = order;
+        return Fate::Pass;
+    }
+    Happened(order);
+    return Do(fault);
+}
+
+void Faults::Happened(const OrderPtr& order) {
+    order->happened = true;
+    std::erase_if(ordered_, [](const OrderPtr& each) { return each->Over() && each->happened; });
+    if (onFault_) onFault_(order->fault.text);
+}
+
+Fate Faults::Do(const Fault& fault) {
     switch (fault.action) {
         case Fault::Action::Lose:
             return Fate::Lose;
@@ -121,12 +153,8 @@ Fate Faults::Happen(const Fault& fault) {
             device_.SetBusy(true);
             Recover(fault, [this] { device_.SetBusy(false); });
             return Fate::Pass;
-        case Fault::Action::Refuse:
-            device_.RefuseNext(static_cast<std::uint8_t>(fault.result));
-            refusing_ = true;
-            return Fate::Pass;
+        case Fault::Action::Refuse:  // begun
         case Fault::Action::Late:
-            delay_ = std::max(delay_, fault.late);
             return Fate::Pass;
         case Fault::Action::PaperOut:
             device_.SetReceiptPaper(false);

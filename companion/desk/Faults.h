@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,11 +30,11 @@ class Faults : public emulator::Tap {
     void Add(const Fault& fault);
     /// Those that may still happen, in the order in which they were added.
     std::vector<std::string> Waiting() const;
-    /// Those that have not happened once: their frames did not come, or another fault decided what
-    /// became of them.
+    /// Those that have not happened once: their frames did not come, another fault decided what
+    /// became of them, no answer was there to be late, or no command to be refused.
     std::vector<std::string> NeverHappened() const;
     /// Forgets all of them. What has happened goes on until it is over.
-    void Clear() { ordered_.clear(); }
+    void Clear();
 
     /// To be called for each line that is printed.
     void LinePrinted();
@@ -55,9 +56,10 @@ class Faults : public emulator::Tap {
     emulator::Fate Meet(emulator::FrameKind kind, emulator::View frame) override;
     void Tell(emulator::FrameKind kind, emulator::View frame, emulator::Fate fate) override;
     void Passed(emulator::FrameKind kind) override;
-    std::chrono::milliseconds TakeDelay() override;
+    std::chrono::milliseconds TakeDelay(bool sent) override;
 
   private:
+    // Lives on as long as it is going to happen.
     struct Order {
         Fault fault;
         long seen = 0;  // of its frames or lines
@@ -65,19 +67,22 @@ class Faults : public emulator::Tap {
 
         bool Over() const { return seen >= fault.last; }
     };
+    using OrderPtr = std::shared_ptr<Order>;
 
     template <typename Wanted>
     std::vector<std::string> TextsOf(Wanted wanted) const;
     template <typename Concerns>
     emulator::Fate Count(Concerns concerns);
-    emulator::Fate Happen(const Fault& fault);
+    emulator::Fate Begin(const OrderPtr& order);
+    void Happened(const OrderPtr& order);
+    emulator::Fate Do(const Fault& fault);
     void Recover(const Fault& fault, std::function<void()> action);
 
     emulator::Register& device_;
     After after_;
-    std::vector<Order> ordered_;
-    std::chrono::milliseconds delay_{0};
-    bool refusing_ = false;
+    std::vector<OrderPtr> ordered_;
+    std::vector<OrderPtr> late_;  // when an answer to the frame is sent
+    OrderPtr refused_;            // when the register judges the command
     std::function<void(const std::string&)> onFault_;
     std::function<void(const std::string&)> onOver_;
     std::function<void(emulator::FrameKind, emulator::View, emulator::Fate)> onFrame_;

@@ -190,7 +190,7 @@ struct FaultyLine : testing::Test {
         });
     }
 
-    std::vector<std::string> fates;
+    std::vector<std::string> fates, told;
     emulator::Register device{Config()};
     emulator::Line line{emulator::WireFamily::Ocelot, device};
     Peer peer{line, emulator::WireFamily::Ocelot};
@@ -205,6 +205,7 @@ struct FaultyLine : testing::Test {
 
     FaultyLine() {
         line.Attach(&faults);
+        faults.OnFault([this](const std::string& text) { told.push_back(text); });
         device.Paper().OnLine([this](const std::string&) { faults.LinePrinted(); });
     }
 };
@@ -252,6 +253,8 @@ TEST_F(FaultyLine, ARefusalOfARepetitionIsNotForTheNextCommand) {
     EXPECT_TRUE(peer.Send(emulator::PrintComment, 2, comment));
     Order("refuse");
     EXPECT_TRUE(peer.Send(emulator::PrintComment, 2, comment));
+    EXPECT_THAT(told, testing::IsEmpty());
+    EXPECT_THAT(faults.NeverHappened(), testing::ElementsAre("refuse"));
     peer.Close();
     EXPECT_TRUE(peer.Send(emulator::PrintComment, 3, comment));
 }
@@ -482,6 +485,41 @@ TEST_F(FaultyLine, ADelayOfAnAnswerThatIsLostIsNotForALaterOne) {
     EXPECT_EQ(line.Delay(), 0s);
 }
 
+TEST_F(FaultyLine, ADelayWithoutAnAnswerNeverHappened) {
+    Enter();
+    Order("at data late 2s");
+    Order("at data lose");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(SayComment(2), "");
+    EXPECT_THAT(told, testing::ElementsAre("at data lose"));
+    EXPECT_THAT(faults.NeverHappened(), testing::ElementsAre("at data late 2s"));
+    EXPECT_TRUE(faults.Waiting().empty());
+    EXPECT_EQ(Say({1, 2, 3}), nak);  // which is not the answer to that frame
+    EXPECT_EQ(line.Delay(), 0s);
+    EXPECT_THAT(told, testing::ElementsAre("at data lose"));
+}
+
+TEST_F(FaultyLine, ADelayOfTheAnswerToASpoiltFrameHappens) {
+    Enter();
+    Order("at data late 2s");
+    Order("at data corrupt");
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(SayComment(2), nak);
+    EXPECT_EQ(line.Delay(), 2s);
+    EXPECT_THAT(told, testing::ElementsAre("at data corrupt", "at data late 2s"));
+    EXPECT_TRUE(faults.NeverHappened().empty());
+}
+
+TEST_F(FaultyLine, ADelayHasHappenedOnceAnAnswerWasLate) {
+    Order("at response 1-2 late 2s");
+    Order("at response lose");
+    EXPECT_EQ(Ask(), "");
+    EXPECT_THAT(faults.NeverHappened(), testing::ElementsAre("at response 1-2 late 2s"));
+    EXPECT_EQ(Ask(), ack);
+    EXPECT_EQ(line.Delay(), 2s);
+    EXPECT_TRUE(faults.NeverHappened().empty());
+}
+
 TEST_F(FaultyLine, OneThatHasHappenedToOneOfItsFramesHasHappened) {
     Order("at request 1-3 busy");
     Order("at eof each nak");
@@ -508,8 +546,6 @@ TEST_F(FaultyLine, NumbersCountFromTheOrder) {
 }
 
 TEST_F(FaultyLine, TellsWhatHappensAndWhatStillWaits) {
-    std::vector<std::string> told;
-    faults.OnFault([&](const std::string& text) { told.push_back(text); });
     Order("at request 2 busy");
     Order("at eof each nak");
     EXPECT_THAT(faults.Waiting(), testing::ElementsAre("at request 2 busy", "at eof each nak"));
