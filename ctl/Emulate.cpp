@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -31,6 +32,8 @@
 
 using emulator::PtyServer;
 using emulator::Register;
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -64,6 +67,49 @@ struct EmulateOptions {
     std::string state;
     std::string journal;
 };
+
+struct Output {
+    const char* option;
+    const std::string& file;
+    bool isLink = false;
+};
+
+fs::path RealPath(const fs::path& path) {
+    std::error_code none;
+    const fs::path real = fs::weakly_canonical(path, none);
+    return none ? path : real;
+}
+
+// What a symbolic link leads to, also when that is not there yet.
+fs::path Followed(fs::path path) {
+    constexpr int mostLinks = 40;
+    std::error_code none;
+    for (int i = 0; i < mostLinks && fs::is_symlink(path, none) && !fs::exists(path, none); ++i)
+        path = path.parent_path() / fs::read_symlink(path, none);
+    return RealPath(path);
+}
+
+// A link is made where its name is, wherever an older one leads.
+bool SamePlace(const Output& one, const Output& other) {
+    if (one.file.empty() || other.file.empty()) return false;
+    const fs::path paths[] = {fs::absolute(one.file), fs::absolute(other.file)};
+    if (!one.isLink && !other.isLink) return Followed(paths[0]) == Followed(paths[1]);
+    return paths[0].filename() == paths[1].filename() &&
+           RealPath(paths[0].parent_path()) == RealPath(paths[1].parent_path());
+}
+
+// One would take the place of the other.
+void RefuseOneFileForTwo(const EmulateOptions& options) {
+    const Output outputs[] = {{"--state", options.state},
+                              {"--journal", options.journal},
+                              {"--svg", options.svgFolder},
+                              {"--link", options.link, true}};
+    for (const Output& one : outputs)
+        for (const Output* other = outputs; other != &one; ++other)
+            if (SamePlace(one, *other))
+                throw UsageError(std::string(other->option) + " and " + one.option +
+                                 " are the same file '" + one.file + "'");
+}
 
 void Say(const std::string& text) {
     std::cout << text << '\n' << std::flush;
@@ -267,6 +313,7 @@ class Emulation {
 };
 
 int Emulate(const EmulateOptions& options) {
+    RefuseOneFileForTwo(options);
     return Emulation(options).Run();
 }
 

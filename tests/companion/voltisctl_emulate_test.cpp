@@ -318,6 +318,29 @@ TEST(voltisctlEmulate, WritesTheJournalIntoAPipeThatIsRead) {
     close(reader);
 }
 
+TEST(voltisctlEmulate, RefusesOneFileForTwoPurposes) {
+    const TempDir folder;
+    const std::string file = folder.File("file");
+    const std::string link = folder.File("link");
+    fs::create_symlink(file, link);
+    const std::string around = folder.Path() + "/./file";
+    const Words pairs[] = {
+        {"--state", file, "--journal", file},  {"--state", file, "--journal", around},
+        {"--state", link, "--journal", file},  {"--state", file, "--link", file},
+        {"--link", around, "--journal", file}, {"--link", link, "--state", link},
+        {"--journal", file, "--svg", file},    {"--svg", link, "--link", link},
+        {"--state", link, "--svg", around},
+    };
+    for (const Words& pair : pairs) {
+        const Answer answer = RunTool(Words{"emulate"} + pair);
+        EXPECT_EQ(answer.exitCode, 2);
+        EXPECT_TRUE(Holds(answer.text, {pair[0].c_str(), pair[2].c_str(), "are the same file"}))
+            << answer.text;
+        EXPECT_EQ(EntriesIn(folder.Path()), 1);
+        EXPECT_EQ(fs::read_symlink(link), file);
+    }
+}
+
 TEST(voltisctlEmulate, SellsWhatItIsProgrammedWith) {
     const TempDir folder;
     const std::string program = folder.Write(
