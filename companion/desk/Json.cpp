@@ -255,6 +255,17 @@ std::string JsonQuoted(std::string_view text) {
     return quoted + "\"";
 }
 
+namespace {
+
+// Zeros at the end of the decimals say nothing: 1.0 is 1, and 1.100 is 1.1.
+std::string_view WithoutLastZeros(std::string_view number) {
+    if (number.find('.') == number.npos || number.find_first_of("eE") != number.npos) return number;
+    number = number.substr(0, number.find_last_not_of('0') + 1);
+    return number.ends_with('.') ? number.substr(0, number.size() - 1) : number;
+}
+
+}  // namespace
+
 void JsonReader::Fail(const JsonValue& at, const std::string& message) const {
     FailAt(text_, at.at, message);
 }
@@ -288,8 +299,9 @@ void JsonReader::AllowOnly(const JsonValue& object,
 std::int64_t JsonReader::Integer(const JsonValue& value, std::int64_t low,
                                  std::int64_t high) const {
     std::int64_t number = 0;
-    const char* const end = value.text.data() + value.text.size();
-    const auto [stop, error] = std::from_chars(value.text.data(), end, number);
+    const std::string_view digits = WithoutLastZeros(value.text);
+    const char* const end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, number);
     if (value.kind != Kind::Number || error != std::errc() || stop != end || number < low ||
         number > high)
         Fail(value, "a whole number from " + std::to_string(low) + " to " + std::to_string(high) +
@@ -298,7 +310,7 @@ std::int64_t JsonReader::Integer(const JsonValue& value, std::int64_t low,
 }
 
 std::int64_t JsonReader::Hundredths(const JsonValue& value, std::int64_t high) const {
-    const std::string& text = value.text;
+    const std::string text(WithoutLastZeros(value.text));
     const std::size_t dot = std::min(text.find('.'), text.size());
     const std::string decimals = text.substr(std::min(dot + 1, text.size()));
     const std::string digits = text.substr(0, dot) + decimals + std::string(2, '0');

@@ -51,8 +51,10 @@ class JsonReader {
     /// Fails on another name, and on one that comes twice.
     void AllowOnly(const JsonValue& object, const std::vector<std::string_view>& names) const;
 
+    /// As it is written, without an exponent: 1 or 1.0.
     std::int64_t Integer(const JsonValue& value, std::int64_t low, std::int64_t high) const;
-    /// A number with at most two decimals, in hundredths.
+    /// A number with at most two decimals, zeros after them aside, in hundredths; without an
+    /// exponent.
     std::int64_t Hundredths(const JsonValue& value, std::int64_t high) const;
     bool Bool(const JsonValue& value) const;
     /// Without control characters.

@@ -28,6 +28,8 @@ class ProgramReader {
 
     void Read() {
         json_.AllowOnly(program_, {"$schema", "header", "departments", "plus", "cashiers"});
+        if (const JsonValue* const schema = json_.MemberIfAny(program_, "$schema"))
+            json_.Text(*schema);
         ReadHeader();
         ReadDepartments();
         ReadPlus();

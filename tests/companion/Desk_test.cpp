@@ -673,6 +673,9 @@ TEST(DeskProgram, EveryMistakeHasItsPlace) {
         {R"({"header": ["\u0416"]})", "1:13 the register lacks one of these letters"},
         {R"({"header": ["123456789012345678901"]})", "1:13 longer than 20 characters"},
         {R"({"departments": []})", "1:17 at least one is expected"},
+        {R"({"$schema": 5})", "1:13 a text in quotes is expected"},
+        {R"({"departments": [{"number": 1.5}]})", "1:29 a whole number from 1 to 99 is expected"},
+        {R"({"departments": [{"number": 1e1}]})", "1:29 a whole number from 1 to 99 is expected"},
         {R"({"departments": [{"number": 100}]})", "1:29 a whole number from 1 to 99 is expected"},
         {R"({"cashiers": [{"number": 1}, {"number": 1}]})", "1:41 number 1 comes twice"},
         {R"({"plus": [{"number": 1, "name": "A", "price": 1}]})", "1:11 \"department\" is missing"},
@@ -701,6 +704,14 @@ TEST(DeskProgram, PricesMayHaveNoOneOrTwoDecimals) {
     EXPECT_EQ(price("2.5"), 250);
     EXPECT_EQ(price("0.05"), 5);
     EXPECT_EQ(price("0"), 0);
+    EXPECT_EQ(price("1.100"), 110);
+    EXPECT_EQ(price("100.000"), 10000);
+}
+
+TEST(DeskProgram, AWholeNumberMayHaveDecimalsThatSayNothing) {
+    const auto config = ProgrammedWith(R"({"departments": [{"number": 1.0}, {"number": 20.00}]})");
+    EXPECT_TRUE(config.departmentNames.contains(1));
+    EXPECT_TRUE(config.departmentNames.contains(20));
 }
 
 // --- a memory

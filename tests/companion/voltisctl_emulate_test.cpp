@@ -568,6 +568,10 @@ TEST(voltisctlEmulate, TheSchemaOfAProgramHasTheLimitsOfTheRegister) {
         {plus(plu("10000000000000", "1")), false},
         {plus(plu("1", "1000000")), false},
         {plus(plu("1", "-0.01")), false},
+        {plus(plu("1", "1.100")), true},
+        {plus(plu("1.5", "1")), false},
+        {R"({"$schema": "emulate-program.schema.json"})", true},
+        {R"({"$schema": 5})", false},
         {plus(plu("1", "1") + ", " + plu("2", "1")), true},
         {plus(plu("1", "1") + ", " + plu("1", "1")), false},
     };
