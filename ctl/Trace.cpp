@@ -149,7 +149,7 @@ LogSource::IfMissing IfMissing(const TraceOptions& options, const ChosenLog& log
                                             : LogSource::IfMissing::Fail;
 }
 
-int RunsIn(const std::string& path, LogSource::IfMissing ifMissing) {
+int RunsIn(const std::string& path, LogSource::IfMissing ifMissing, bool grows) {
     if (IsStream(path)) throw UsageError("--run last needs a log that can be read twice");
     std::string nothing;
     trace::TextView blind(nothing, false);
@@ -160,6 +160,7 @@ int RunsIn(const std::string& path, LogSource::IfMissing ifMissing) {
     LogSource source(path, ifMissing);
     for (std::string_view bytes = source.Next(); !bytes.empty(); bytes = source.Next())
         lines.Take(bytes);
+    if (!grows) lines.Finish();
     return tracer.Runs();
 }
 
@@ -175,8 +176,8 @@ void ChooseRun(const TraceOptions& options, const ChosenLog& log, trace::Questio
     const bool fromLast = options.follow && options.run.empty() && !IsStream(log.path);
     if (options.run.empty() && !fromLast) return;
     const bool last = fromLast || options.run == "last";
-    question.first =
-        last ? std::max(1, RunsIn(log.path, IfMissing(options, log))) : NumberOfRun(options.run);
+    question.first = last ? std::max(1, RunsIn(log.path, IfMissing(options, log), options.follow))
+                          : NumberOfRun(options.run);
     if (!options.follow) question.last = question.first;
 }
 

@@ -75,10 +75,11 @@ struct Frame {
 /// How a run begins.
 struct RunHead {
     int number = 0;  // in the log, from 1
+    long line = 0;   // of the log, its first one
     std::optional<Time> at;
     std::string driver;  // "VOLTIS v2.5.0"
     std::string commandLine;
-    /// False: the log begins in the middle of it.
+    /// False: its beginning is not in the log.
     bool hasBegin = true;
 };
 

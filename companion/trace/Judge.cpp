@@ -38,7 +38,8 @@ bool IsOfTheEnd(const std::string& message) {
 verdict::Kind KindOf(const RunEnd& end, const Verdict& told) {
     const verdict::Kind kind = told.What();
     if (end.how == RunEnd::How::Cut) return verdict::Kind::Unknown;
-    if (end.how == RunEnd::How::Failed && end.sent == 0) return verdict::Kind::NotPrinted;
+    const bool sentNone = end.sent == 0 && !end.mayHaveMore;
+    if (end.how == RunEnd::How::Failed && sentNone) return verdict::Kind::NotPrinted;
     const bool allOfPerhapsMore = kind == verdict::Kind::Printed && end.mayHaveMore;
     return allOfPerhapsMore ? verdict::Kind::Unknown : kind;
 }

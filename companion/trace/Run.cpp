@@ -104,6 +104,12 @@ Fields AnswerFields(Reply reply) {
     return {{Field::Kind::Word, "answer", word}};
 }
 
+std::string MissingBefore(long line) {
+    if (line <= 1) return "The log begins in the middle of this run";
+    return "The beginning of this run is missing before line " + std::to_string(line) +
+           " of the log";
+}
+
 std::string At(const std::optional<double>& time) {
     return time ? ClockText(static_cast<Time>(*time)) + "  " : "";
 }
@@ -115,7 +121,7 @@ Run::Run(const Question& question, const verdict::Commands& held, const RunHead&
     if (head.at) BeAt(*head.at);
     if (!head.hasBegin) {
         judge_.LoseTrack();
-        AddReason("The log begins in the middle of this run");
+        AddReason(MissingBefore(head.line));
     }
     view_.Begin(head);
 }
@@ -210,13 +216,10 @@ void Run::TakeMessage(const LogLine& line) {
 
 void Run::TakeStatistics(int framesSent) {
     saidFrames_ = true;
-    if (framesSent == framesSinceCount_) {
-        framesSinceCount_ = 0;
-        return;
-    }
+    if (framesSent == end_.framesOut) return;
     judge_.LoseTrack();
     AddReason("The driver sent " + std::to_string(framesSent) + " frames, and the log has " +
-              std::to_string(framesSinceCount_));
+              std::to_string(end_.framesOut));
 }
 
 // --- frames --------------------------------------------------------------------------------------
@@ -243,7 +246,6 @@ void Run::Learn(verdict::View sent) {
 
 void Run::Sent(const LogLine& line) {
     if (!wire_) Learn(line.bytes);
-    ++framesSinceCount_;
     ++end_.framesOut;
     judge_.Wrote(line.bytes);
     const Seen seen = wire_ ? wire_->Sent(line.bytes, judge_.LastSent()) : Seen();

@@ -26,8 +26,6 @@ class Run {
     void TakeDamage(long number, const char* why);
     /// The last line of the log, and its end is missing: all before it is there.
     void TakeCut(long number);
-    /// The driver has written its last line, or the last but one.
-    bool HasSaidAll() const { return saidFrames_; }
     /// The rest of it was removed from the log.
     void Remove() { removed_ = true; }
     void End();
@@ -75,7 +73,6 @@ class Run {
     bool removed_ = false;
     bool inRubbish_ = false;        // the line before was no line of a log
     std::optional<Frame> pending_;  // a frame that is to be answered
-    long framesSinceCount_ = 0;
     long moreReasons_ = 0;
 
     // Of the command that is on its way; and of the status.

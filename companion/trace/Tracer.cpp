@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "companion/trace/Run.h"
+#include "companion/transcript/Transcript.h"
 
 namespace trace {
 
@@ -16,6 +17,17 @@ using transcript::LogLine;
 namespace {
 
 constexpr std::string_view startText = " started. Command line : ";
+// What the driver may say after its count of frames.
+constexpr std::string_view lastTexts[] = {"Unable to create result file",
+                                          "Unable to write result file", "Unexpected error"};
+
+// Also when the message is cut.
+bool IsLastWord(std::string_view message) {
+    const auto isOf = [message](std::string_view text) {
+        return message.starts_with(text) || (!message.empty() && text.starts_with(message));
+    };
+    return std::ranges::any_of(lastTexts, isOf);
+}
 
 class Nobody : public View {
   public:
@@ -36,8 +48,9 @@ Tracer::~Tracer() = default;
 void Tracer::Begin(RunHead head) {
     End();
     EndJunk();
-    fresh_ = false;
+    place_ = Place::InRun;
     head.number = ++runs_;
+    head.line = lines_;
     if (runs_ > question_.last.value_or(runs_)) return;
     // Those before the first one are judged, for what they leave behind, and not shown.
     View& view = runs_ < question_.first ? nobody : view_;
@@ -59,8 +72,7 @@ bool Tracer::IsShown(int run) const {
 
 // In a run it is damage, as long as the run has not said all.
 bool Tracer::IsJunk() const {
-    const bool between = !run_ || run_->HasSaidAll();
-    return between && line_.kind == LineKind::Other && !line_.text.empty() &&
+    return place_ != Place::InRun && line_.kind == LineKind::Other && !line_.text.empty() &&
            line_.text.front() != '\t';
 }
 
@@ -93,47 +105,62 @@ bool Tracer::TakeStart(const LogLine& line) {
     return true;
 }
 
-// The older lines of the log were removed.
+// Its older lines were removed, or its first one is damaged.
 void Tracer::BeginInTheMiddle() {
     RunHead head;
     head.hasBegin = false;
     Begin(std::move(head));
 }
 
-void Tracer::Take(std::string_view text) {
-    ++lines_;
-    // After the last run that is shown nothing matters any more but how many there are, and the
-    // line that tells has a time.
-    const bool passedOver = runs_ > question_.last.value_or(runs_);
-    if (passedOver && (text.empty() || text.front() < '0' || text.front() > '9')) return;
-    transcript::ReadLine(text, line_);
-    if (line_.kind == LineKind::Message && TakeStart(line_)) return;
-    if (IsJunk()) return AddJunk(static_cast<std::int64_t>(text.size()) + 1);
-    if (fresh_ && line_.kind != LineKind::Other) BeginInTheMiddle();
-    if (run_) run_->Take(line_, lines_);
+// A line of another run than the one before: its own first line was lost.
+bool Tracer::IsOfTheNext() const {
+    if (place_ == Place::InRun || line_.kind == LineKind::Other) return false;
+    const bool isLast = line_.kind == LineKind::Message && IsLastWord(line_.text);
+    return place_ == Place::Anywhere || !isLast;
 }
 
-// A line that is not whole.
-void Tracer::ReadPart(std::string_view text) {
-    ++lines_;
+// False for a line that only begins a run.
+bool Tracer::Read(std::string_view text) {
     transcript::ReadLine(text, line_);
-    if (fresh_ && line_.kind != LineKind::Other) BeginInTheMiddle();
+    if (line_.kind == LineKind::Message && TakeStart(line_)) return false;
+    if (IsOfTheNext()) BeginInTheMiddle();
+    return true;
+}
+
+// After the last run that is shown nothing matters any more but how many there are, and the line
+// that tells has a time, when it is there.
+bool Tracer::IsPassedOver(std::string_view text) const {
+    if (runs_ <= question_.last.value_or(runs_)) return false;
+    const char front = text.empty() ? ' ' : text.front();
+    const bool hasTime = front >= '0' && front <= '9';
+    return !hasTime && (place_ == Place::InRun || front != 'P');
+}
+
+void Tracer::Take(std::string_view text) {
+    ++lines_;
+    if (IsPassedOver(text) || !Read(text)) return;
+    if (IsJunk()) return AddJunk(static_cast<std::int64_t>(text.size()) + 1);
+    if (run_) run_->Take(line_, lines_);
+    if (line_.kind == LineKind::Message && transcript::FramesSent(line_.text))
+        place_ = Place::AfterRun;
 }
 
 void Tracer::TakeTooLong(std::string_view text, std::int64_t size) {
-    ReadPart(text);
+    ++lines_;
+    Read(text);
     if (IsJunk()) return AddJunk(size);
     if (run_) run_->TakeDamage(lines_, "this line is longer than any of a debug log");
 }
 
 void Tracer::TakeCut(std::string_view text, std::int64_t size) {
-    ReadPart(text);
-    if (run_) return run_->TakeCut(lines_);
-    if (IsJunk()) AddJunk(size);
+    ++lines_;
+    Read(text);
+    if (IsJunk()) return AddJunk(size);
+    if (run_) run_->TakeCut(lines_);
 }
 
 void Tracer::Pause() {
-    if (run_ && run_->HasSaidAll()) End();
+    if (place_ == Place::AfterRun) End();
 }
 
 void Tracer::Remove() {
@@ -148,7 +175,7 @@ void Tracer::Finish() {
 
 void Tracer::GoOnAfterLine(long line) {
     lines_ = line;
-    fresh_ = true;
+    place_ = Place::Anywhere;
     question_.first = std::min(question_.first, runs_ + 1);
 }
 

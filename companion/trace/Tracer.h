@@ -56,6 +56,12 @@ class Tracer {
     long LinesTaken() const { return lines_; }
 
   private:
+    enum class Place : std::uint8_t {
+        Anywhere,  // the next line may be one of a run whose beginning is not there
+        InRun,
+        AfterRun,  // the driver has counted its frames, and that is nearly all it says
+    };
+
     void Begin(RunHead head);
     void BeginInTheMiddle();
     void End();
@@ -64,7 +70,9 @@ class Tracer {
     bool IsJunk() const;
     void AddJunk(std::int64_t size);
     bool TakeStart(const transcript::LogLine& line);
-    void ReadPart(std::string_view text);
+    bool IsOfTheNext() const;
+    bool Read(std::string_view text);
+    bool IsPassedOver(std::string_view text) const;
 
     Question question_;
     View& view_;
@@ -74,7 +82,7 @@ class Tracer {
     transcript::LogLine line_;
     std::unique_ptr<Run> run_;
     Junk junk_;
-    bool fresh_ = true;  // the next line may be one of a run whose beginning is not there
+    Place place_ = Place::Anywhere;
     int runs_ = 0;
     long lines_ = 0;
 };

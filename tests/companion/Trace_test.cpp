@@ -349,6 +349,104 @@ TEST(Trace, OfALogThatBeginsInTheMiddleOfARunDoesNotJudgeThatRun) {
     EXPECT_THAT(text, HasSubstr("verdict     printed: no commands were sent"));
 }
 
+namespace {
+
+const LogOfRun goodSale = Begun().Command(CMD_DEPT_SALE, 2, milk).Status(2).End();
+const LogOfRun refusedTender = LogOfRun("/b.txt")
+                                   .Status(2, 0, 0x70)
+                                   .Request(CMD_TENDER)
+                                   .Heard(LogOfRun::nak)
+                                   .Message("NAK received")
+                                   .Message("Journal paper end")
+                                   .End();
+
+/// With another text in the place of the line that the last run begins with.
+std::string WithLastStartReplaced(std::string log, const std::string& text) {
+    const std::size_t begin = log.rfind('\n', log.rfind(" started. ")) + 1;
+    return log.replace(begin, log.find('\n', begin) + 1 - begin, text);
+}
+
+int RunsIn(const std::string& log) {
+    std::string nothing;
+    trace::TextView blind(nothing, false);
+    trace::Question question;
+    question.last = 0;
+    trace::Tracer tracer(question, blind);
+    trace::Lines lines(tracer);
+    lines.Take(log);
+    lines.Finish();
+    return tracer.Runs();
+}
+
+}  // namespace
+
+TEST(Trace, TellsARunWhoseFirstLineWasLostFromTheOneBefore) {
+    const std::string both = Together(goodSale, refusedTender).log;
+    for (const std::string garbage : {"", "2\xff.11\n"}) {
+        const std::string log = WithLastStartReplaced(both, garbage);
+        const std::string text = Traced(log);
+        const std::size_t second = text.find("run 2  (its beginning is not in the log)\n");
+        ASSERT_NE(second, std::string::npos) << text;
+        EXPECT_THAT(text.substr(0, second),
+                    HasSubstr("verdict     printed: 1 of 1 command sent was done"));
+        EXPECT_EQ(text.substr(0, second).find("no part of a debug log") == std::string::npos,
+                  garbage.empty());
+        EXPECT_THAT(text.substr(second), HasSubstr("verdict     unknown: "));
+        EXPECT_THAT(text.substr(second), HasSubstr("The beginning of this run is missing before"));
+        EXPECT_EQ(RunsIn(log), 2);
+    }
+}
+
+TEST(Trace, CountsRunsAsItShowsThem) {
+    const std::string lost = WithLastStartReplaced(Together(goodSale, refusedTender).log, "");
+    for (const std::string& log :
+         {lost, goodSale.log + "PC->ECR   1 bytes in    0.1 ms : 06\n" + refusedTender.log,
+          goodSale.log + "14.03.2026 08:00:00.000  Checking for ECR\n" + refusedTender.log,
+          goodSale.log + "14.03.2026 08:00:00.000  VOLTIS v2", goodSale.log + "garbage"}) {
+        const std::string text = Traced(log);
+        int shown = 0;
+        for (std::size_t at = 0; (at = text.find("\n  verdict ", at)) != std::string::npos; ++at)
+            ++shown;
+        EXPECT_EQ(RunsIn(log), shown) << log;
+    }
+}
+
+TEST(Trace, TakesWhatTheDriverSaysLastForItsOwn) {
+    LogOfRun run = goodSale;
+    run.Message("Unable to create result file '/pos/answer.txt'").Message("Unexpected error");
+    const std::string text = Traced(run.log + "14.03.2026 08:00:00.000  Unable to wri");
+    EXPECT_THAT(text, Not(HasSubstr("run 2")));
+    EXPECT_THAT(text, HasSubstr("Unexpected error"));
+    EXPECT_THAT(text, HasSubstr("the log breaks off within this line"));
+}
+
+TEST(Trace, OfALineThatIsCutAfterARunSaysSoAfterIt) {
+    const std::string text = Traced(goodSale.log + "\njunk after\nhalf");
+    EXPECT_THAT(text, Not(HasSubstr("breaks off")));
+    EXPECT_TRUE(text.ends_with(": no part of a debug log: 2 lines, 15 bytes\n")) << text;
+    for (const std::string start : {"14.03.2026 08:00:09.000  VOLTIS v2", "PC->ECR   5 by"}) {
+        const std::string cut = Traced(goodSale.log + "\n" + start);
+        const std::size_t second = cut.find("run 2  (its beginning is not in the log)\n");
+        ASSERT_NE(second, std::string::npos) << cut;
+        EXPECT_GT(cut.find("the log breaks off within this line"), second);
+        EXPECT_LT(cut.find("verdict     printed"), second);
+    }
+    EXPECT_THAT(Traced(goodSale.log + refusedTender.log.substr(0, 80)), HasSubstr("run 2  14.03."));
+}
+
+TEST(Trace, ShowsAllOfARunThatComesWithoutItsFirstLine) {
+    std::string text;
+    trace::TextView view(text, false);
+    trace::Tracer tracer({}, view);
+    trace::Lines lines(tracer);
+    lines.Take(goodSale.log);
+    tracer.Pause();
+    lines.Take(WithLastStartReplaced(refusedTender.log, ""));
+    lines.Finish();
+    EXPECT_THAT(text, HasSubstr("request TENDER"));
+    EXPECT_THAT(text, HasSubstr("verdict     unknown: "));
+}
+
 TEST(Trace, OfGarbageSaysWhereItIsOnce) {
     LogOfRun run = Begun();
     run.Line(std::string("\x00\xff\x1b[2J", 6)).Line("more of it");

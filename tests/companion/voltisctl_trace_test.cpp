@@ -226,6 +226,17 @@ TEST(VoltisctlTrace, EndsAsTheRunThatItDraws) {
         "x.log", ReadWholeFile(logsOfShops + "/margay-day.log") + "garbage\n" + RunOf("good.txt"));
     EXPECT_EQ(RunTool({"trace", log, "--svg", folder.File("a.svg")}).exitCode, 0);
     EXPECT_THAT(ReadWholeFile(folder.File("a.svg")), HasSubstr("Run 6, "));
+    const std::string torn = folder.Write("torn.log", RunOf("good.txt") + "\ngarbage\nhalf");
+    EXPECT_EQ(RunTool({"trace", torn, "--svg", folder.File("a.svg")}).exitCode, 0);
+    EXPECT_EQ(RunTool({"trace", torn}).exitCode, 1);
+}
+
+TEST(VoltisctlTrace, TakesARunWhoseFirstLineIsCutForTheLastOne) {
+    const TempDir folder;
+    const std::string log = folder.Write("x.log", RunOf("good.txt") + BeginOf("cut").substr(0, 40));
+    const Answer answer = RunTool({"trace", "--run", "last", log});
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_TRUE(answer.text.starts_with("run 2 ")) << answer.text;
 }
 
 TEST(VoltisctlTrace, NamesWhatIsNoPartOfALog) {
