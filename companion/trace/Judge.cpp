@@ -50,7 +50,8 @@ Judge::Judge(const verdict::Promises& promises, const verdict::Commands& held)
     : promises_(promises), held_(held) {}
 
 verdict::Commands Judge::Held() const {
-    return account_ ? account_->Conclude().remains.held : held_;
+    if (account_) return account_->Conclude().remains.held;
+    return lost_ ? verdict::Commands::All() : held_;  // frames that are not in the log
 }
 
 void Judge::Know(const verdict::Wire& wire) {

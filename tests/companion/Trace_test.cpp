@@ -521,6 +521,10 @@ TEST(Trace, JudgesARunByWhatTheRunBeforeHasLeft) {
     trace::Question second;
     second.first = 2;
     EXPECT_THAT(Traced(Together(before, part), second), HasSubstr("printed: 1 of 1 command"));
+    const std::string hollow =
+        LogOfRun().Message("I/O statistics : OUT frames = 5, IN frames = 5").log;
+    EXPECT_THAT(Traced(before.log + hollow + part.log),
+                HasSubstr("unknown: at least 0 and at most 1"));
 }
 
 TEST(Trace, GivesUpOnARunThatIsLongerThanAnyFile) {
