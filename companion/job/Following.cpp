@@ -20,12 +20,14 @@ void Feed(verdict::Account& account, const Transcript& all) {
 }
 
 // A log that does not count what the driver sent has lines missing: a full disk does not stop the
-// driver. What it refused is told by its exit code, before it sends any command.
+// driver. What it refused is told by its exit code, before it sends any command. One that is killed
+// does not count: a count of other frames is of a run whose first line was lost.
 void JudgeEnd(verdict::Account& account, const Transcript& all, End end) {
     if (end == End::Lost) return account.LoseTrack();
     if (all.Whole()) return;
-    if (end == End::Killed && !all.damaged) return account.CutOff();
-    if (end == End::Refusing && !all.damaged && !all.framesSent) return;
+    const bool uncounted = !all.damaged && !all.framesSent;
+    if (end == End::Killed && uncounted) return account.CutOff();
+    if (end == End::Refusing && uncounted) return;
     account.LoseTrack();
 }
 

@@ -20,7 +20,7 @@ bool IsCut(std::string_view lastLine) {
     return lastLine.starts_with("PC->ECR") || lastLine.starts_with("PC<-ECR");
 }
 
-void Add(LogLine& line, std::string_view text, Transcript& all) {
+void Add(const LogLine& line, Transcript& all) {
     switch (line.kind) {
         case LineKind::Block:
             all.blocks.push_back({line.toRegister, line.bytes});
@@ -30,11 +30,11 @@ void Add(LogLine& line, std::string_view text, Transcript& all) {
             all.damaged = true;
             return;
         case LineKind::Message:
+            all.framesSent = FramesSent(line.text);
+            return;
         case LineKind::Other:
-            break;
+            return;
     }
-    if (const auto frames = FramesSent(text.substr(std::min(timeLength, text.size()))))
-        all.framesSent = frames;
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ bool Transcript::Whole() const {
 Transcript ReadLog(std::string_view log) {
     Transcript all;
     LogLine line;
-    while (!log.empty()) {
+    while (!log.empty() && !all.framesSent) {
         const std::size_t end = std::min(log.find('\n'), log.size());
         // A block line is whole only when its line feed is there.
         if (end == log.size() && IsCut(log)) {
@@ -65,7 +65,7 @@ Transcript ReadLog(std::string_view log) {
             break;
         }
         ReadLine(log.substr(0, end), line);
-        Add(line, log.substr(0, end), all);
+        Add(line, all);
         log.remove_prefix(std::min(end + 1, log.size()));
     }
     return all;

@@ -21,8 +21,8 @@ struct Block {
 
 struct Transcript {
     std::vector<Block> blocks;
-    /// The frames that the driver counted as sent, when its last line tells; nothing when the run
-    /// was cut off before.
+    /// The frames that the driver counted as sent, at the end of the conversation; nothing when
+    /// the run was cut off before.
     std::optional<int> framesSent;
     /// A line of a block is cut short or is not as the driver writes it. What follows it is read
     /// all the same.
@@ -35,7 +35,8 @@ struct Transcript {
 /// The frames that the driver says it has sent, in a message that is its last; nothing in others.
 std::optional<int> FramesSent(std::string_view message);
 
-/// Reads the log of one run. Lines that are no blocks are passed over.
+/// Reads the log of one run. Lines that are no blocks are passed over. After the driver's count
+/// nothing is read: blocks there are of a run whose first line was lost.
 Transcript ReadLog(std::string_view log);
 
 }  // namespace transcript

@@ -59,7 +59,16 @@ TEST(Transcript, IsWholeWhenTheDriverCountedAsManyFrames) {
 TEST(Transcript, TakesNoQuotedTextForTheDriversCount) {
     EXPECT_EQ(ReadLog(stamp + "Bad barcode format: I/O statistics : OUT frames = 0\n").framesSent,
               std::nullopt);
-    EXPECT_EQ(ReadLog("\tI/O statistics : OUT frames = 0\n").framesSent, std::nullopt);
+    for (const std::string& before : {std::string("\t"), "\t" + std::string(24, ' ')})
+        EXPECT_EQ(ReadLog(before + "I/O statistics : OUT frames = 0\n").framesSent, std::nullopt);
+}
+
+// The next run's first line may be lost.
+TEST(Transcript, EndsWithTheDriversCount) {
+    const std::string block = "PC->ECR   1 bytes in    0.1 ms : 06\n";
+    const auto read = ReadLog(block + Statistics(1) + block + "PC->ECR\n" + Statistics(9));
+    EXPECT_EQ(read.blocks.size(), 1U);
+    EXPECT_TRUE(read.Whole());
 }
 
 TEST(Transcript, IsDamagedByALineThatIsCutOrOtherwiseWrong) {
