@@ -128,6 +128,15 @@ TEST(VoltisctlTrace, ReadsStandardInput) {
     EXPECT_THAT(tool.Said(), HasSubstr("\"verdict\": \"unknown\""));
 }
 
+TEST(VoltisctlTrace, OfStandardInputThatIsClosedSaysThatItCannotBeRead) {
+    for (const std::string options : {"", " --follow"}) {
+        const std::string script = "exec '" + std::string(VoltisctlPath()) + "' trace -";
+        Tool tool(CommandLine{{"/bin/sh", "-c", script + options + " <&-"}});
+        EXPECT_EQ(tool.Wait(), 2);
+        EXPECT_THAT(tool.Said(), HasSubstr("cannot read '-'"));
+    }
+}
+
 using VoltisctlTraceOfASite = testing::Test;
 
 TEST_F(VoltisctlTraceOfASite, ReadsTheLogOfTheSiteAndAgreesWithRun) {
