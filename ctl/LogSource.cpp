@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "ctl/UsageError.h"
 
@@ -18,22 +19,41 @@ bool IsStream(const std::string& path) {
     return path == "-" || (stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode));
 }
 
+namespace {
+
+void Close(int& fd) {
+    if (fd > STDIN_FILENO) close(fd);
+    fd = -1;
+}
+
+bool IsSame(int fd, const struct stat& file) {
+    struct stat mine = {};
+    return fd != -1 && fstat(fd, &mine) == 0 && mine.st_ino == file.st_ino &&
+           mine.st_dev == file.st_dev;
+}
+
+bool HasLines(int fd) {
+    struct stat file = {};
+    return fd != -1 && fstat(fd, &file) == 0 && file.st_size != 0;
+}
+
+}  // namespace
+
 LogSource::LogSource(const std::string& path, IfMissing ifMissing) : path_(path) {
-    if (path == "-") {
-        fd_ = STDIN_FILENO;
-    } else if (!Open() && (errno != ENOENT || ifMissing == IfMissing::Fail)) {
-        FailToRead();
-    }
+    fd_ = path == "-" ? STDIN_FILENO : Open();
+    if (fd_ == -1 && ifMissing == IfMissing::Fail) FailToRead();
 }
 
-bool LogSource::Open() {
-    fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-    return fd_ != -1;
+LogSource::~LogSource() {
+    Close(fd_);
+    Close(next_);
 }
 
-void LogSource::Close() {
-    if (fd_ > STDIN_FILENO) close(fd_);
-    fd_ = -1;
+// -1: nothing is there.
+int LogSource::Open() const {
+    const int fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd == -1 && errno != ENOENT) FailToRead();
+    return fd;
 }
 
 void LogSource::FailToRead() const {
@@ -74,17 +94,19 @@ void LogSource::GoTo(std::int64_t at) const {
 }
 
 // Nothing is at the path while there is no log: the driver removes one that is empty.
-LogSource::Successor LogSource::FindSuccessor() const {
+LogSource::Successor LogSource::FindSuccessor() {
+    if (HasLines(next_)) return Successor::HasLines;
     struct stat now = {};
-    if (stat(path_.c_str(), &now) != 0) return Successor::None;
-    struct stat mine = {};
-    if (fd_ != -1 && fstat(fd_, &mine) == 0 && now.st_ino == mine.st_ino &&
-        now.st_dev == mine.st_dev)
-        return Successor::None;
-    return now.st_size == 0 ? Successor::Empty : Successor::HasLines;
+    if (stat(path_.c_str(), &now) != 0 || IsSame(fd_, now)) return Successor::None;
+    if (!IsSame(next_, now)) {
+        Close(next_);
+        next_ = Open();
+    }
+    if (next_ == -1) return Successor::None;
+    return HasLines(next_) ? Successor::HasLines : Successor::Empty;
 }
 
 void LogSource::TakeSuccessor() {
-    Close();
-    if (!Open() && errno != ENOENT) FailToRead();
+    Close(fd_);
+    fd_ = std::exchange(next_, -1);
 }

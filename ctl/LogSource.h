@@ -22,7 +22,7 @@ class LogSource {
 
     /// "-" is standard input. UsageError: it cannot be read.
     explicit LogSource(const std::string& path, IfMissing ifMissing = IfMissing::Fail);
-    ~LogSource() { Close(); }
+    ~LogSource();
     LogSource(const LogSource&) = delete;
     LogSource& operator=(const LogSource&) = delete;
 
@@ -37,13 +37,13 @@ class LogSource {
     std::optional<std::int64_t> CutTo(const trace::Lines& taken) const;
     void GoTo(std::int64_t at) const;
 
-    /// Another file that is at the path now.
-    Successor FindSuccessor() const;
+    /// Another file that is at the path now, or was there when it was still empty.
+    Successor FindSuccessor();
+    /// The one that was found.
     void TakeSuccessor();
 
   private:
-    bool Open();
-    void Close();
+    int Open() const;
     bool Holds(const trace::Landmark& mark) const;
     [[noreturn]] void FailToRead() const;
 
@@ -51,5 +51,6 @@ class LogSource {
 
     std::string path_;
     int fd_ = -1;
+    int next_ = -1;  // the successor, kept while it is empty: it may be renamed before it has lines
     std::array<char, chunkSize> chunk_{};
 };

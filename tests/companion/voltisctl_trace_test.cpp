@@ -361,6 +361,26 @@ TEST_F(VoltisctlTraceFollowing, ReadsARenamedLogToItsEndBeforeTheNewOne) {
     EXPECT_EQ(Interrupted(), 1);
 }
 
+TEST_F(VoltisctlTraceFollowing, ReadsALogThatIsRenamedBeforeItHasLines) {
+    Follow(BeginOf("a.txt"));
+    tool->SaidUpTo("a.txt");
+    std::ofstream first(log, std::ios::app);
+    std::filesystem::rename(log, log + ".1");
+    std::ofstream second(log, std::ios::app);
+    for (int look = 0; look < 2; ++look) {  // the second line is read after the new log was seen
+        first << Quoting(1) << std::flush;
+        tool->SaidUpTo("| SALE");
+    }
+    std::filesystem::rename(log, log + ".2");
+    Append("");
+    second << RunOf("b.txt") << std::flush;
+    tool->SaidUpTo("b.txt");
+    Append(RunOf("c.txt"));
+    tool->SaidUpTo("c.txt");
+    tool->SaidUpTo("verdict     printed");
+    EXPECT_EQ(Interrupted(), 1);
+}
+
 TEST_F(VoltisctlTraceFollowing, WaitsForALogThatIsNotThere) {
     tool.emplace(Words{"trace", "--follow", log});
     tool->SaidUpTo("There is no '" + log + "' yet; waiting for it\n");
