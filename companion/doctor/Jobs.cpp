@@ -104,7 +104,7 @@ bool MayUse(const Machine& machine, const std::string& path) {
     if (!machine.ClosedAbove(path).empty() || !machine.GrantsNewFolder(FolderOf(path)))
         return false;
     return std::ranges::all_of(FilesOf(machine.Resolved(path)), [&](const std::string& file) {
-        return !machine.FactsOf(file) || machine.Grants(file, Read | Write);
+        return !machine.Refuses(file, Read | Write);
     });
 }
 
@@ -145,7 +145,7 @@ void CheckFolder(const Machine& machine, const std::string& path, Findings& find
 // What helps one of them helps all: SQLite gives those that it makes the rights of the journal.
 void CheckFiles(const Machine& machine, const std::string& path, Findings& findings) {
     for (const std::string& file : FilesOf(path)) {
-        if (!machine.FactsOf(file) || machine.Grants(file, Read | Write)) continue;
+        if (!machine.Refuses(file, Read | Write)) continue;
         findings.push_back(NoRights("the account " + Quoted(machine.account.name) +
                                         " may not read and write the journal's file " +
                                         Quoted(file),

@@ -164,12 +164,23 @@ std::optional<FileFacts> Machine::FactsOf(const std::string& path) const {
 }
 
 // Of its own account the system knows more than the mode tells: lists of rights, read-only disks.
-bool Machine::Grants(const std::string& path, unsigned rights) const {
-    const auto file = FactsOf(path);
-    if (facts || !IsThisOne() || account.uid != geteuid())
-        return file && GrantsTo(account, *file, rights);
+int Machine::Refusal(const std::string& path, unsigned rights) const {
+    if (facts || !IsThisOne() || account.uid != geteuid()) {
+        const auto file = FactsOf(path);
+        if (!file) return ENOENT;
+        return GrantsTo(account, *file, rights) ? 0 : EACCES;
+    }
     const int mode = static_cast<int>(rights);  // the same bits as those of access
-    return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+    return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0 ? 0 : errno;
+}
+
+bool Machine::Grants(const std::string& path, unsigned rights) const {
+    return Refusal(path, rights) == 0;
+}
+
+bool Machine::Refuses(const std::string& path, unsigned rights) const {
+    const int why = Refusal(path, rights);
+    return why == EACCES || why == EPERM || why == EROFS;
 }
 
 bool Machine::GrantsFolder(const std::string& path) const {
@@ -187,7 +198,7 @@ std::string Machine::ClosedAbove(const std::string& path) const {
     const std::string real = Resolved(fs::absolute(path));
     for (std::size_t end = real.find('/', 1); end != real.npos; end = real.find('/', end + 1)) {
         std::string folder = real.substr(0, end);
-        if (FactsOf(folder) && !Grants(folder, Right::Search)) return folder;
+        if (Refuses(folder, Right::Search)) return folder;
     }
     return "";
 }

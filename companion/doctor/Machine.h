@@ -57,6 +57,8 @@ struct Machine {
     /// Whether the account may: by the mode, the owner and the groups. A file that is not there
     /// grants nothing; root may all.
     bool Grants(const std::string& path, unsigned rights) const;
+    /// Whether it is there and does not grant them, as of one moment: files may come and go.
+    bool Refuses(const std::string& path, unsigned rights) const;
     /// A folder to make files in.
     bool GrantsFolder(const std::string& path) const;
     /// Such a folder, or one that the account may make with those above it.
@@ -79,6 +81,10 @@ struct Machine {
     std::optional<std::uint64_t> FreeBytesAt(const std::string& path) const;
     /// The name of a group in /etc/group; its number when it has none.
     std::string GroupName(gid_t gid) const;
+
+  private:
+    /// 0, or why the account may not: the errno of access.
+    int Refusal(const std::string& path, unsigned rights) const;
 };
 
 /// The user of the machine with that name or number; nothing when there is none. Below another root

@@ -705,6 +705,30 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
     EXPECT_THAT(Said(rights()), ElementsAre(HasSubstr("[path-closed]")));
 }
 
+// Where runs are at work, the files beside the journal come and go.
+TEST_F(Doctor_System, TakesNoFileThatIsGoneForAMissingRight) {
+    known["/j"] = {S_IFDIR | 02775, 0, dialout, 0};
+    const FileFacts closed{S_IFREG | 0600, 0, 0, 0};
+    int looks = 0;
+    machine.facts = [&](const std::string& path) -> std::optional<FileFacts> {
+        if (!path.ends_with("-wal")) return Facts(path);
+        return ++looks == 1 ? std::optional(FileFacts{S_IFREG | 0660, 0, dialout, 0})
+                            : std::nullopt;
+    };
+    EXPECT_THAT(Said(doctor::CheckJournalRights(machine, "/j/journal.db")), IsEmpty());
+    EXPECT_FALSE(machine.Refuses("/j/journal.db-wal", doctor::Read));
+    known["/j/journal.db"] = closed;
+    EXPECT_TRUE(machine.Refuses("/j/journal.db", doctor::Read));
+}
+
+TEST_F(Doctor_System, KnowsOfItsOwnAccountWhatIsGone) {
+    const doctor::Machine own;
+    EXPECT_FALSE(own.Refuses(tree.File("none"), doctor::Read));
+    EXPECT_FALSE(own.Refuses(tree.Write("file", "x") + "/below", doctor::Read));
+    files::permissions(tree.File("file"), files::perms::none);
+    EXPECT_TRUE(own.Refuses(tree.File("file"), doctor::Search));
+}
+
 class Doctor_Journal : public testing::Test {
   protected:
     std::string Path() const { return folder.File("journal.db"); }
