@@ -186,21 +186,27 @@ doctor::Hands HandsFor(const DoctorOptions& options) {
             [] { return DoneByHand("Switch the register off, on again, wait until it is ready"); }};
 }
 
-// The number and the result in the register tell what a run that was cut off has done: that is
-// settled before they are written over. If this ends in the middle, the register may hold a number
-// that the next run begins with.
-void TakeOverRegister(const std::string& path, const std::string& registerName) {
-    std::error_code error;
-    if (!std::filesystem::exists(path, error)) return;
-    journal::Journal journal(path);
+void NeedSettled(const journal::Journal& journal, const std::string& registerName) {
     journal::Filter cutOff;
     cutOff.registerName = registerName;
     cutOff.state = journal::State::Sending;
-    if (!journal.List(cutOff).empty())
-        throw std::runtime_error(
-            "a job was cut off, and only the register knows what it printed; run it again under "
-            "its ID, or any other job, which settles it");
-    journal.SetMayHold(registerName, true);
+    if (journal.List(cutOff).empty()) return;
+    throw std::runtime_error(
+        "a job was cut off, and only the register knows what it printed; run it again under its "
+        "ID, or any other job, which settles it");
+}
+
+// The number and the result in the register tell what a run that was cut off has done: that is
+// settled before they are written over. If this ends in the middle, the register may hold a number
+// that the next run begins with.
+void TakeOverRegister(const std::vector<std::string>& paths, const std::string& registerName) {
+    std::vector<journal::Journal> all;
+    for (const std::string& path : paths) {
+        std::error_code error;
+        if (std::filesystem::exists(path, error)) all.emplace_back(path);
+    }
+    for (const journal::Journal& journal : all) NeedSettled(journal, registerName);
+    for (journal::Journal& journal : all) journal.SetMayHold(registerName, true);
 }
 
 // The words that it has, and those of the old line that could not be ruled out.
@@ -229,7 +235,9 @@ std::vector<std::string> WordsOfLine(const std::string& text) {
 
 void AskAboutHabits(const DoctorOptions& options, const runner::Profile& profile,
                     doctor::Line& line, Examination& site) {
-    TakeOverRegister(JournalFor(options, site.machine), profile.name);
+    // It is this account that writes, whichever one prints.
+    const std::string journal = JournalFor(options, site.machine);
+    TakeOverRegister(doctor::JournalsOfRuns(doctor::Machine(), journal), profile.name);
     doctor::Speaker speaker(line, site.answer->family, site.answer->networkId, doctor::usualWait);
     const int cashier = runner::IniText(profile.text, "VOLTIS").Number("CashierNumber", 1);
     site.habits = AskHabits(speaker, HandsFor(options), static_cast<std::uint8_t>(cashier));

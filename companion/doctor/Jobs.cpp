@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -179,6 +180,20 @@ void CheckOwn(const Machine& machine, const std::string& path, Findings& finding
 }
 
 }  // namespace
+
+std::vector<std::string> JournalsOfRuns(const Machine& machine, const std::string& path) {
+    const std::string site = SiteJournal();
+    if (path == site) return {path};
+    const bool hidden = !machine.ClosedAbove(site).empty();
+    if (!hidden && !machine.FactsOf(site)) return {path};
+    if (hidden || !MayUse(machine, site)) {
+        throw std::runtime_error("the account '" + machine.account.name +
+                                 "' may not use the machine's journal, '" + site +
+                                 "', which may know of a job that was cut off; ask as the account "
+                                 "that prints, or as root");
+    }
+    return {path, site};
+}
 
 std::string JournalOf(const Machine& machine) {
     return MayUse(machine, SiteJournal()) ? SiteJournal() : OwnJournal(machine);

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "companion/doctor/Finding.h"
 #include "companion/doctor/Machine.h"
@@ -15,6 +16,10 @@ namespace doctor {
 /// The journal that the runs of the account use, as companion/journal/Place.h has it: the
 /// machine's, or its own, unless its XDG_STATE_HOME says otherwise.
 std::string JournalOf(const Machine& machine);
+
+/// The journals that know of jobs of a register: the one at the path, and the machine's when there
+/// is one. std::runtime_error: the account may not use the machine's.
+std::vector<std::string> JournalsOfRuns(const Machine& machine, const std::string& path);
 
 /// Whether the account may use the journal at that path, or make it there; and a word when it is
 /// not the machine's for want of rights.

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
 
 #include "companion/doctor/Device.h"
@@ -40,6 +41,16 @@ std::vector<std::string> Said(const doctor::Findings& findings) {
         said.push_back(std::string(doctor::Word(finding.severity)) + ": " +
                        doctor::Open(finding.message) + " [" + finding.code + "]");
     return said;
+}
+
+template <typename Action>
+std::string FailureText(const Action& action) {
+    try {
+        action();
+    } catch (const std::runtime_error& failure) {
+        return failure.what();
+    }
+    return "";
 }
 
 std::string FirstRemedy(const doctor::Findings& findings) {
@@ -727,6 +738,23 @@ TEST_F(Doctor_System, KnowsOfItsOwnAccountWhatIsGone) {
     EXPECT_FALSE(own.Refuses(tree.Write("file", "x") + "/below", doctor::Read));
     files::permissions(tree.File("file"), files::perms::none);
     EXPECT_TRUE(own.Refuses(tree.File("file"), doctor::Search));
+}
+
+TEST_F(Doctor_System, KnowsTheJournalsThatRunsOfARegisterMayUse) {
+    const std::string site = "/var/lib/voltis/journal.db";
+    const auto all = [&] { return doctor::JournalsOfRuns(machine, "/pos/j.db"); };
+    EXPECT_THAT(all(), ElementsAre("/pos/j.db"));
+    Put(site, "");
+    EXPECT_THAT(FailureText(all),
+                "the account 'pos' may not use the machine's journal, '" + site +
+                    "', which may know of a job that was cut off; ask as the account that prints, "
+                    "or as root");
+    known["/var/lib/voltis"] = {S_IFDIR | 0700, 0, 0, 0};
+    EXPECT_THAT(FailureText(all), HasSubstr("ask as the account that prints"));
+    known["/var/lib/voltis"] = {S_IFDIR | 02775, 0, dialout, 0};
+    known[site] = {S_IFREG | 0660, 0, dialout, 0};
+    EXPECT_THAT(all(), ElementsAre("/pos/j.db", site));
+    EXPECT_THAT(doctor::JournalsOfRuns(machine, site), ElementsAre(site));
 }
 
 class Doctor_Journal : public testing::Test {
