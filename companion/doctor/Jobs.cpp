@@ -4,15 +4,19 @@
 #include "companion/doctor/Jobs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "companion/doctor/System.h"
@@ -85,14 +89,71 @@ Finding NotSeen(const std::string& why, const char* remedy) {
     return {Severity::Note, "journal-not-seen", why, remedy};
 }
 
-void CheckOpen(const journal::Journal& open, const std::string& path,
-               std::chrono::system_clock::time_point now, Findings& findings) {
-    const std::string damage = open.Damage();
-    if (damage.empty()) return CheckJobs(open, now, findings);
-    findings.push_back({Severity::Error, "journal-damaged",
-                        "the journal " + Quoted(path) + " is damaged: " + Private(damage),
-                        "Move it away, and keep it: the next run makes a new one, which knows "
-                        "nothing of the jobs so far."});
+Finding Damaged(const std::string& path, const std::string& damage) {
+    return {Severity::Error, "journal-damaged",
+            "the journal " + Quoted(path) + " is damaged: " + Private(damage),
+            "Move it away, and keep it: the next run makes a new one, which knows nothing of the "
+            "jobs so far."};
+}
+
+// --- looks at it --------------------------------------------------------------------------------
+
+// What one reading came to: what hindered it, or what of its jobs is worth knowing.
+struct Look {
+    std::optional<Finding> trouble;
+    Findings findings = {};
+};
+
+Look LookInto(const std::string& path, std::chrono::system_clock::time_point now) try {
+    const std::optional<journal::Journal> open = journal::Journal::ForReading(path);
+    if (!open) return {};
+    const std::string damage = open->Damage();
+    if (!damage.empty()) return {Damaged(path, damage)};
+    Look look;
+    CheckJobs(*open, now, look.findings);
+    return look;
+} catch (const journal::JournalError& failure) {
+    return {Finding{Severity::Error, "journal-unusable", Private(failure.what()),
+                    "Without its journal `voltisctl run` refuses jobs with an ID: do as it says, "
+                    "or move the file away."}};
+}
+
+Look LookAt(const std::string& path, std::chrono::system_clock::time_point now) {
+    if (!MayRead(path)) {
+        return {NotSeen("this account may not read the journal " + Quoted(path),
+                        "Ask as the account that prints, or as root.")};
+    }
+    if (NeedsAWrite(path)) {
+        return {NotSeen("the journal " + Quoted(path) +
+                            " has changes beside it (-wal) without their index (-shm), which only "
+                            "a write brings in",
+                        "`voltisctl jobs` brings them in; then ask again.")};
+    }
+    return LookInto(path, now);
+}
+
+// What a write changes: which files there are, their sizes, and when they were written.
+using Traces = std::vector<std::array<std::int64_t, 4>>;
+
+// Of the index readers change the contents, too: of that it is only whether it is there.
+Traces TracesOf(const std::string& path) {
+    Traces traces;
+    for (const std::string& file : FilesOf(RealPath(path))) {
+        struct stat status = {};
+        const bool there = stat(file.c_str(), &status) == 0;
+        if (file.ends_with("-shm")) status = {};
+        traces.push_back(
+            {there ? 1 : 0, status.st_size, status.st_ctim.tv_sec, status.st_ctim.tv_nsec});
+    }
+    return traces;
+}
+
+Finding NeverAtRest(const std::string& path, const Finding& trouble) {
+    return {
+        Severity::Warning, "journal-not-seen",
+        "the journal " + Quoted(path) +
+            " was changed whenever it was read, and so not seen in one piece: " + trouble.message,
+        "Ask again while no job is run. Leave the file where it is."};
 }
 
 // --- rights -------------------------------------------------------------------------------------
@@ -210,27 +271,29 @@ Findings CheckJournalRights(const Machine& machine, const std::string& path) {
     return findings;
 }
 
-Findings CheckJournal(const std::string& path, std::chrono::system_clock::time_point now) {
-    if (!MayRead(path)) {
-        return {NotSeen("this account may not read the journal " + Quoted(path),
-                        "Ask as the account that prints, or as root.")};
+// The pause is longer than the clock of the files takes to tick: a write after it, which the second
+// look could see the half of, has another time than one before the first look.
+void WaitForATick() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+// A writer that the reader does not see shows as trouble. It counts when it comes twice, and nobody
+// has written meanwhile.
+Findings CheckJournal(const std::string& path, std::chrono::system_clock::time_point now,
+                      const std::function<void()>& meanwhile) {
+    constexpr int mostTimes = 5;
+    Look look;
+    for (int i = 0; i < mostTimes; ++i) {
+        const Traces before = TracesOf(path);
+        look = LookAt(path, now);
+        if (!look.trouble) return look.findings;
+        meanwhile();
+        look = LookAt(path, now);
+        if (!look.trouble) return look.findings;
+        if (look.trouble->severity == Severity::Note || TracesOf(path) == before)
+            return {*look.trouble};
     }
-    if (NeedsAWrite(path)) {
-        return {NotSeen("the journal " + Quoted(path) +
-                            " has changes beside it (-wal) without their index (-shm), which only "
-                            "a write brings in",
-                        "`voltisctl jobs` brings them in; then ask again.")};
-    }
-    Findings findings;
-    try {
-        const std::optional<journal::Journal> open = journal::Journal::ForReading(path);
-        if (open) CheckOpen(*open, path, now, findings);
-    } catch (const journal::JournalError& failure) {
-        findings.push_back({Severity::Error, "journal-unusable", Private(failure.what()),
-                            "Without its journal `voltisctl run` refuses jobs with an ID: do as "
-                            "it says, or move the file away."});
-    }
-    return findings;
+    return {NeverAtRest(path, *look.trouble)};
 }
 
 }  // namespace doctor

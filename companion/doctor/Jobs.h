@@ -5,6 +5,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,10 +26,15 @@ std::vector<std::string> JournalsOfRuns(const Machine& machine, const std::strin
 /// not the machine's for want of rights.
 Findings CheckJournalRights(const Machine& machine, const std::string& path);
 
+/// The default pause of CheckJournal.
+void WaitForATick();
+
 /// The journal itself, which is only looked at: nothing of it is changed, and it is not made when
 /// it is missing. And its jobs that wait for somebody. path: of this machine, whatever root is
-/// looked at.
+/// looked at. Runs may be at work: what one of them shows for a moment is no finding, so trouble is
+/// looked for twice. meanwhile: what is done between the two.
 Findings CheckJournal(const std::string& path,
-                      std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
+                      std::chrono::system_clock::time_point now = std::chrono::system_clock::now(),
+                      const std::function<void()>& meanwhile = WaitForATick);
 
 }  // namespace doctor

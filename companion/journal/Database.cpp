@@ -74,7 +74,8 @@ bool HasBytes(const std::string& path) {
 
 // The changes that are not in the file yet are beside it, and an index of them. With the index the
 // usual locks keep them together, also for a reader that may not write it. Without both there is
-// nothing to read but the file, and nothing that is locked.
+// nothing to read but the file, and nothing that is locked: a program that writes meanwhile shows
+// as damage, or as a file that cannot be used.
 std::string OptionsFor(const std::string& path) {
     std::error_code error;
     const bool changes = HasBytes(path + "-wal");
@@ -97,10 +98,8 @@ Database Database::ForReading(const std::string& path) {
     std::error_code error;  // then SQLite tells what is wrong with the path
     const std::filesystem::path real = std::filesystem::canonical(path, error);
     const std::string file = error ? std::filesystem::absolute(path) : real;
-    Database database(path, "file://" + Escaped(file) + OptionsFor(file),
-                      SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
-    sqlite3_db_config(database.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    return database;
+    return {path, "file://" + Escaped(file) + OptionsFor(file),
+            SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr};
 }
 
 Database::Database(const std::string& path, const std::string& name, int flags, const char* vfs)
@@ -111,6 +110,8 @@ Database::Database(const std::string& path, const std::string& name, int flags, 
     if (result != SQLITE_OK) Fail();
     sqlite3_extended_result_codes(handle, 1);
     sqlite3_busy_timeout(handle, busyTimeoutMs);
+    // The end of a run is not the time to move pages about, and to look is no reason.
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 void Database::Fail() const {

@@ -15,7 +15,8 @@ struct sqlite3_stmt;
 
 namespace journal {
 
-/// A connection. Statements wait for other processes, up to busyTimeoutMs.
+/// A connection. Statements wait for other processes, up to busyTimeoutMs. When it ends it leaves
+/// the changes beside the file as they are, so that nobody reads a file that has half of them.
 class Database {
   public:
     static constexpr int busyTimeoutMs = 10'000;

@@ -250,8 +250,6 @@ void Journal::Prepare() {
     // the next one to bring it to disk.
     Run(database_, "PRAGMA synchronous=FULL");
     Run(database_, "PRAGMA wal_autocheckpoint=" + std::to_string(walPages));
-    // The end of a run is not the time to move pages about.
-    sqlite3_db_config(database_.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     if (version == 0) MakeTables(database_);
 }
 

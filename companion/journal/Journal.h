@@ -108,7 +108,8 @@ class Journal {
 
     /// To look at: changes neither the file nor those beside it, also while others work with it; a
     /// call that would write throws. Nothing when there is no journal yet. JournalError: it cannot
-    /// be read, or is no journal.
+    /// be read, or is no journal. What others write at that moment may show as an error or as
+    /// Damage(): count only on what repeats while the files stay as they are.
     static std::optional<Journal> ForReading(const std::string& path);
 
     /// The machine's journal, or the user's own without rights there (Place.h). The two know

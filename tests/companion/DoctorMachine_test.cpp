@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -760,7 +761,19 @@ TEST_F(Doctor_System, KnowsTheJournalsThatRunsOfARegisterMayUse) {
 class Doctor_Journal : public testing::Test {
   protected:
     std::string Path() const { return folder.File("journal.db"); }
-    doctor::Findings Check() const { return doctor::CheckJournal(Path(), now); }
+    doctor::Findings Check() const { return doctor::CheckJournal(Path(), now, meanwhile); }
+    // The bytes of one with a job, the last page of which is written over.
+    std::string DamagedBytes() {
+        {
+            journal::Journal open(Path());
+            Sent(open);
+            journal::Run(journal::Database(Path(), nullptr), "PRAGMA wal_checkpoint(TRUNCATE)");
+        }
+        std::string bytes = ReadWholeFile(Path());
+        constexpr std::size_t page = 4096;
+        EXPECT_GT(bytes.size(), 3 * page);
+        return bytes.replace(bytes.size() - page, page, std::string(page, '\xAB'));
+    }
     std::int64_t Sent(journal::Journal& open) {
         const std::int64_t number = open.Receive({{}, "bar", "/pos/a.txt", "DISPLAY_ON\n"});
         open.StartSending(number, "bar", "");
@@ -769,6 +782,7 @@ class Doctor_Journal : public testing::Test {
 
     TempDir folder;
     std::chrono::system_clock::time_point now = std::chrono::system_clock::now();
+    std::function<void()> meanwhile = [] {};  // between two looks
 };
 
 TEST_F(Doctor_Journal, IsHealthyOrNotThere) {
@@ -854,18 +868,46 @@ TEST_F(Doctor_Journal, IsLeftAsItIs) {
 }
 
 TEST_F(Doctor_Journal, IsDamaged) {
-    {
-        journal::Journal open(Path());
-        Sent(open);
-        journal::Run(journal::Database(Path(), nullptr), "PRAGMA wal_checkpoint(TRUNCATE)");
-    }
-    std::string bytes = ReadWholeFile(Path());
-    constexpr std::size_t page = 4096;
-    ASSERT_GT(bytes.size(), 3 * page);
-    bytes.replace(bytes.size() - page, page, std::string(page, '\xAB'));
-    folder.Write("journal.db", bytes);
+    folder.Write("journal.db", DamagedBytes());
     EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("journal.db' is damaged: ")));
     EXPECT_EQ(FirstRemedy(Check()),
               "Move it away, and keep it: the next run makes a new one, which knows nothing of the "
               "jobs so far.");
+}
+
+// As one does that is read while a run brings its changes in.
+TEST_F(Doctor_Journal, IsHealthyWhenItWasOnlyReadAtABadMoment) {
+    const std::string damaged = DamagedBytes();
+    const std::string whole = ReadWholeFile(Path());
+    folder.Write("journal.db", damaged);
+    meanwhile = [&] { folder.Write("journal.db", whole); };
+    EXPECT_THAT(Said(Check()), IsEmpty());
+    folder.Write("journal.db", "half a page");
+    EXPECT_THAT(Said(Check()), IsEmpty());
+    folder.Write("journal.db-wal", "changes");
+    meanwhile = [&] { files::remove(Path() + "-wal"); };
+    EXPECT_THAT(Said(Check()), IsEmpty());
+}
+
+TEST_F(Doctor_Journal, IsLookedAtUntilItRests) {
+    folder.Write("journal.db", DamagedBytes());
+    int changes = 3;
+    meanwhile = [&] {
+        if (changes-- > 0) folder.Write("journal.db-wal", std::string(std::size_t(changes), '\0'));
+    };
+    EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("[journal-damaged]")));
+    EXPECT_LT(changes, 0);
+}
+
+TEST_F(Doctor_Journal, IsNotCalledDamagedWhileItChanges) {
+    std::string bytes = DamagedBytes();
+    folder.Write("journal.db", bytes);
+    meanwhile = [&] { folder.Write("journal.db", bytes += "x"); };
+    EXPECT_THAT(Said(Check()),
+                ElementsAre(testing::AllOf(
+                    testing::StartsWith("warning: the journal '" + Path() +
+                                        "' was changed whenever it was read, and so not seen in "
+                                        "one piece: "),
+                    testing::EndsWith("[journal-not-seen]"))));
+    EXPECT_EQ(FirstRemedy(Check()), "Ask again while no job is run. Leave the file where it is.");
 }

@@ -610,6 +610,19 @@ TEST_F(JournalForReading, RefusesToGuessAtChangesWithoutTheirIndex) {
     EXPECT_EQ(Files(), before);
 }
 
+// Their removal would be a change under the eyes of a reader.
+TEST_F(JournalForReading, FindsTheChangesAfterOthersHaveLooked) {
+    StartWork();
+    KillWorker();
+    const std::string changes = ReadWholeFile(path + "-wal");
+    const std::string file = ReadWholeFile(path);
+    ASSERT_FALSE(changes.empty());
+    EXPECT_TRUE(Journal::PerhapsSent(path, "a"));
+    ASSERT_TRUE(fs::exists(path + "-wal"));
+    EXPECT_EQ(ReadWholeFile(path + "-wal"), changes);
+    EXPECT_EQ(ReadWholeFile(path), file);
+}
+
 TEST_F(JournalForReading, CannotWrite) {
     StartWork();
     auto book = Journal::ForReading(path);
