@@ -192,6 +192,19 @@ void WriteEnd(const Database& database, std::int64_t number, const Ended& ended)
                      (job.verdict.empty() ? "" : " (" + job.verdict + ")"));
 }
 
+// SQLite waits for ever for the bytes of a pipe, and takes /dev/null for a journal without jobs. Of
+// a folder it tells itself.
+const std::string& NeedFile(const std::string& path) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+        !std::filesystem::is_directory(status)) {
+        throw JournalError("cannot use the journal '" + path +
+                           "' - it is no regular file; name another with --journal");
+    }
+    return path;
+}
+
 }  // namespace
 
 const char* Word(State state) {
@@ -230,11 +243,12 @@ std::string TimeText(Clock::time_point time) {
 }
 
 Journal::Journal(const std::string& path, const char* vfs)
-    : database_(vfs == nullptr ? MadeFile(path) : path, vfs) {
+    : database_(vfs == nullptr ? MadeFile(NeedFile(path)) : path, vfs) {
     Prepare();
 }
 
 std::optional<Journal> Journal::ForReading(const std::string& path) {
+    NeedFile(path);
     std::error_code error;
     const auto size = std::filesystem::file_size(path, error);
     if (error == std::errc::no_such_file_or_directory || (!error && size == 0)) return std::nullopt;
@@ -259,6 +273,7 @@ std::string Journal::DefaultPath() {
 
 bool Journal::PerhapsSent(const std::string& path, const std::string& id) try {
     if (!std::filesystem::exists(path)) return false;
+    NeedFile(path);
     const Database database(path, nullptr);  // nothing in it is changed
     if (VersionOf(database) == 0) return false;
     const std::optional<Job> job = JobWhere(database, "id", id);

@@ -4,6 +4,7 @@
 // What the doctor finds on a machine: a tree of files in the place of the real one.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -910,4 +911,15 @@ TEST_F(Doctor_Journal, IsNotCalledDamagedWhileItChanges) {
                                         "one piece: "),
                     testing::EndsWith("[journal-not-seen]"))));
     EXPECT_EQ(FirstRemedy(Check()), "Ask again while no job is run. Leave the file where it is.");
+}
+
+TEST_F(Doctor_Journal, IsARegularFile) {
+    ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+    EXPECT_THAT(Said(Check()), ElementsAre(testing::AllOf(HasSubstr("is no regular file"),
+                                                          HasSubstr("[journal-unusable]"))));
+    for (const char* device : {"/dev/null", "/dev/zero"}) {
+        EXPECT_THAT(Said(doctor::CheckJournal(device, now, meanwhile)),
+                    ElementsAre(HasSubstr("[journal-unusable]")))
+            << device;
+    }
 }

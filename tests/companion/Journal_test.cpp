@@ -610,6 +610,14 @@ TEST_F(JournalForReading, RefusesToGuessAtChangesWithoutTheirIndex) {
     EXPECT_EQ(Files(), before);
 }
 
+TEST_F(JournalForReading, RefusesWhatIsNoFile) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_THAT(MessageOf([&] { Journal::ForReading(path); }), HasSubstr("no regular file"));
+    EXPECT_THAT(MessageOf([] { Journal::ForReading("/dev/null"); }), HasSubstr("no regular file"));
+    EXPECT_THAT(MessageOf([&] { Journal wrong(path); }), HasSubstr("no regular file"));
+    EXPECT_TRUE(Journal::PerhapsSent(path, "a"));
+}
+
 // Their removal would be a change under the eyes of a reader.
 TEST_F(JournalForReading, FindsTheChangesAfterOthersHaveLooked) {
     StartWork();
