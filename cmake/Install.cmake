@@ -10,11 +10,27 @@ set(VOLTIS_BASHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/bash-completion/completion
 set(VOLTIS_ZSHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks")
 
 install(TARGETS voltis RUNTIME)
-install(FILES config/voltis.ini DESTINATION /etc/voltis)
+# A configuration that is there belongs to the shop: the new one is put beside it.
+install(CODE [[
+    set(file "$ENV{DESTDIR}/etc/voltis/voltis.ini")
+    file(MAKE_DIRECTORY "$ENV{DESTDIR}/etc/voltis")
+    if(EXISTS "${file}")
+        string(APPEND file ".new")
+    endif()
+    message(STATUS "Installing: ${file}")
+]])
+install(CODE "file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/voltis.ini \"\${file}\")
+    file(CHMOD \"\${file}\" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
 install(DIRECTORY DESTINATION /etc/voltis/registers)
 install(FILES config/logrotate DESTINATION /etc/logrotate.d RENAME voltis)
 install(FILES config/tmpfiles.conf DESTINATION ${VOLTIS_TMPFILESDIR} RENAME voltis.conf)
 install(FILES README.md CHANGELOG.md SECURITY.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# A distribution has the common licences in one place.
+option(VOLTIS_INSTALL_LICENCES "Install the texts of the licences" ON)
+if(VOLTIS_INSTALL_LICENCES)
+    install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+    install(FILES LICENSES/0BSD.txt DESTINATION ${CMAKE_INSTALL_DOCDIR}/LICENSES)
+endif()
 install(DIRECTORY docs examples contrib DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
 
 # What of other projects is in the programs.

@@ -24,18 +24,24 @@ packages='' relations=''
 component() {
     local found
     found=$(source_version "$2")
+    local supplier="Organization: Debian"
+    if [ "$found" = NOASSERTION ]; then supplier=NOASSERTION; fi
     packages+=",
     {\"name\": \"$1\", \"SPDXID\": \"SPDXRef-$1\", \"versionInfo\": \"$found\", \"downloadLocation\": \"NOASSERTION\",
      \"filesAnalyzed\": false, \"licenseConcluded\": \"$3\", \"licenseDeclared\": \"$3\", \"copyrightText\": \"NOASSERTION\",
-     \"supplier\": \"Organization: Debian\", \"comment\": \"of the package $2\"}"
+     \"supplier\": \"$supplier\", \"comment\": \"of the package $2\"}"
     relations+=",
     {\"spdxElementId\": \"SPDXRef-$name\", \"relationshipType\": \"$4\", \"relatedSpdxElement\": \"SPDXRef-$1\"}"
 }
 
 component barcode barcode GPL-3.0-or-later STATIC_LINK
 component libstdcxx "$runtime" "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK
+component libgcc "${runtime/libstdc++6/libgcc-s1}" "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK
 component cli11 libcli11-dev BSD-3-Clause CONTAINS
 component nlohmann-json nlohmann-json3-dev MIT CONTAINS
+
+# Another document for other versions of the components.
+contents=$(sha256sum <<<"$packages" | cut -c 1-16)
 
 cat <<JSON
 {
@@ -43,7 +49,7 @@ cat <<JSON
   "dataLicense": "CC0-1.0",
   "SPDXID": "SPDXRef-DOCUMENT",
   "name": "$name-$version",
-  "documentNamespace": "https://voltis.example/spdx/$name-$version",
+  "documentNamespace": "https://voltis.example/spdx/$name-$version-$contents",
   "creationInfo": {"created": "$created", "creators": ["Organization: VOLTIS developers"]},
   "packages": [
     {"name": "$name", "SPDXID": "SPDXRef-$name", "versionInfo": "$version", "downloadLocation": "NOASSERTION",
