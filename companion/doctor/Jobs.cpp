@@ -187,8 +187,8 @@ std::string OwnJournal(const Machine& machine) {
 // An account without a home can use the machine's journal at least.
 std::string RemedyForFolder(const Machine& machine, const std::string& path) {
     const std::string folder = path == OwnJournal(machine) ? journal::siteFolder : FolderOf(path);
-    return machine.FactsOf(folder) ? ToGroup("2775", folder)
-                                   : "As root, `install -d -m 2775 -g dialout " + Private(folder) +
+    return machine.FactsOf(folder) ? ToGroup("2770", folder)
+                                   : "As root, `install -d -m 2770 -g dialout " + Private(folder) +
                                          "`; the account must be in the group dialout.";
 }
 
@@ -224,7 +224,7 @@ void CheckRuns(const Machine& machine, const std::string& path, Findings& findin
                         "the account " + Quoted(machine.account.name) +
                             " may not write into the folder of the runs, " + Quoted(folder) +
                             ": `voltisctl run` ends before it prints",
-                        ToGroup("2775", folder)});
+                        ToGroup("2770", folder)});
 }
 
 // Only what keeps the machine's journal from the account; a machine without one has no such folder.

@@ -68,20 +68,21 @@ std::int64_t Number(const Database& database, const char* sql) {
     return statement.Step() ? statement.Integer(0) : 0;
 }
 
-[[noreturn]] void Refuse(const Database& database, const std::string& reason) {
-    throw JournalError("cannot use the journal '" + database.Path() + "' - " + reason);
+[[noreturn]] void Refuse(const std::string& path, const std::string& reason) {
+    throw JournalError("cannot use the journal '" + path + "' - " + reason);
 }
 
 // 0 for a database with nothing in it.
 std::int64_t VersionOf(const Database& database) {
     if (Number(database, "SELECT count(*) FROM sqlite_schema") == 0) return 0;
     if (Number(database, "PRAGMA application_id") != applicationId) {
-        Refuse(database, "it is a database of something else; name another with --journal");
+        Refuse(database.Path(), "it is a database of something else; name another with --journal");
     }
     const std::int64_t version = Number(database, "PRAGMA user_version");
     if (version > schemaVersion) {
-        Refuse(database, "it has version " + std::to_string(version) + ", and this program knows " +
-                             std::to_string(schemaVersion) + "; use the program that made it");
+        Refuse(database.Path(), "it has version " + std::to_string(version) +
+                                    ", and this program knows " + std::to_string(schemaVersion) +
+                                    "; use the program that made it");
     }
     return version;
 }
@@ -103,7 +104,7 @@ void UseWal(const Database& database) {
         if (TryWal(database)) return;
         std::this_thread::sleep_for(step);
     }
-    Refuse(database, "another process keeps it locked, or its file system cannot share it");
+    Refuse(database.Path(), "another process keeps it locked, or its file system cannot share it");
 }
 
 void MakeTables(const Database& database) {
@@ -122,7 +123,7 @@ const std::string jobColumns =
 
 State StateIn(const Database& database, const std::string& word) {
     const std::optional<State> state = StateOf(word);
-    if (!state) Refuse(database, "a job has the unknown state '" + word + "'");
+    if (!state) Refuse(database.Path(), "a job has the unknown state '" + word + "'");
     return *state;
 }
 
@@ -199,8 +200,7 @@ const std::string& NeedFile(const std::string& path) {
     const auto status = std::filesystem::status(path, error);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
         !std::filesystem::is_directory(status)) {
-        throw JournalError("cannot use the journal '" + path +
-                           "' - it is no regular file; name another with --journal");
+        Refuse(path, "it is no regular file; name another with --journal");
     }
     return path;
 }

@@ -680,11 +680,11 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
                             "'pos' may not make it: `voltisctl run` refuses jobs with an ID "
                             "[journal-rights]"));
     EXPECT_EQ(FirstRemedy(rights()),
-              "As root, `install -d -m 2775 -g dialout /j`; the account must be in the group "
+              "As root, `install -d -m 2770 -g dialout /j`; the account must be in the group "
               "dialout.");
     machine.account.home = "/nonexistent";
     EXPECT_EQ(FirstRemedy(doctor::CheckJournalRights(machine, doctor::JournalOf(machine))),
-              "As root, `install -d -m 2775 -g dialout /var/lib/voltis`; the account must be in "
+              "As root, `install -d -m 2770 -g dialout /var/lib/voltis`; the account must be in "
               "the group dialout.");
     Folder("/j");
     EXPECT_THAT(Said(rights()),
@@ -692,7 +692,7 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
                             "journal, '/j': `voltisctl run` refuses jobs with an ID "
                             "[journal-rights]"));
     EXPECT_EQ(FirstRemedy(rights()),
-              "As root, `chgrp dialout /j` and `chmod 2775 /j`; the account must be in the group "
+              "As root, `chgrp dialout /j` and `chmod 2770 /j`; the account must be in the group "
               "dialout.");
     known["/j"] = {S_IFDIR | 02775, 0, dialout, 0};
     EXPECT_THAT(rights(), IsEmpty());
@@ -712,7 +712,7 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
                 ElementsAre("error: the account 'pos' may not write into the folder of the runs, "
                             "'/j/runs': `voltisctl run` ends before it prints [runs-rights]"));
     EXPECT_EQ(FirstRemedy(rights()),
-              "As root, `chgrp dialout /j/runs` and `chmod 2775 /j/runs`; the account must be in "
+              "As root, `chgrp dialout /j/runs` and `chmod 2770 /j/runs`; the account must be in "
               "the group dialout.");
     known["/j"] = {S_IFDIR | 0700, 0, 0, 0};
     EXPECT_THAT(Said(rights()), ElementsAre(HasSubstr("[path-closed]")));
