@@ -299,7 +299,7 @@ void JsonReader::AllowOnly(const JsonValue& object,
 std::int64_t JsonReader::Integer(const JsonValue& value, std::int64_t low,
                                  std::int64_t high) const {
     std::int64_t number = 0;
-    const std::string_view digits = WithoutLastZeros(value.text);
+    const std::string digits(WithoutLastZeros(value.text));
     const char* const end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, number);
     if (value.kind != Kind::Number || error != std::errc() || stop != end || number < low ||

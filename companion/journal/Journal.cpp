@@ -195,14 +195,18 @@ void WriteEnd(const Database& database, std::int64_t number, const Ended& ended)
 
 // SQLite waits for ever for the bytes of a pipe, and takes /dev/null for a journal without jobs. Of
 // a folder it tells itself.
-const std::string& NeedFile(const std::string& path) {
+void NeedFile(const std::string& path) {
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
         !std::filesystem::is_directory(status)) {
         Refuse(path, "it is no regular file; name another with --journal");
     }
-    return path;
+}
+
+std::string MadeIfMayBe(const std::string& path) {
+    NeedFile(path);
+    return MadeFile(path);
 }
 
 }  // namespace
@@ -243,7 +247,7 @@ std::string TimeText(Clock::time_point time) {
 }
 
 Journal::Journal(const std::string& path, const char* vfs)
-    : database_(vfs == nullptr ? MadeFile(NeedFile(path)) : path, vfs) {
+    : database_(vfs == nullptr ? MadeIfMayBe(path) : path, vfs) {
     Prepare();
 }
 
