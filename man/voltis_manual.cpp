@@ -31,7 +31,8 @@ std::string DateOf(std::time_t seconds) {
 
 manual::Edition ThisEdition() {
     const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
-    return {VOLTIS_VERSION, DateOf(std::stoll(epoch == nullptr ? VOLTIS_VERSION_EPOCH : epoch))};
+    const long long seconds = std::stoll(epoch == nullptr ? VOLTIS_VERSION_EPOCH : epoch);
+    return {VOLTIS_VERSION, DateOf(static_cast<std::time_t>(seconds))};
 }
 
 std::string ReadAll(const fs::path& file) {
