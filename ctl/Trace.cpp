@@ -151,17 +151,8 @@ LogSource::IfMissing IfMissing(const TraceOptions& options, const ChosenLog& log
 
 int RunsIn(const std::string& path, LogSource::IfMissing ifMissing, bool grows) {
     if (IsStream(path)) throw UsageError("--run last needs a log that can be read twice");
-    std::string nothing;
-    trace::TextView blind(nothing, false);
-    trace::Question question;
-    question.last = 0;
-    trace::Tracer tracer(question, blind);
-    trace::Lines lines(tracer);
     LogSource source(path, ifMissing);
-    for (std::string_view bytes = source.Next(); !bytes.empty(); bytes = source.Next())
-        lines.Take(bytes);
-    if (!grows) lines.Finish();
-    return tracer.Runs();
+    return trace::CountRuns([&] { return source.Next(); }, grows);
 }
 
 int NumberOfRun(const std::string& word) {

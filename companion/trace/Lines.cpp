@@ -3,6 +3,8 @@
 
 #include "companion/trace/Lines.h"
 
+#include "companion/trace/TextView.h"
+
 namespace trace {
 
 namespace {
@@ -96,6 +98,18 @@ void Lines::GoOnAt(std::int64_t at) {
 void Lines::Forget() {
     begun_.clear();
     tooLong_ = false;
+}
+
+int CountRuns(const std::function<std::string_view()>& next, bool grows) {
+    std::string nothing;
+    TextView blind(nothing, false);
+    Question question;
+    question.last = 0;
+    Tracer tracer(question, blind);
+    Lines lines(tracer);
+    for (std::string_view bytes = next(); !bytes.empty(); bytes = next()) lines.Take(bytes);
+    if (!grows) lines.Finish();
+    return tracer.Runs();
 }
 
 }  // namespace trace

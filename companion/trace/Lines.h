@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,5 +58,9 @@ class Lines {
     std::optional<std::int64_t> blankAt_;  // where the line before it does, when it is empty
     std::deque<Landmark> begins_;
 };
+
+/// How many runs of a log are shown, which next returns piece by piece, and empty at its end. A log
+/// that grows may end within a line of which the rest will come.
+int CountRuns(const std::function<std::string_view()>& next, bool grows = false);
 
 }  // namespace trace

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ECR.h"
@@ -367,15 +369,8 @@ std::string WithLastStartReplaced(std::string log, const std::string& text) {
 }
 
 int RunsIn(const std::string& log) {
-    std::string nothing;
-    trace::TextView blind(nothing, false);
-    trace::Question question;
-    question.last = 0;
-    trace::Tracer tracer(question, blind);
-    trace::Lines lines(tracer);
-    lines.Take(log);
-    lines.Finish();
-    return tracer.Runs();
+    std::string_view rest = log;
+    return trace::CountRuns([&] { return std::exchange(rest, {}); });
 }
 
 }  // namespace
