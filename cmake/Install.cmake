@@ -35,11 +35,12 @@ install(DIRECTORY docs examples contrib DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_
 
 # What of other projects is in the programs.
 set(sbom ${CMAKE_BINARY_DIR}/voltis.spdx.json)
-add_custom_command(OUTPUT ${sbom}
-    COMMAND ${CMAKE_SOURCE_DIR}/scripts/lib/sbom.sh voltis ${PROJECT_VERSION} ${CMAKE_CXX_COMPILER} > ${sbom}.new
-    COMMAND ${CMAKE_COMMAND} -E rename ${sbom}.new ${sbom}
-    DEPENDS ${CMAKE_SOURCE_DIR}/scripts/lib/sbom.sh)
-add_custom_target(voltis_sbom ALL DEPENDS ${sbom})
+# At every build, for the versions of the packages are in it.
+add_custom_target(voltis_sbom ALL
+    COMMAND ${CMAKE_SOURCE_DIR}/scripts/lib/sbom.sh voltis ${PROJECT_VERSION} ${VOLTIS_VERSION_EPOCH}
+        ${CMAKE_CXX_COMPILER} > ${sbom}.new
+    COMMAND ${CMAKE_COMMAND} -E copy_if_different ${sbom}.new ${sbom}
+    BYPRODUCTS ${sbom})
 install(FILES ${sbom} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 if(VOLTIS_TOOLS)

@@ -2,22 +2,26 @@
 # SPDX-FileCopyrightText: VOLTIS developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# sbom.sh NAME VERSION COMPILER: writes, as an SPDX 2.3 document, what of other projects is in the two
+# sbom.sh NAME VERSION DATE COMPILER: writes, as an SPDX 2.3 document, what of other projects is in the two
 # programs themselves: linked statically, or compiled in from headers. The versions are those of the
-# installed Debian packages, NOASSERTION where there are none. The same packages make the same bytes.
+# installed Debian packages, NOASSERTION where there are none. DATE is in seconds; SOURCE_DATE_EPOCH
+# overrides it. The same packages make the same bytes.
 set -euo pipefail
 
-name=$1 version=$2 compiler=$3
-created=$(date --utc --date="@${SOURCE_DATE_EPOCH:-0}" +%Y-%m-%dT%H:%M:%SZ)
+name=$1 version=$2 compiler=$4
+created=$(date --utc --date="@${SOURCE_DATE_EPOCH:-$3}" +%Y-%m-%dT%H:%M:%SZ)
 
 # source_version PACKAGE
 source_version() {
     dpkg-query -W -f '${source:Version}' "$1" 2>/dev/null || printf NOASSERTION
 }
 
-# The package of the compiler's own C++ library.
-runtime=libstdc++-$("$compiler" -dumpversion | cut -d. -f1)-dev
-if ! "$compiler" --version | grep -q 'Free Software Foundation'; then runtime=libstdc++6; fi
+# package_of FILE: the package of a file that the compiler links.
+package_of() {
+    local file
+    file=$(realpath "$("$compiler" -print-file-name="$1")")
+    { dpkg-query -S "$file" 2>/dev/null || echo "$1"; } | sed 's/:.*//'
+}
 
 packages='' relations=''
 # component NAME PACKAGE LICENCE RELATION
@@ -35,8 +39,10 @@ component() {
 }
 
 component barcode barcode GPL-3.0-or-later STATIC_LINK
-component libstdcxx "$runtime" "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK
-component libgcc "${runtime/libstdc++6/libgcc-s1}" "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK
+component libstdcxx "$(package_of libstdc++.a)" "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK
+component libgcc "$(package_of libgcc.a)" "GPL-3.0-or-later WITH GCC-exception-3.1" STATIC_LINK
+# What the C library has in every program: the code that calls main().
+component libc-start "$(package_of Scrt1.o)" LGPL-2.1-or-later STATIC_LINK
 component cli11 libcli11-dev BSD-3-Clause CONTAINS
 component nlohmann-json nlohmann-json3-dev MIT CONTAINS
 
