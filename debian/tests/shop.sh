@@ -1,48 +1,81 @@
 # SPDX-FileCopyrightText: VOLTIS developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# A user, a register of its own at the end of a pseudo terminal, and sales; sourced by the tests.
+# A shop as the package makes it: its configuration, its folders for logs and journal, an ordinary user in
+# the group dialout, and a register at the end of a pseudo terminal. Sourced by the tests; what was in these
+# folders before is there again afterwards.
 # shellcheck shell=bash
 
 shop=$(mktemp -d)
 user=voltis-test-$$
+folders=(/etc/voltis /var/log/voltis /var/lib/voltis)
 register=
-
-close_shop() {
-    if [ -n "$register" ]; then kill "$register"; fi
-    userdel --force --remove "$user" 2>/dev/null || true
-    rm -rf "$shop"
-}
+old=  # the version before the test, once it is packed
 
 fail() {
     echo "FAILED: $*" >&2
     exit 1
 }
 
+close_shop() {
+    if [ -n "$register" ]; then kill "$register"; fi
+    # A test that failed between two versions.
+    if [ -n "$old" ] && [ "$(version)" != "$old" ]; then
+        dpkg --force-confold -i "$shop/old.deb" </dev/null || true
+    fi
+    local folder
+    for folder in "${folders[@]}"; do
+        find "$folder" -mindepth 1 -delete
+        cp -a "$shop/before$folder/." "$folder/"
+    done
+    userdel --force --remove "$user" 2>/dev/null || true
+    rm -rf "$shop"
+}
+
 open_shop() {
+    chmod 755 "$shop"
+    local folder
+    for folder in "${folders[@]}"; do
+        mkdir -p "$shop/before$folder"
+        cp -a "$folder/." "$shop/before$folder/"
+    done
     trap close_shop EXIT
-    useradd --create-home "$user"
-    cp /usr/share/doc/voltis/examples/first-receipt.txt "$shop/sale.txt"
-    printf '[VOLTIS]\nDevice=%s\n' "$shop/line" >"$shop/voltis.ini"
-    mkdir "$shop/locks" "$shop/logs"
-    chown -R "$user" "$shop"
-    as_user voltisctl emulate --strict --link "$shop/line" </dev/null >"$shop/tape" 2>"$shop/complaints" &
+    useradd --create-home --groups dialout "$user"
+    cp /usr/share/doc/voltis/examples/first-receipt.txt "/home/$user/sale.txt"
+    chown "$user" "/home/$user/sale.txt"
+    voltisctl emulate --strict --link "$shop/line" </dev/null >"$shop/tape" 2>"$shop/complaints" &
     register=$!
     for _ in $(seq 100); do
-        if [ -L "$shop/line" ]; then return; fi
+        if [ -L "$shop/line" ]; then break; fi
         sleep 0.1
     done
-    fail "no register: $(cat "$shop/complaints")"
+    [ -L "$shop/line" ] || fail "no register: $(cat "$shop/complaints")"
+    # What udev gives a port.
+    chgrp dialout "$shop/line"
+    chmod 660 "$shop/line"
+}
+
+# set_key KEY VALUE: as an administrator edits the package's configuration.
+set_key() {
+    sed -i "s|^$1=.*|$1=$2|" /etc/voltis/voltis.ini
+    ini_has "$1=$2"
+}
+
+ini_has() {
+    grep -qxF "$1" /etc/voltis/voltis.ini || fail "/etc/voltis/voltis.ini has no line $1"
+}
+
+version() {
+    dpkg-query -W -f '${Version}' voltis
 }
 
 as_user() {
-    runuser -u "$user" -- env -C "$shop" HOME="/home/$user" PATH=/usr/bin:/bin "$@"
+    runuser -u "$user" -- env -C "/home/$user" HOME="/home/$user" PATH=/usr/bin:/bin "$@"
 }
 
-# sell JOB
+# sell NUMBER: the same number is the same job, which nobody else has.
 sell() {
-    as_user voltisctl run --config "$shop" --locks "$shop/locks" --logs "$shop/logs" \
-        --journal "$shop/journal.db" --job "$1" sale.txt || fail "job $1 ended with $?"
+    as_user voltisctl run --job "$user-$1" sale.txt || fail "job $1 ended with $?"
 }
 
 # tape_has NUMBER
@@ -50,4 +83,14 @@ tape_has() {
     local receipts
     receipts=$(grep -c '^RECEIPT ' "$shop/tape" || true)
     [ "$receipts" -eq "$1" ] || fail "$receipts receipts instead of $1: $(cat "$shop/tape" "$shop/complaints")"
+}
+
+# journal_knows NUMBER...: jobs of this shop, printed.
+journal_knows() {
+    local number jobs
+    [ -s /var/lib/voltis/journal.db ] || fail "no journal in /var/lib/voltis"
+    jobs=$(as_user voltisctl jobs)
+    for number in "$@"; do
+        grep -E "$user-$number\b.*printed" <<<"$jobs" >/dev/null || fail "job $number is not in the journal: $jobs"
+    done
 }

@@ -1,0 +1,43 @@
+#!/bin/bash
+# SPDX-FileCopyrightText: VOLTIS developers
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
+# autopkgtest.sh FOLDER: runs debian/tests with the package in this folder by autopkgtest, on the system as
+# it is, and sees that they leave it as it was. As root in a bare Debian root (scripts/bare).
+set -euo pipefail
+
+tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$tree/scripts/lib/install.sh"
+package=$(realpath "$1"/voltis_*.deb)
+if [ "$(id -u)" -ne 0 ] || [ -e /etc/voltis ] || package_installed voltis; then
+    echo "autopkgtest.sh: only as root in a bare root of its own" >&2
+    exit 2
+fi
+
+need_packages autopkgtest acl
+apt-get -q -y install "$package" >/dev/null
+# What a shop has there already.
+printf '[VOLTIS]\nDevice=/dev/ttyS7\n' >/etc/voltis/registers/bar.ini
+echo "a run of last week" >/var/log/voltis/voltis.log
+mkdir -m 2770 /var/lib/voltis/runs
+
+# Everything of the shop that a test could change.
+state() {
+    dpkg-query -W -f '${Version} ${Status} ${Conffiles}\n' voltis
+    getfacl -R -p /etc/voltis /var/log/voltis /var/lib/voltis
+    find /etc/voltis /var/log/voltis /var/lib/voltis -type f -exec md5sum {} + | sort
+    getent passwd
+}
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+state >"$work/before"
+autopkgtest --no-built-binaries --output-dir="$work/out" "$package" "$tree" -- null || {
+    code=$?
+    echo "autopkgtest: exit status $code"
+    exit "$code"
+}
+passed=$(grep -cE '^(sale|upgrade) +PASS' "$work/out/summary" || true)
+state | diff "$work/before" - || { echo "the tests have not left the system as it was" >&2; exit 1; }
+[ "$passed" -eq "$(grep -c ^Tests: "$tree/debian/tests/control")" ] || { cat "$work/out/summary"; exit 1; }
+echo "autopkgtest of the package: $passed tests passed, and the system is as it was"
