@@ -9,6 +9,7 @@ set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 package=$(realpath "$1"/voltis_*.deb)
+pages=$(realpath "$here/../..")
 examples=/usr/share/doc/voltis/examples
 export DEBIAN_FRONTEND=noninteractive
 
@@ -21,16 +22,20 @@ chmod 755 "$work"
 register=
 trap '[ -z "$register" ] || kill "$register"' EXIT
 
+# shellcheck source=tests/install/page.sh
+. "$here/page.sh"
 # shellcheck source=tests/install/steps.sh
 . "$here/steps.sh"
 
 install_package
 a_first_receipt
+the_driver_alone
 a_job_is_printed_once
 a_second_user
 a_log_first_written_by_root
 logs_rotated_in_a_run
 the_doctor_finds_nothing
+connecting_as_the_page_says
 what_is_installed
 system_calls
 an_upgrade_over_an_edited_configuration

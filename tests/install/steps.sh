@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
 # The steps of shop.sh, in their order; each leaves the shop as the next one finds it.
-# shellcheck shell=bash disable=SC2154  # $package, $work, $examples are of shop.sh
+# shellcheck shell=bash disable=SC2154  # $package, $work, $examples, $pages are of shop.sh
 
 checks=0
 begin=$SECONDS
@@ -107,34 +107,58 @@ set_key() {
     sed -i "s/^$1=.*/$1=$2/" /etc/voltis/voltis.ini
 }
 
+# types_as USER FOLDER COMMANDS: lines of a page, in a shell of this user, which ends with the first that
+# fails. Whoever types them says yes to apt. What they say is in $work/said.
+types_as() {
+    printf '%s\n' "$3" | sed 's/^/$ /'
+    runuser -u "$1" -- env -C "$2" HOME="$(getent passwd "$1" | cut -d: -f6)" PATH="$PATH" \
+        bash -euc "$3" >"$work/said" 2>&1 <<<y && return
+    cat "$work/said"
+    return 1
+}
+
+# The first line of README builds the package, which is there already; the others are typed as they are.
 install_package() {
-    step "installing"
+    step "installing, as README says"
     own_devices
+    useradd --create-home pos
+    mkdir "$work/build"
+    ln -s "$(dirname "$package")" "$work/build/packages"
+    local lines
+    lines=$(commands_of "$pages/README.md" "## Installing" 1)
+    check "README begins with building the package" test "$(head -n 1 <<<"$lines")" = "scripts/package build/packages"
     apt-get -q update >/dev/null
-    local before=$SECONDS
-    check "apt installs the package and what it needs" apt_quiet install "$package"
-    new_user anna dialout
+    first_minute=$SECONDS
+    check "the package is installed by the lines after that" types_as root "$work" "$(tail -n +2 <<<"$lines")"
     check "the register is connected" connect_register
-    first_minute=$before
 }
 
 a_first_receipt() {
-    step "a new user's first receipt"
-    check "the driver ends with 0" ends_with 0 as anna voltis first-receipt.txt
+    step "a new user's first receipt, as README says"
+    check "README's lines print" types_as pos /home/pos "$(commands_of "$pages/README.md" "## Installing" 2)"
     check "one receipt is on the tape" receipts_are 1
     echo "from apt install to the receipt: $((SECONDS - first_minute)) s"
+    check "the lines that try without a register work" types_as pos /home/pos "$(commands_of "$pages/docs/setup.md" "## Installing" 3)"
+    check "and print nothing" receipts_are 1
+}
+
+the_driver_alone() {
+    step "the driver alone"
+    new_user anna dialout
+    check "the driver ends with 0" ends_with 0 as anna voltis first-receipt.txt
+    check "two receipts are on the tape" receipts_are 2
     check "the standard log has the run" grep -q 'Command line : "voltis" first-receipt.txt' /var/log/voltis/voltis.log
     new_user guest users
     check "somebody outside the group is refused" ends_with 2 as guest voltis first-receipt.txt
-    check "and nothing is printed" receipts_are 1
+    check "and nothing is printed" receipts_are 2
 }
 
 a_job_is_printed_once() {
     step "voltisctl run"
-    check "a job is printed" ends_with 0 as anna voltisctl run --job 1 first-receipt.txt
-    check "two receipts are on the tape" receipts_are 2
-    check "the same job again is answered" ends_with 0 as anna voltisctl run --job 1 first-receipt.txt
-    check "and not printed" receipts_are 2
+    check "a job is printed" ends_with 0 as anna voltisctl run --job 2 first-receipt.txt
+    check "three receipts are on the tape" receipts_are 3
+    check "the same job again is answered" ends_with 0 as anna voltisctl run --job 2 first-receipt.txt
+    check "and not printed" receipts_are 3
     check "the journal is the shop's" test -f /var/lib/voltis/journal.db
     check "which others cannot read" not runuser -u guest -- test -r /var/lib/voltis/journal.db
     local readable
@@ -147,13 +171,13 @@ a_second_user() {
     step "a second user"
     new_user bert dialout
     check "the driver ends with 0" ends_with 0 as bert voltis first-receipt.txt
-    check "three receipts are on the tape" receipts_are 3
-    check "anna's job is not printed again" ends_with 0 as bert voltisctl run --job 1 first-receipt.txt
-    check "three receipts are on the tape still" receipts_are 3
-    check "a job of his own is" ends_with 0 as bert voltisctl run --job 2 first-receipt.txt
     check "four receipts are on the tape" receipts_are 4
-    check "anna sees both jobs" ends_with 0 as anna voltisctl jobs
-    check "(two of them)" test "$(grep -c printed "$work/said")" -eq 2
+    check "anna's job is not printed again" ends_with 0 as bert voltisctl run --job 2 first-receipt.txt
+    check "four receipts are on the tape still" receipts_are 4
+    check "a job of his own is" ends_with 0 as bert voltisctl run --job 3 first-receipt.txt
+    check "five receipts are on the tape" receipts_are 5
+    check "anna sees all jobs" ends_with 0 as anna voltisctl jobs
+    check "(three of them)" test "$(grep -c printed "$work/said")" -eq 3
 }
 
 # Whoever makes a log has a umask; the folder's default ACL is stronger.
@@ -164,7 +188,7 @@ a_log_first_written_by_root() {
     check "root has the log" test "$(stat -c %U /var/log/voltis/voltis.log)" = root
     check "anna prints after it" ends_with 0 as anna voltis first-receipt.txt
     check "and has a job" ends_with 0 as anna voltisctl run --job 4 first-receipt.txt
-    check "seven receipts are on the tape" receipts_are 7
+    check "eight receipts are on the tape" receipts_are 8
 }
 
 # slow_run CONFIGURATION: a sale with the logs rotated in its middle.
@@ -218,6 +242,28 @@ the_doctor_finds_nothing() {
     check "anna's machine is well" ends_with 0 as anna voltisctl doctor --ask
     cat "$work/said"
     check "the guest's is not" ends_with 1 as guest voltisctl doctor
+}
+
+# A page's list has its commands a little further in.
+connecting_block() {
+    commands_of "$pages/docs/setup.md" "## Connecting a register" "$1" | sed 's/^ *//'
+}
+
+connecting_as_the_page_says() {
+    step "connecting a register, as docs/setup.md says"
+    local line shown
+    while read -r line; do
+        set_key "${line%%=*}" "${line#*=}"
+        check "the configuration has $line" grep -qx "$line" /etc/voltis/voltis.ini
+    done < <(connecting_block 1)
+    check "the lines of the page end with 0" types_as pos /home/pos "$(connecting_block 2)"
+    cat "$work/said"
+    check "the driver and the register understand each other" grep -qx 'exit code 0' "$work/said"
+    check "as the result file says" grep -q '^Message=OK' "$work/said"
+    shown=$(connecting_block 3)
+    check "voltisctl status says so, too" ends_with 0 as pos bash -c "$(sed -n 's/^\$ //p' <<<"$shown")"
+    check "in the words of the page" diff <(sed '/^\$/d; s/[0-9]*$//' <<<"$shown") <(sed 's/[0-9]*$//' "$work/said")
+    set_key DbgErrorLog 0
 }
 
 what_is_installed() {
