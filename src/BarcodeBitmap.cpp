@@ -6,6 +6,7 @@
 #include <barcode.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,8 +36,15 @@ constexpr SymbologyRow symbologies[] = {
 // Everything below up to EncodeGuarded keeps the data of a command file away from that. Data that
 // would break it is refused; valid data whose only fault is the library's short buffer is encoded.
 
+/// As on ARM. The library takes a high byte for another character there than elsewhere.
+constexpr bool charIsUnsigned = CHAR_MIN == 0;
+
 bool IsHigh(char c) {
     return static_cast<BYTE>(c) >= 0x80;
+}
+
+bool HasHigh(const std::string& data) {
+    return std::any_of(data.begin(), data.end(), IsHigh);
 }
 
 bool IsControl(char c) {
@@ -55,7 +63,7 @@ std::size_t LongestText(const std::string& data, int code) {
     switch (code) {
         case BARCODE_ANY:
             // High bytes lead it to code 128, control characters to code 39 with two for each.
-            if (std::any_of(data.begin(), data.end(), IsHigh)) return longestCode128;
+            if (HasHigh(data)) return longestCode128;
             return std::any_of(data.begin(), data.end(), IsControl) ? longestCode39 / 2
                                                                     : longestCode39;
         case BARCODE_128:
@@ -69,14 +77,16 @@ std::size_t LongestText(const std::string& data, int code) {
     }
 }
 
-/// Would the library leave its tables or buffers, whatever room it gets?
+/// Would the library leave its tables or buffers, whatever room it gets, or draw bars that depend
+/// on the machine?
 bool CannotBeEncoded(const std::string& data, int code) {
     if (data.length() > LongestText(data, code)) return true;
+    if (charIsUnsigned && HasHigh(data)) return true;
     switch (code) {
         case BARCODE_128:
             return data.find('\x80') != std::string::npos;
         case BARCODE_93:
-            return std::any_of(data.begin(), data.end(), IsHigh);
+            return HasHigh(data);
         case BARCODE_ANY:
             return std::any_of(data.begin(), data.end(), [&](char c) {
                 return IsHigh(c) && (data.length() == 1 || !IsHighButHarmless(c));

@@ -101,11 +101,13 @@ class Inputs {
 
 // ---- What should come out ----------------------------------------------------------------------
 
-bool WouldIndexOutside(const Input& input) {
+/// Of the library's tables, or differ by the machine.
+bool WouldGoAstray(const Input& input) {
     const auto has = [&](auto wanted) {
         return std::any_of(input.data.begin(), input.data.end(),
                            [&](char c) { return wanted(static_cast<BYTE>(c)); });
     };
+    if (charIsUnsigned) return has([](BYTE b) { return b >= 0x80; });
     if (input.code == code128) return has([](BYTE b) { return b == 0x80; });
     if (input.code == code93) return has([](BYTE b) { return b >= 0x80; });
     if (input.code != any) return false;
@@ -164,7 +166,7 @@ std::string Spread(const std::string& text, std::size_t printer, std::size_t fir
 
 Outcome Expected(const Input& input) {
     const std::string badFormat = "Bad barcode format: " + input.data;
-    if (WouldIndexOutside(input)) return Refusal(badFormat);
+    if (WouldGoAstray(input)) return Refusal(badFormat);
     const std::optional<Encoded> encoded = Encode(input);
     if (!encoded) return Refusal(badFormat);
     const std::size_t width = 12 * input.printer;

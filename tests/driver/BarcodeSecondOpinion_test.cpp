@@ -11,6 +11,7 @@
 #include "BarcodeBitmap.h"
 #include "Globals.h"
 #include "emulator/BarcodeReader.h"
+#include "tests/support/BarcodeReading.h"
 #include "tests/support/Failure.h"
 
 namespace {
@@ -80,6 +81,24 @@ TEST(BarcodeOnPaper, IsReadByTheRegisterAsTheLineUnderIt) {
                 << type.name << " '" << data << "' on " << printer;
         }
         EXPECT_GT(drawn, 100) << type.name;
+    }
+}
+
+TEST(BarcodeOnPaper, SaysOtherCharactersForTheShiftBytesOfCode128) {
+    const Type* const code128 = &types[5];
+    for (const std::string frame : {"A?B", "?12", "12345?6", "a?b", "\t?"}) {
+        for (int i = 0; i < 4; ++i) {
+            std::string data = frame;
+            std::replace(data.begin(), data.end(), '?', static_cast<char>(0xC1 + i));
+            auto lines = Draw(data, *code128, 36);
+            ASSERT_EQ(lines.has_value(), !charIsUnsigned) << frame << i;
+            if (charIsUnsigned) continue;
+            EXPECT_FALSE(emulator::BarsCarry(lines->raster, lines->text)) << frame << i;
+            std::replace(lines->text.begin(), lines->text.end(),
+                         static_cast<std::uint8_t>(0xC1 + i),
+                         static_cast<std::uint8_t>("!\"#$"[i]));
+            EXPECT_TRUE(emulator::BarsCarry(lines->raster, lines->text)) << frame << i;
+        }
     }
 }
 

@@ -5,9 +5,13 @@
 // per dot, '#' where a bar is burnt.
 #pragma once
 
+#include <climits>
 #include <string>
 
 #include "Buf.h"
+
+/// As on ARM. There the driver refuses every byte above 7Fh, for the library draws other bars.
+constexpr bool charIsUnsigned = CHAR_MIN == 0;
 
 /// The library's description of the bars, module by module, the first space included.
 std::string Modules(const std::string& partial);
