@@ -6,6 +6,7 @@
 # DESTDIR goes before them as before all others.
 include(GNUInstallDirs)
 set(VOLTIS_TMPFILESDIR lib/tmpfiles.d CACHE STRING "Where systemd-tmpfiles looks")
+set(VOLTIS_SYSUSERSDIR lib/sysusers.d CACHE STRING "Where systemd-sysusers looks")
 set(VOLTIS_BASHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/bash-completion/completions CACHE STRING "Where bash looks")
 set(VOLTIS_ZSHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks")
 
@@ -24,6 +25,11 @@ install(CODE "file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/voltis.ini \"\${
 install(DIRECTORY DESTINATION /etc/voltis/registers)
 install(FILES config/logrotate DESTINATION /etc/logrotate.d RENAME voltis)
 install(FILES config/tmpfiles.conf DESTINATION ${VOLTIS_TMPFILESDIR} RENAME voltis.conf)
+# Debian has the group in every system.
+option(VOLTIS_INSTALL_SYSUSERS "Install what makes the group dialout where there is none" ON)
+if(VOLTIS_INSTALL_SYSUSERS)
+    install(FILES config/sysusers.conf DESTINATION ${VOLTIS_SYSUSERSDIR} RENAME voltis.conf)
+endif()
 install(FILES README.md CHANGELOG.md SECURITY.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 # A distribution has the common licences in one place.
 option(VOLTIS_INSTALL_LICENCES "Install the texts of the licences" ON)
