@@ -60,9 +60,11 @@ std::string Boot() {
 constexpr char noteName[] = "/start";
 constexpr char firstMark[] = "first\n";
 
-// A log that was not synced may have lost any of its lines when the machine went down.
-End EndAccordingTo(const std::string& note) {
-    return note.starts_with(Boot()) ? End::Killed : End::Lost;
+// A log that was not synced may have lost any of its lines when the machine went down. In the
+// site's log, which is rotated, a run without lines may have had some.
+End EndAccordingTo(const std::string& note, const std::string& log, const std::string& folder) {
+    const bool rotated = log.empty() && runner::WasInPlace(folder);
+    return note.starts_with(Boot()) && !rotated ? End::Killed : End::Lost;
 }
 
 verdict::Remains RemainsAccordingTo(const std::string& note) {
@@ -230,7 +232,8 @@ Outcome Attempt::Recover(const Errand& errand) {
     runner::WriteFile(errand.folder + "/command", errand.content);  // it may not have come as far
     const std::vector<plan::Command> plan = PlanOf(errand, log);
     const std::string note = runner::ReadFileIfAny(errand.folder + noteName);
-    Account account = Follow(profile_, plan, RemainsAccordingTo(note), log, EndAccordingTo(note));
+    Account account = Follow(profile_, plan, RemainsAccordingTo(note), log,
+                             EndAccordingTo(note, log, errand.folder));
     account.OperatorMayHaveActed();
     Clarify(account, errand.folder + "/recovery");
     constexpr int killed = 137;  // as a shell has it

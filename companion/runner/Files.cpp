@@ -48,8 +48,11 @@ void WriteFile(const std::string& path, const std::string& bytes) {
 }
 
 std::string ReadFileIfAny(const std::string& path) {
-    std::error_code ignored;
-    return std::filesystem::is_regular_file(path, ignored) ? ReadFile(path) : "";
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    errno = error.value();
+    if (!std::filesystem::status_known(status)) FailOn("read", path);
+    return std::filesystem::is_regular_file(status) ? ReadFile(path) : "";
 }
 
 }  // namespace runner

@@ -13,7 +13,8 @@ std::string ReadFile(const std::string& path);
 /// Writes the bytes as they are, over what was there.
 void WriteFile(const std::string& path, const std::string& bytes);
 
-/// All bytes of a regular file; nothing when there is none.
+/// All bytes of a regular file; nothing when there is none. Where nobody can tell whether there is
+/// one, as in a closed folder, it cannot be read.
 std::string ReadFileIfAny(const std::string& path);
 
 }  // namespace runner

@@ -3,8 +3,11 @@
 
 #include "companion/runner/LogBlock.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 namespace runner {
 
@@ -20,9 +23,17 @@ std::size_t BlockBegin(const std::string& log, std::size_t place) {
     return emptyBefore ? line - 1 : line;
 }
 
-// From there on; all of a log that has become shorter, as it was replaced by a new one.
+[[noreturn]] void FailToRead(const std::string& file) {
+    const std::string reason = std::strerror(errno);
+    throw std::runtime_error("cannot read '" + file + "' - " + reason);
+}
+
+// From there on; all of a log that has become shorter, as it was replaced by a new one. A log that
+// is closed to this account must not count as an empty one.
 std::string Tail(const std::string& file, std::size_t from) {
     std::ifstream in(file, std::ios::binary | std::ios::ate);
+    if (!in && errno == ENOENT) return "";
+    if (!in) FailToRead(file);
     const std::streamoff size = in.tellg();
     const auto begin = static_cast<std::streamoff>(from);
     in.seekg(begin <= size ? begin : 0);

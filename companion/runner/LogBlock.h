@@ -20,7 +20,7 @@ struct LogPlace {
     std::size_t from = 0;     ///< the log's size before the run
 };
 
-/// That block, read now; empty, too, when the log cannot be read.
+/// That block, read now; empty, too, when there is no log. std::runtime_error: it cannot be read.
 std::string BlockAt(const LogPlace& place);
 
 }  // namespace runner

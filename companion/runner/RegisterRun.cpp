@@ -91,6 +91,10 @@ std::string DebugLogOf(const std::string& runFolder) {
     return LogOf(runFolder, debugLogName, debugPlaceName);
 }
 
+bool WasInPlace(const std::string& runFolder) {
+    return !ReadFileIfAny(runFolder + "/" + debugPlaceName).empty();
+}
+
 RegisterRun::RegisterRun(const RunRequest& request) : request_(request) {
     CheckCommandPath(request.commandFile);
     if (!request.profile.sandbox) CheckSiteKeepsConversation(request.profile);

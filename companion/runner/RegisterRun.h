@@ -42,6 +42,10 @@ struct RunResult {
 /// Nothing when it never came as far.
 std::string DebugLogOf(const std::string& runFolder);
 
+/// Whether that run was one in place: the site's log, which it wrote to, may have been rotated
+/// away.
+bool WasInPlace(const std::string& runFolder);
+
 /// The run goes on until it ends; the destructor kills it. With Sandbox=no the driver runs in
 /// place: on the copy in folder, with the site's configuration and logs.
 class RegisterRun {

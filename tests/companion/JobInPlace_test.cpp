@@ -103,6 +103,28 @@ Outcome OutcomeOf(const Trouble& trouble, bool sandbox) {
 
 }  // namespace
 
+// A killed run whose lines logrotate has moved away must not count as one that never began.
+TEST(JobCutOffInPlace, IsInDoubtWithoutItsLog) {
+    ConfigureTheMachine(false);
+    Till till(model, "/dev/ttyS0");
+    till.profile = runner::LoadProfile("/etc/voltis");
+    fs::create_directory(till.File("locks"));
+    journal::Journal journal(till.File("journal.db"));
+    const std::string run = till.File("runs/1");
+    fs::create_directories(run);
+    std::ofstream(run + "/start") << std::ifstream("/proc/sys/kernel/random/boot_id").rdbuf();
+    std::ofstream(run + "/debug-log-place") << machinesLog << "\n0\n/pos/sale.txt";
+    const std::int64_t number = journal.Receive({"A", "default", "/pos/sale.txt", oneSale});
+    journal.StartSending(number, "default", run);
+    job::Jobs jobs(journal, till.profile, {VOLTIS_PATH, till.File("locks"), "/var/log/voltis"},
+                   till.File("runs"));
+    workbench::Serving serving(till.Station().server);
+    const Outcome outcome = jobs.Do({"A", "/pos/sale.txt", oneSale, {}}, {});
+    serving.Finish();
+    EXPECT_EQ(outcome.verdict, Kind::Unknown) << ToJson(outcome);
+    EXPECT_EQ(CommandsDone(till.Device()), 0U);
+}
+
 class JobInPlace : public testing::TestWithParam<Trouble> {};
 
 TEST_P(JobInPlace, IsToldAsInAPrivateRoot) {

@@ -8,12 +8,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "companion/runner/Device.h"
@@ -100,6 +102,31 @@ TEST(RegisterRun, KeepsEverythingInItsFolder) {
     EXPECT_EQ(ReadWholeFile(till.File("run/logs/dbgerror.log")), result.debugLog);
     EXPECT_EQ(runner::DebugLogOf(till.File("run")), result.debugLog);
     EXPECT_THAT(ReadWholeFile(till.File("run/voltis.ini")), HasSubstr("DbgErrorLog=2"));
+}
+
+// An empty log would mean that nothing was sent.
+TEST(DebugLogOf, IsNotEmptyWhereItCannotBeSeen) {
+    const TempDir run;
+    EXPECT_EQ(runner::DebugLogOf(run.Path()), "");
+    fs::create_directory(run.File("logs"));
+    run.Write("logs/dbgerror.log", "a conversation");
+    chmod(run.Path().c_str(), 0755);
+    chmod(run.File("logs").c_str(), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0 && setuid(nobody) != 0) _exit(2);
+        try {
+            runner::DebugLogOf(run.Path());
+        } catch (const std::runtime_error&) {
+            _exit(0);
+        }
+        _exit(1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    chmod(run.File("logs").c_str(), 0700);
 }
 
 TEST(RegisterRun, LeavesNothingOfAnEarlierRun) {
