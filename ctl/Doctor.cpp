@@ -101,7 +101,7 @@ std::string AbsolutePath(const std::string& path) {
 std::string JournalFor(const DoctorOptions& options, const doctor::Machine& machine) {
     if (!options.journal.empty()) return AbsolutePath(options.journal);
     if (!options.user.empty()) return doctor::JournalOf(machine);
-    if (machine.IsThisOne()) return journal::Journal::DefaultPath();
+    if (machine.IsThisOne()) return journal::Journal::DefaultPlace().path;
     return std::string(journal::siteFolder) + "/" + journal::fileName;
 }
 

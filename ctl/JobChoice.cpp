@@ -3,16 +3,23 @@
 
 #include "ctl/JobChoice.h"
 
-#include <filesystem>
 #include <iostream>
 
-namespace {
-
-std::string JournalPath(const JobChoice& choice) {
-    return choice.journal.empty() ? journal::Journal::DefaultPath() : choice.journal;
+std::string ChosenJournal(const std::string& given, const std::string& id) {
+    if (!given.empty()) return given;
+    const journal::Place place = journal::Journal::DefaultPlace(id);
+    if (!place.notice.empty()) std::cerr << "voltisctl: " << place.notice << '\n';
+    return place.path;
 }
 
-}  // namespace
+void AddJournalOption(CLI::App& command, std::string& journal) {
+    command
+        .add_option("--journal", journal,
+                    "The journal (default: /var/lib/voltis/journal.db; an account without rights "
+                    "in that folder has one of its own, voltis/journal.db in $XDG_STATE_HOME, and "
+                    "is told so)")
+        ->type_name("PATH");
+}
 
 void AddJobChoice(CLI::App& command, JobChoice& choice) {
     CLI::Option* id = command.add_option("ID", choice.id, "The job's ID")->type_name("");
@@ -20,18 +27,13 @@ void AddJobChoice(CLI::App& command, JobChoice& choice) {
         ->check(CLI::PositiveNumber)
         ->type_name("N")
         ->excludes(id);
-    command
-        .add_option("--journal", choice.journal,
-                    "The journal (default: /var/lib/voltis/journal.db, without rights there "
-                    "voltis/journal.db in $XDG_STATE_HOME)")
-        ->type_name("PATH");
+    AddJournalOption(command, choice.journal);
 }
 
-std::optional<journal::Journal> OpenJournal(const JobChoice& choice) {
-    const std::string path = JournalPath(choice);
-    std::error_code error;
-    if (!std::filesystem::exists(path, error) && !error) return std::nullopt;
-    return std::optional<journal::Journal>(std::in_place, path);
+std::optional<journal::Journal> OpenJournal(JobChoice& choice) {
+    choice.journal = ChosenJournal(choice.journal, choice.id);
+    if (journal::IsAbsent(choice.journal)) return std::nullopt;
+    return std::optional<journal::Journal>(std::in_place, choice.journal);
 }
 
 std::optional<journal::Job> FindJob(const std::optional<journal::Journal>& open,
@@ -41,7 +43,6 @@ std::optional<journal::Job> FindJob(const std::optional<journal::Journal>& open,
     if (job) return job;
     const std::string name =
         choice.id.empty() ? "number " + std::to_string(choice.number) : "'" + choice.id + "'";
-    std::cerr << "voltisctl: no job " << name << " in the journal '" << JournalPath(choice)
-              << "'\n";
+    std::cerr << "voltisctl: no job " << name << " in the journal '" << choice.journal << "'\n";
     return std::nullopt;
 }

@@ -20,9 +20,16 @@ struct JobChoice {
 };
 
 void AddJobChoice(CLI::App& command, JobChoice& choice);
+void AddJournalOption(CLI::App& command, std::string& journal);
 
-/// The journal, which is not made when it is missing: then nothing.
-std::optional<journal::Journal> OpenJournal(const JobChoice& choice);
+/// The path that is given, else the default one for a job of that ID, which may be empty: then
+/// standard error tells when the account has a journal of its own although the machine has one. To
+/// be asked once.
+std::string ChosenJournal(const std::string& given, const std::string& id);
+
+/// The chosen journal, which is not made when it is missing: then nothing. Its path is in the
+/// choice afterwards.
+std::optional<journal::Journal> OpenJournal(JobChoice& choice);
 
 /// The job; nothing, and a message on standard error, when there is no such job.
 std::optional<journal::Job> FindJob(const std::optional<journal::Journal>& open,

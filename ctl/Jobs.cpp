@@ -167,7 +167,7 @@ void PrintJson(const Json& json) {
     std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 
-int ShowJob(const JobsOptions& options) {
+int ShowJob(JobsOptions& options) {
     const auto open = OpenJournal(options.choice);
     const std::optional<Job> job = FindJob(open, options.choice);
     if (!job) return exitNoSuchJob;
@@ -180,7 +180,7 @@ int ShowJob(const JobsOptions& options) {
     return 0;
 }
 
-int ListJobs(const JobsOptions& options) {
+int ListJobs(JobsOptions& options) {
     const auto open = OpenJournal(options.choice);
     std::vector<Job> jobs;
     if (open) jobs = open->List({options.registerName, "", options.since, {}});
@@ -207,7 +207,7 @@ void CheckSince(const std::string& since) {
                      since + "'");
 }
 
-int ShowJobs(const JobsOptions& options) {
+int ShowJobs(JobsOptions& options) {
     CheckSince(options.since);
     return options.choice.IsMade() ? ShowJob(options) : ListJobs(options);
 }

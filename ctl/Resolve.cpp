@@ -50,7 +50,7 @@ int RefuseToResolve(const journal::WrongState& refusal, const journal::Job& job)
     return exitNoSuchJob;
 }
 
-int ResolveJob(const ResolveOptions& options) {
+int ResolveJob(ResolveOptions& options) {
     CheckResolve(options);
     auto open = OpenJournal(options.choice);
     const std::optional<journal::Job> job = FindJob(open, options.choice);

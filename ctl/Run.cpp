@@ -17,6 +17,7 @@
 #include "companion/runner/Files.h"
 #include "companion/runner/ResultPublication.h"
 #include "ctl/Interrupts.h"
+#include "ctl/JobChoice.h"
 #include "ctl/OutcomeText.h"
 #include "ctl/ProgressBar.h"
 #include "ctl/SiteOptions.h"
@@ -45,7 +46,7 @@ struct RunOptions {
     std::string file;
     std::optional<std::string> id;
     std::string encoding;
-    std::string journal;
+    std::string journal;  // never empty where it counts
     bool json = false;
 };
 
@@ -69,13 +70,9 @@ job::Watcher WatcherOf(Interrupts& interrupts, ProgressBar& bar) {
     return watcher;
 }
 
-std::string JournalOf(const RunOptions& options) {
-    return options.journal.empty() ? journal::Journal::DefaultPath() : options.journal;
-}
-
 // This call has sent nothing. An earlier one with the same ID may have.
 void DoubtEarlierCalls(const RunOptions& options, job::Outcome& outcome, bool oldFormat) {
-    if (options.id && journal::Journal::PerhapsSent(JournalOf(options), *options.id))
+    if (options.id && journal::Journal::PerhapsSent(options.journal, *options.id))
         job::BeInDoubt(outcome, oldFormat);
 }
 
@@ -127,7 +124,7 @@ class Call {
     }
 
     job::Outcome Print(const std::string& content) {
-        const std::string path = JournalOf(options_);
+        const std::string path = options_.journal;
         journal::Journal journal(path);
         job::Site site;
         site.driver = runner::DriverPath(options_.site.driver);
@@ -172,9 +169,15 @@ job::Outcome NothingSent(const RunOptions& options, const std::string& reason) {
     return outcome;
 }
 
-int Run(const RunOptions& options) {
-    if (options.id && !job::IsJobId(*options.id))
+RunOptions WithJournal(RunOptions options) {
+    options.journal = ChosenJournal(options.journal, options.id.value_or(""));
+    return options;
+}
+
+int Run(const RunOptions& given) {
+    if (given.id && !job::IsJobId(*given.id))
         throw UsageError("--job wants 1 to 200 printable characters");
+    const RunOptions options = WithJournal(given);
     Interrupts interrupts;  // until the outcome is told
     job::Outcome outcome;
     try {
@@ -199,7 +202,7 @@ std::function<int()> BindRun(CLI::App& command) {
     command.add_option("--from", options->encoding, "What the texts of the file are encoded in")
         ->check(CLI::IsMember({"utf-8"}, CLI::ignore_case))
         ->type_name("utf-8");
-    command.add_option("--journal", options->journal, "The journal of jobs")->type_name("PATH");
+    AddJournalOption(command, options->journal);
     command.add_flag("--json", options->json, "Print the outcome as one JSON object");
     command.footer(runFooter);
     return [options] { return Run(*options); };

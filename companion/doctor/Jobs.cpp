@@ -114,8 +114,8 @@ Look LookInto(const std::string& path, std::chrono::system_clock::time_point now
     return look;
 } catch (const journal::JournalError& failure) {
     return {Finding{Severity::Error, "journal-unusable", Private(failure.what()),
-                    "Without its journal `voltisctl run` refuses jobs with an ID: do as it says, "
-                    "or move the file away."}};
+                    "Without its journal `voltisctl run` refuses every job: do as it says, or move "
+                    "the file away, and keep it."}};
 }
 
 Look LookAt(const std::string& path, std::chrono::system_clock::time_point now) {
@@ -171,7 +171,7 @@ bool MayUse(const Machine& machine, const std::string& path) {
 }
 
 Finding NoRights(const std::string& what, const std::string& remedy) {
-    return {Severity::Error, "journal-rights", what + ": `voltisctl run` refuses jobs with an ID",
+    return {Severity::Error, "journal-rights", what + ": `voltisctl run` refuses every job",
             remedy};
 }
 
@@ -229,12 +229,14 @@ void CheckRuns(const Machine& machine, const std::string& path, Findings& findin
 
 // Only what keeps the machine's journal from the account; a machine without one has no such folder.
 void CheckOwn(const Machine& machine, const std::string& path, Findings& findings) {
-    if (path == SiteJournal() || !machine.FactsOf(journal::siteFolder)) return;
+    const bool hidden = !machine.ClosedAbove(SiteJournal()).empty();
+    if (path == SiteJournal() || (!hidden && !machine.FactsOf(journal::siteFolder))) return;
     findings.push_back({Severity::Warning, "journal-own",
                         "the account " + Quoted(machine.account.name) +
                             " may not use the machine's journal, " + Quoted(SiteJournal()) +
                             ": its runs have one of their own, " + Quoted(path) +
-                            ", which knows nothing of other accounts' jobs",
+                            ", which knows nothing of other accounts' jobs: what they have "
+                            "printed is printed again",
                         "As root, give the folder " + Private(journal::siteFolder) +
                             " and the files in it to the group dialout, with the right to write; "
                             "the account must be in that group."});
@@ -256,8 +258,15 @@ std::vector<std::string> JournalsOfRuns(const Machine& machine, const std::strin
     return {path, site};
 }
 
+// A file of the machine's journal that is closed, or a folder that is closed to those who share it,
+// makes `voltisctl run` refuse: it takes no other journal for that.
 std::string JournalOf(const Machine& machine) {
-    return MayUse(machine, SiteJournal()) ? SiteJournal() : OwnJournal(machine);
+    if (!machine.ClosedAbove(journal::siteFolder).empty()) return OwnJournal(machine);
+    const auto there = machine.FactsOf(journal::siteFolder);
+    const bool shared = there && (!S_ISDIR(there->mode) || there->uid == machine.account.uid ||
+                                  machine.account.IsIn(there->gid));
+    return shared || machine.GrantsNewFolder(journal::siteFolder) ? SiteJournal()
+                                                                  : OwnJournal(machine);
 }
 
 Findings CheckJournalRights(const Machine& machine, const std::string& path) {

@@ -51,15 +51,11 @@ const passwd* EntryOf(const std::string& name) {
     return entry;
 }
 
-bool IsIn(const Account& account, gid_t group) {
-    return account.gid == group || std::ranges::find(account.groups, group) != account.groups.end();
-}
-
 bool GrantsTo(const Account& account, const FileFacts& file, unsigned rights) {
     if (account.uid == 0) return true;
     constexpr int ownerShift = 6;
     constexpr int groupShift = 3;
-    int shift = IsIn(account, file.gid) ? groupShift : 0;
+    int shift = account.IsIn(file.gid) ? groupShift : 0;
     if (account.uid == file.uid) shift = ownerShift;
     return ((file.mode >> shift) & rights) == rights;
 }
@@ -130,6 +126,10 @@ std::string Parent(const std::string& path) {
 }
 
 }  // namespace
+
+bool Account::IsIn(gid_t group) const {
+    return gid == group || std::ranges::find(groups, group) != groups.end();
+}
 
 Account OwnAccount() {
     const passwd* entry = getpwuid(geteuid());

@@ -21,6 +21,8 @@ struct Account {
     std::vector<gid_t> groups = {};  // the further ones
     std::string name = {};
     std::string home = {};
+
+    bool IsIn(gid_t group) const;
 };
 
 /// This process's own.

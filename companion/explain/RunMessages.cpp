@@ -124,13 +124,21 @@ constexpr Entry runMessageRows[] = {
     Reason("No pipe to the driver - {...}", "The machine has no descriptors left.",
            "End other programs, or raise the limit."),
     // The journal.
-    Reason("cannot make '{X}' - {...}; give this user the right to write there, or name another "
-           "journal with --journal",
-           "The journal of jobs cannot be made.", giveAccess),
+    Reason("cannot make '{X}' - {...}",
+           "The journal of jobs, or the folder of a run beside it, cannot be made.",
+           "Do as the message says. Do not name another journal for a register of a shop: it "
+           "knows nothing of the jobs so far."),
     Reason("cannot use the journal '{X}' - {...}",
            "The journal cannot be read or written: its rights, a full disk, or another file in its "
            "place.",
            theJournal),
+    {Kind::RunMessage, noCode, "this account may not use the machine's journal in '{X}' - {...}",
+     exit0 | exit1 | exit2 | exit101,
+     "The account has no rights in that folder, and keeps its jobs in a journal of its own. A job "
+     "that another account has printed is not in it, and is printed again.",
+     &asTheRunSays,
+     "As root, add the account to the group of the folder, dialout, and log it in again. Where it "
+     "is to have a journal of its own, name that with --journal."},
     Reason("the path of the journal is empty", "--journal has no value.", "Name a file."),
     Reason("the journal '{X}' has no job number {N}", "A job has vanished from the journal.",
            theJournal),

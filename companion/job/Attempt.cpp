@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "ECR.h"
+#include "companion/journal/Place.h"
 #include "companion/runner/Files.h"
 #include "companion/runner/SiteLogs.h"
 
@@ -69,6 +70,11 @@ End EndAccordingTo(const std::string& note, const std::string& log, const std::s
 
 verdict::Remains RemainsAccordingTo(const std::string& note) {
     return note.ends_with(firstMark) ? OfAStranger() : AfterForgetting();
+}
+
+void WriteCommand(const Errand& errand) {
+    const journal::GroupMask shared(errand.folder);
+    runner::WriteFile(errand.folder + "/command", errand.content);
 }
 
 // A driver that is killed says nothing more.
@@ -132,27 +138,39 @@ std::chrono::steady_clock::time_point Attempt::EndOfPatience() const {
     return now + (watcher_.longestRun.count() > 0 ? watcher_.longestRun : forever);
 }
 
-runner::RunResult Attempt::Await(const runner::RunRequest& request) {
-    runner::RegisterRun run(request);
+// The driver inherits the mask: another account must be able to recover the run from its logs.
+std::unique_ptr<runner::RegisterRun> Attempt::Start(const runner::RunRequest& request) {
+    const journal::GroupMask shared(profile_.sandbox ? request.folder : site_.logs);
+    auto run = std::make_unique<runner::RegisterRun>(request);
     started_ = true;
+    return run;
+}
+
+void Attempt::AppendToSiteLogs(const runner::RunResult& result) const {
+    const journal::GroupMask shared(site_.logs);
+    runner::AppendToSiteLogs(profile_, result, site_.logs);
+}
+
+runner::RunResult Attempt::Await(const runner::RunRequest& request) {
+    const auto run = Start(request);
     const std::vector<plan::Command> plan = watcher_.progress
                                                 ? plan::CommandsOf(request.folder + "/command")
                                                 : std::vector<plan::Command>();
     const auto end = EndOfPatience();
-    while (!run.Ended()) {
-        pollfd news[] = {{run.EndFd(), POLLIN, 0}, {watcher_.stopFd, POLLIN, 0}};
+    while (!run->Ended()) {
+        pollfd news[] = {{run->EndFd(), POLLIN, 0}, {watcher_.stopFd, POLLIN, 0}};
         poll(news, std::size(news), pollStepMs);
         const bool stopped = (news[1].revents & POLLIN) != 0;
         if (stopped || std::chrono::steady_clock::now() > end) {
-            run.Kill();
+            run->Kill();
             interrupted_ = true;
         }
         // The status read that follows is short, and tells the outcome.
         if (stopped) watcher_.stopFd = -1;
-        if (watcher_.progress) watcher_.progress(CommandsIn(profile_, run.DebugLog()), plan);
+        if (watcher_.progress) watcher_.progress(CommandsIn(profile_, run->DebugLog()), plan);
     }
-    runner::RunResult result = run.Wait();
-    runner::AppendToSiteLogs(profile_, result, site_.logs);
+    runner::RunResult result = run->Wait();
+    AppendToSiteLogs(result);
     return result;
 }
 
@@ -165,7 +183,7 @@ std::vector<plan::Command> Attempt::PlanOf(const Errand& errand, const std::stri
 // The log of a run that asks for the status; nothing when there could be none.
 std::optional<std::string> Attempt::AskStatus(const std::string& folder) {
     try {
-        fs::create_directories(folder);
+        journal::MakeRunFolder(folder);
         return Await(RequestFor({statusName, statusFile, folder})).debugLog;
     } catch (const std::exception&) {  // the register is gone: nothing more is known
         return std::nullopt;
@@ -188,6 +206,7 @@ void Attempt::BeFirst() {
 }
 
 void Attempt::Note(const std::string& folder) const {
+    const journal::GroupMask shared(folder);
     runner::WriteFile(folder + noteName, Boot() + (first_ ? firstMark : ""));
 }
 
@@ -206,7 +225,7 @@ bool Attempt::MakeForgetOnce(const std::string& folder) {
     if (!status) return false;
     const Errand errand = {displayOffName, status->ReceiptOpen() ? displayOffInReceipt : displayOff,
                            folder + "/forget"};
-    fs::create_directories(errand.folder);
+    journal::MakeRunFolder(errand.folder);
     const runner::RunResult run = Await(RequestFor(errand));
     Account account = Follow(profile_, {}, remains_, *before, End::ByItself);
     account = Follow(profile_, PlanOf(errand, run.debugLog), account.Conclude().remains,
@@ -228,8 +247,8 @@ Outcome Attempt::Run(const Errand& errand) {
 
 Outcome Attempt::Recover(const Errand& errand) {
     const std::string log = runner::DebugLogOf(errand.folder);
-    fs::create_directories(errand.folder);
-    runner::WriteFile(errand.folder + "/command", errand.content);  // it may not have come as far
+    journal::MakeRunFolder(errand.folder);
+    WriteCommand(errand);  // it may not have come as far
     const std::vector<plan::Command> plan = PlanOf(errand, log);
     const std::string note = runner::ReadFileIfAny(errand.folder + noteName);
     Account account = Follow(profile_, plan, RemainsAccordingTo(note), log,

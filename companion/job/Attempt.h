@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -72,6 +73,8 @@ class Attempt {
   private:
     runner::RunRequest RequestFor(const Errand& errand) const;
     std::chrono::steady_clock::time_point EndOfPatience() const;
+    std::unique_ptr<runner::RegisterRun> Start(const runner::RunRequest& request);
+    void AppendToSiteLogs(const runner::RunResult& result) const;
     runner::RunResult Await(const runner::RunRequest& request);
     std::vector<plan::Command> PlanOf(const Errand& errand, const std::string& log) const;
     std::optional<std::string> AskStatus(const std::string& folder);

@@ -146,7 +146,7 @@ Outcome Jobs::Refuse(std::int64_t number, const Request& request, const std::str
 }
 
 void Jobs::Prepare(Attempt& attempt, const std::string& folder) const {
-    fs::create_directories(folder);
+    journal::MakeRunFolder(folder);
     const auto mayHold = journal_.MayHold(profile_.name);
     if (!mayHold) attempt.BeFirst();
     if (mayHold.value_or(false) && !attempt.MakeForget(folder + "/before"))

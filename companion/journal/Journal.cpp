@@ -4,6 +4,7 @@
 #include "companion/journal/Journal.h"
 
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -204,6 +205,17 @@ void NeedFile(const std::string& path) {
     }
 }
 
+// Of the file that links lead to: SQLite makes its files there.
+std::string FolderOf(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, error);
+    return error ? "" : real.parent_path().string();
+}
+
+bool MayWrite(const std::string& path) {
+    return access(path.c_str(), R_OK | W_OK) == 0;
+}
+
 std::string MadeIfMayBe(const std::string& path) {
     NeedFile(path);
     return MadeFile(path);
@@ -261,7 +273,9 @@ std::optional<Journal> Journal::ForReading(const std::string& path) {
     return Journal(std::move(database));
 }
 
+// The files beside the journal are made here.
 void Journal::Prepare() {
+    const GroupMask shared(FolderOf(database_.Path()));
     const std::int64_t version = VersionOf(database_);  // before anything is changed
     UseWal(database_);
     // For every step: what a failed sync has lost no later one brings, so a step must not count on
@@ -271,14 +285,20 @@ void Journal::Prepare() {
     if (version == 0) MakeTables(database_);
 }
 
-std::string Journal::DefaultPath() {
-    return PathIn(siteFolder);
+Place Journal::DefaultPlace(const std::string& id, const std::string& folder) {
+    Place place = PlaceIn(folder);
+    std::error_code hidden;  // from this account, which then has never used it
+    const bool other = place.path != place.own && std::filesystem::exists(place.own, hidden);
+    if (other && !id.empty() && PerhapsSent(place.own, id)) place.path = place.own;
+    return place;
 }
 
 bool Journal::PerhapsSent(const std::string& path, const std::string& id) try {
-    if (!std::filesystem::exists(path)) return false;
+    if (IsAbsent(path)) return false;
     NeedFile(path);
-    const Database database(path, nullptr);  // nothing in it is changed
+    const GroupMask shared(FolderOf(path));
+    // Nothing in it is changed; where only reading is allowed, nothing is made beside it either.
+    const Database database = MayWrite(path) ? Database(path, nullptr) : Database::ForReading(path);
     if (VersionOf(database) == 0) return false;
     const std::optional<Job> job = JobWhere(database, "id", id);
     return job && journal::PerhapsSent(job->state);

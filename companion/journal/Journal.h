@@ -32,6 +32,7 @@
 
 #include "companion/journal/Database.h"
 #include "companion/journal/JournalError.h"
+#include "companion/journal/Place.h"
 
 namespace journal {
 
@@ -112,12 +113,13 @@ class Journal {
     /// Damage(): count only on what repeats while the files stay as they are.
     static std::optional<Journal> ForReading(const std::string& path);
 
-    /// The machine's journal, or the user's own without rights there (Place.h). The two know
-    /// nothing of each other's jobs.
-    static std::string DefaultPath();
+    /// The machine's journal in that folder, or the user's own without rights there (PlaceIn). The
+    /// two know nothing of each other's jobs; but a job that was perhaps sent while the user's own
+    /// was in use stays there.
+    static Place DefaultPlace(const std::string& id = "", const std::string& folder = siteFolder);
 
     /// For when the journal cannot be used: whether a job with that ID was perhaps sent. It is true
-    /// when nobody can tell, and false when there is no journal at all.
+    /// when nobody can tell, and false when there is no journal at all (IsAbsent).
     static bool PerhapsSent(const std::string& path, const std::string& id);
 
     std::optional<Job> Find(const std::string& id) const;

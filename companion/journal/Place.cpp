@@ -4,14 +4,18 @@
 #include "companion/journal/Place.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
+#include <vector>
 
 #include "companion/journal/JournalError.h"
 
@@ -21,12 +25,56 @@ namespace journal {
 
 namespace {
 
-[[noreturn]] void FailToMake(const fs::path& path) {
-    const std::string reason = std::strerror(errno);
-    throw JournalError("cannot make '" + path.string() + "' - " + reason +
-                       "; give this user the right to write there, or name another journal with "
-                       "--journal");
+// --- failures -----------------------------------------------------------------------------------
+
+bool IsSetgid(const fs::path& folder) {
+    struct stat status = {};
+    return stat(folder.c_str(), &status) == 0 && (status.st_mode & S_ISGID) != 0;
 }
+
+std::string GroupOf(const fs::path& folder) {
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) != 0) return "GROUP";
+    const group* entry = getgrgid(status.st_gid);
+    return entry != nullptr ? entry->gr_name : std::to_string(status.st_gid);
+}
+
+// Not another journal: what this one knows to be printed would be printed again.
+std::string RemedyOfGroup(const fs::path& folder) {
+    const std::string name = folder.string();
+    return "; as root, `chgrp -R " + GroupOf(folder) + " " + name + "` and `chmod -R g+rwX " +
+           name + "`" + (IsSetgid(folder) ? "" : " and `chmod g+s " + name + "`") +
+           " let its group use it";
+}
+
+// One for a group to work in.
+bool IsOfGroup(const fs::path& folder) {
+    return IsSetgid(folder) || folder == siteFolder;
+}
+
+std::string RemedyFor(const fs::path& folder, int reason, const char* otherwise) {
+    if (!IsOfGroup(folder)) return otherwise;
+    return reason == EACCES || reason == EPERM ? RemedyOfGroup(folder) : "";
+}
+
+[[noreturn]] void FailToMake(const fs::path& path, int error = errno) {
+    const std::string reason =
+        std::strerror(error) + RemedyFor(path.parent_path(), error,
+                                         "; give this user the right to write there, or name "
+                                         "another journal with --journal");
+    throw JournalError("cannot make '" + path.string() + "' - " + reason);
+}
+
+[[noreturn]] void FailToUse(const fs::path& journal, const fs::path& file, int error = errno) {
+    const std::string reason =
+        std::strerror(error) + (" for '" + file.filename().string() + "'") +
+        RemedyFor(file.parent_path(), error,
+                  "; give this user the right to write the file and its folder, or name another "
+                  "with --journal");
+    throw JournalError("cannot use the journal '" + journal.string() + "' - " + reason);
+}
+
+// --- files and folders --------------------------------------------------------------------------
 
 class Descriptor {
   public:
@@ -61,24 +109,18 @@ void MakeFolder(const fs::path& folder) {
     SyncFolder(folder.parent_path());
 }
 
-bool MayWrite(const fs::path& path, int mode) {
-    return access(path.c_str(), mode) == 0;
-}
-
-bool MayMakeFolder(const fs::path& folder) {
+// What SQLite has beside the file is made with its rights, but may be older than them.
+void NeedRights(const fs::path& path) {
     std::error_code error;
-    if (fs::exists(folder, error)) {
-        return fs::is_directory(folder, error) && MayWrite(folder, W_OK | X_OK);
+    const fs::path real = fs::canonical(path, error);
+    if (error) return;  // opening it tells why
+    for (const char* ending : {"", "-wal", "-shm"}) {
+        const fs::path file = real.string() + ending;
+        if (access(file.c_str(), R_OK | W_OK) != 0 && errno != ENOENT) FailToUse(path, file);
     }
-    return !error && folder.has_parent_path() && MayMakeFolder(folder.parent_path());
 }
 
-// SQLite makes files of its own beside the journal, so its folder must be writable in any case.
-bool MayMakeFile(const fs::path& path) {
-    std::error_code error;
-    if (!MayMakeFolder(path.parent_path())) return false;
-    return fs::exists(path, error) ? MayWrite(path, R_OK | W_OK) : !error;
-}
+// --- whose journal ------------------------------------------------------------------------------
 
 fs::path Home() {
     const char* home = std::getenv("HOME");
@@ -88,27 +130,96 @@ fs::path Home() {
 }
 
 // A path that is not absolute counts as none there, as the standard for that variable has it.
-fs::path StateHome() {
+fs::path OwnPath() {
     const char* given = std::getenv("XDG_STATE_HOME");
-    return given != nullptr && *given == '/' ? fs::path(given) : Home() / ".local/state";
+    const fs::path state =
+        given != nullptr && *given == '/' ? fs::path(given) : Home() / ".local/state";
+    return state / "voltis" / fileName;
+}
+
+bool IsInGroup(gid_t group) {
+    std::vector<gid_t> groups(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
+    const int count = getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<std::size_t>(std::max(count, 0)));
+    return getegid() == group || std::ranges::find(groups, group) != groups.end();
+}
+
+bool MayUse(const fs::path& folder) {
+    return access(folder.c_str(), W_OK | X_OK) == 0;
+}
+
+// Why the user has no rights in a folder; 0: it has some, or that is not the trouble.
+int LackOfRights(const fs::path& folder) {
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) != 0) return errno == EACCES ? errno : 0;
+    if (MayUse(folder) || errno != EACCES || !S_ISDIR(status.st_mode)) return 0;
+    return status.st_uid == geteuid() || IsInGroup(status.st_gid) ? 0 : EACCES;
+}
+
+bool MayMakeFolder(const fs::path& folder) {
+    if (!IsAbsent(folder)) return MayUse(folder);
+    return folder.has_relative_path() && MayMakeFolder(folder.parent_path());
+}
+
+std::string NoticeOf(const fs::path& folder, const fs::path& own, int reason) {
+    return "this account may not use the machine's journal in '" + folder.string() + "' - " +
+           std::strerror(reason) + "; it has one of its own, '" + own.string() +
+           "', which knows nothing of other accounts' jobs: what they have printed is printed "
+           "again. `voltisctl doctor` says what helps";
 }
 
 }  // namespace
 
-std::string PathIn(const std::string& folder) {
+Place PlaceIn(const std::string& folder) {
     const fs::path path = fs::path(folder) / fileName;
-    return MayMakeFile(path) ? path : StateHome() / "voltis" / fileName;
+    const fs::path own = OwnPath();
+    if (IsAbsent(folder)) return {MayMakeFolder(folder) ? path : own, "", own};
+    const int reason = LackOfRights(folder);
+    if (reason == 0) return {path, "", own};
+    return {own, NoticeOf(folder, own, reason), own};
 }
 
 std::string MadeFile(const std::string& path) {
     if (path.empty()) throw JournalError("the path of the journal is empty");
     const fs::path absolute = fs::absolute(path);
-    if (IsThere(absolute)) return absolute;
-    MakeFolder(absolute.parent_path());
-    const Descriptor file(absolute, O_RDWR | O_CREAT, 0660);
-    if (file.Number() < 0) FailToMake(absolute);
-    SyncFolder(absolute.parent_path());
+    if (!IsThere(absolute)) {
+        MakeFolder(absolute.parent_path());
+        const GroupMask shared(absolute.parent_path());
+        const Descriptor file(absolute, O_RDWR | O_CREAT, 0660);
+        if (file.Number() < 0) FailToMake(absolute);
+        SyncFolder(absolute.parent_path());
+    }
+    NeedRights(absolute);
     return absolute;
+}
+
+void MakeRunFolder(const std::string& folder) {
+    fs::path above = folder;
+    while (!IsThere(above) && above.has_relative_path()) above = above.parent_path();
+    const GroupMask shared(above);
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) FailToMake(folder, error.value());
+}
+
+bool IsAbsent(const std::string& path) {
+    struct stat status = {};
+    const fs::path absolute = fs::absolute(path);
+    if (lstat(absolute.c_str(), &status) == 0 || errno != ENOENT) return false;
+    return IsThere(absolute.parent_path()) || IsAbsent(absolute.parent_path());
+}
+
+GroupMask::GroupMask(const std::string& folder) {
+    constexpr mode_t wanted = S_ISGID | S_IWGRP;
+    struct stat status = {};
+    if (stat(folder.c_str(), &status) != 0 || (status.st_mode & wanted) != wanted) return;
+    before_ = umask(S_IRWXG | S_IRWXO);
+    const mode_t others = (status.st_mode & S_IRWXO) == 0 ? S_IRWXO : 0;
+    umask((*before_ & ~mode_t{S_IRWXG}) | others);
+}
+
+GroupMask::~GroupMask() {
+    if (before_) umask(*before_);
 }
 
 }  // namespace journal

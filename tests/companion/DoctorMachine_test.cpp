@@ -663,22 +663,30 @@ TEST_F(Doctor_System, KnowsWhoseJournalARunUses) {
     EXPECT_THAT(Said(findings),
                 ElementsAre("warning: the account 'pos' may not use the machine's journal, "
                             "'/var/lib/voltis/journal.db': its runs have one of their own, '" +
-                            ours + "', which knows nothing of other accounts' jobs [journal-own]"));
+                            ours +
+                            "', which knows nothing of other accounts' jobs: what they have "
+                            "printed is printed again [journal-own]"));
     EXPECT_EQ(FirstRemedy(findings),
               "As root, give the folder /var/lib/voltis and the files in it to the group dialout, "
               "with the right to write; the account must be in that group.");
     known["/var/lib/voltis"] = {S_IFDIR | 02775, 0, dialout, 0};
     EXPECT_EQ(doctor::JournalOf(machine), "/var/lib/voltis/journal.db");
     Put("/var/lib/voltis/journal.db-shm", "");
+    EXPECT_EQ(doctor::JournalOf(machine), "/var/lib/voltis/journal.db");
+    known["/var/lib/voltis"].mode = S_IFDIR | 02750;
+    EXPECT_EQ(doctor::JournalOf(machine), "/var/lib/voltis/journal.db");
+    known["/var/lib"] = {S_IFDIR | 0700, 0, 0, 0};
     EXPECT_EQ(doctor::JournalOf(machine), ours);
+    EXPECT_THAT(Said(doctor::CheckJournalRights(machine, ours)),
+                ElementsAre(HasSubstr("[journal-own]")));
 }
 
 TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
     const auto rights = [&] { return doctor::CheckJournalRights(machine, "/j/journal.db"); };
-    EXPECT_THAT(Said(rights()),
-                ElementsAre("error: the folder of the journal, '/j', is not there, and the account "
-                            "'pos' may not make it: `voltisctl run` refuses jobs with an ID "
-                            "[journal-rights]"));
+    EXPECT_THAT(
+        Said(rights()),
+        ElementsAre("error: the folder of the journal, '/j', is not there, and the account "
+                    "'pos' may not make it: `voltisctl run` refuses every job [journal-rights]"));
     EXPECT_EQ(FirstRemedy(rights()),
               "As root, `install -d -m 2770 -g dialout /j`; the account must be in the group "
               "dialout.");
@@ -689,8 +697,7 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
     Folder("/j");
     EXPECT_THAT(Said(rights()),
                 ElementsAre("error: the account 'pos' may not write into the folder of the "
-                            "journal, '/j': `voltisctl run` refuses jobs with an ID "
-                            "[journal-rights]"));
+                            "journal, '/j': `voltisctl run` refuses every job [journal-rights]"));
     EXPECT_EQ(FirstRemedy(rights()),
               "As root, `chgrp dialout /j` and `chmod 2770 /j`; the account must be in the group "
               "dialout.");
@@ -699,10 +706,10 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
     Put("/j/journal.db", "");
     known["/j/journal.db-wal"] = {S_IFREG | 0644, 0, dialout, 0};
     known["/j/journal.db"] = {S_IFREG | 0660, 0, dialout, 0};
-    EXPECT_THAT(Said(rights()),
-                ElementsAre("error: the account 'pos' may not read and write the journal's file "
-                            "'/j/journal.db-wal': `voltisctl run` refuses jobs with an ID "
-                            "[journal-rights]"));
+    EXPECT_THAT(
+        Said(rights()),
+        ElementsAre("error: the account 'pos' may not read and write the journal's file "
+                    "'/j/journal.db-wal': `voltisctl run` refuses every job [journal-rights]"));
     EXPECT_EQ(FirstRemedy(rights()),
               "As root, `chgrp dialout /j/journal.db*` and `chmod 660 /j/journal.db*`; the account "
               "must be in the group dialout.");
@@ -818,8 +825,8 @@ TEST_F(Doctor_Journal, IsNoJournal) {
     folder.Write("journal.db", "no database at all, but some text\n");
     EXPECT_THAT(Said(Check()), ElementsAre(HasSubstr("[journal-unusable]")));
     EXPECT_EQ(FirstRemedy(Check()),
-              "Without its journal `voltisctl run` refuses jobs with an ID: do as it says, or move "
-              "the file away.");
+              "Without its journal `voltisctl run` refuses every job: do as it says, or move the "
+              "file away, and keep it.");
 }
 
 // Asked by an account without rights there, which root always has.

@@ -338,9 +338,9 @@ TEST(CatalogueOfRun, HasNoTextThatNothingRaises) {
     std::set<std::string> raised;
     for (const RaisedText& one : RaisedByRun()) raised.insert(one.text);
     // Not raised, but put in the place of a message.
-    const std::string told = Source("companion/job/Outcome.cpp") +
-                             Source("companion/job/Attempt.cpp") +
-                             Source("companion/runner/Sandbox.cpp");
+    const std::string told =
+        Source("companion/job/Outcome.cpp") + Source("companion/job/Attempt.cpp") +
+        Source("companion/journal/Place.cpp") + Source("companion/runner/Sandbox.cpp");
     for (const Entry& entry : explain::EntriesOf(Kind::RunMessage)) {
         const std::string begin =
             "\"" + std::string(entry.text.substr(0, entry.text.find_first_of("{(")));

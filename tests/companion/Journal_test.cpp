@@ -4,6 +4,7 @@
 #include "companion/journal/Journal.h"
 
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <optional>
 #include <string>
@@ -646,39 +648,250 @@ TEST_F(JournalForReading, FindsNoJournalYet) {
     EXPECT_THAT(MessageOf([&] { Journal::ForReading(text); }), HasSubstr("not a database"));
 }
 
-TEST(JournalDefaultPath, IsTheSitesWhereThatCanBeMade) {
-    const TempDir site;
-    EXPECT_EQ(PathIn(site.Path()), site.File("journal.db"));
-    EXPECT_EQ(PathIn(site.File("a/b")), site.File("a/b/journal.db"));
-    EXPECT_FALSE(fs::exists(site.File("a")));
-}
+// --- where it is, and whose
+// -----------------------------------------------------------------------
 
-TEST(JournalDefaultPath, IsTheUsersOwnWhereItCannot) {
-    const TempDir home;
-    const std::string barred = home.Write("file", "") + "/voltis";
-    setenv("HOME", home.Path().c_str(), 1);
-    unsetenv("XDG_STATE_HOME");
-    EXPECT_EQ(PathIn(barred), home.File(".local/state/voltis/journal.db"));
-    setenv("XDG_STATE_HOME", "relative", 1);
-    EXPECT_EQ(PathIn(barred), home.File(".local/state/voltis/journal.db"));
-    setenv("XDG_STATE_HOME", "/var/state", 1);
-    EXPECT_EQ(PathIn(barred), "/var/state/voltis/journal.db");
-}
+namespace {
 
-TEST(JournalDefaultPath, IsTheUsersOwnWhereTheFileCannotBeWritten) {
-    const TempDir site;
-    const std::string path = site.Write("journal.db", "");
-    chmod(site.Path().c_str(), 0777);
-    chmod(path.c_str(), 0444);
+constexpr gid_t shopGroup = 65533;  // as root; else the account's own
+constexpr uid_t anna = 65532;
+constexpr uid_t bert = 65531;
+
+// In a process of its own; as root, as that account of that group and no other.
+pid_t StartAs(uid_t account, const std::function<bool()>& action) try {
     const pid_t child = fork();
-    if (child == 0) {
-        constexpr uid_t nobody = 65534;
-        if (geteuid() == 0 && setuid(nobody) != 0) _exit(2);  // root may write everything
-        _exit(PathIn(site.Path()) == path ? 1 : 0);
-    }
+    if (child != 0) return child;
+    const bool changed = geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(shopGroup) == 0 &&
+                                            setuid(account) == 0);
+    _exit(changed && action() ? 0 : 1);
+} catch (const std::exception& failure) {
+    std::cerr << failure.what() << '\n';
+    _exit(1);
+}
+
+bool Succeeds(pid_t child) {
     int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    return waitpid(child, &status, 0) == child && status == 0;
+}
+
+bool As(uid_t account, const std::function<bool()>& action) {
+    return Succeeds(StartAs(account, action));
+}
+
+mode_t ModeOf(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+mode_t Umask() {
+    const mode_t mask = umask(077);
+    umask(mask);
+    return mask;
+}
+
+// A folder as the package makes it, without the access list.
+class JournalOfAShop : public testing::Test {
+  protected:
+    JournalOfAShop() : before_(umask(022)) { EXPECT_TRUE(Share(folder.Path(), 02770)); }
+    ~JournalOfAShop() override { umask(before_); }
+
+    static bool Share(const std::string& path, mode_t mode) {
+        if (geteuid() == 0 && chown(path.c_str(), 0, shopGroup) != 0) return false;
+        return chmod(path.c_str(), mode) == 0;
+    }
+    static bool Print(const std::string& path) {
+        Journal open(path);
+        const std::int64_t number = open.Receive(Sale("a"));
+        open.StartSending(number, "default", "");
+        open.Finish(number, {printed, outcome, 0, false});
+        return true;
+    }
+    static bool KnowsTheSale(const std::string& path) {
+        const auto job = Journal(path).Find("a");
+        return job && job->state == State::Done;
+    }
+
+    TempDir folder;
+    std::string path = folder.File(fileName);
+    std::vector<std::string> files = {path, path + "-wal", path + "-shm"};
+
+  private:
+    mode_t before_;
+};
+
+}  // namespace
+
+using JournalPlace = JournalOfAShop;
+
+TEST_F(JournalOfAShop, IsWrittenByAllItsAccountsWhateverTheirUmask) {
+    EXPECT_TRUE(As(anna, [&] { return umask(077), Print(path); }));
+    EXPECT_TRUE(As(bert, [&] { return KnowsTheSale(path); }));
+    EXPECT_TRUE(As(bert, [&] { return Journal(path).SetMayHold("default", true), true; }));
+    for (const std::string& file : files) EXPECT_EQ(ModeOf(file), 0660U) << file;
+}
+
+// Nobody may meet a file that is not yet open to the group.
+TEST_F(JournalOfAShop, IsMadeByTwoAccountsAtOnce) {
+    constexpr int rounds = 8;
+    for (int round = 0; round < rounds; ++round) {
+        const std::string fresh = folder.File(std::to_string(round) + ".db");
+        const auto open = [&] {
+            umask(077);
+            Journal(fresh).SetMayHold("default", true);
+            return true;
+        };
+        const pid_t first = StartAs(anna, open);
+        const pid_t second = StartAs(bert, open);
+        EXPECT_TRUE(Succeeds(first)) << round;
+        EXPECT_TRUE(Succeeds(second)) << round;
+    }
+}
+
+TEST_F(JournalOfAShop, HasRunsThatAllItsAccountsMayRemove) {
+    const std::string run = folder.File("runs/1");
+    EXPECT_TRUE(As(anna, [&] { return umask(077), MakeRunFolder(run + "/logs"), true; }));
+    for (const char* made : {"runs", "runs/1", "runs/1/logs"})
+        EXPECT_EQ(ModeOf(folder.File(made)), 02770U) << made;
+    EXPECT_TRUE(As(bert, [&] { return fs::remove_all(run) == 2; }));
+}
+
+TEST_F(JournalOfAShop, IsRefusedWithTheRemedyWhereItIsClosed) {
+    EXPECT_TRUE(As(anna, [&] { return Print(path); }));
+    chmod((path + "-wal").c_str(), 0444);  // as of an earlier version
+    EXPECT_EQ(PlaceIn(folder.Path()).path, path);
+    const auto message = [&] { return MessageOf([&] { Journal closed(path); }); };
+    EXPECT_TRUE(As(bert, [&] {
+        const std::string said = message();
+        return said.starts_with(
+                   "cannot use the journal '" + path +
+                   "' - Permission denied for 'journal.db-wal'; as root, `chgrp -R ") &&
+               said.ends_with(" " + folder.Path() + "` and `chmod -R g+rwX " + folder.Path() +
+                              "` let its group use it");
+    }));
+    chmod((path + "-wal").c_str(), 0660);
+    EXPECT_TRUE(As(bert, [&] { return KnowsTheSale(path); }));
+}
+
+TEST_F(JournalOfAShop, HasNoOtherWhenItsFolderIsClosedToItsGroup) {
+    chmod(folder.Path().c_str(), 02550);
+    EXPECT_TRUE(As(anna, [&] {
+        const Place place = PlaceIn(folder.Path());
+        const std::string said = MessageOf([&] { Journal closed(place.path); });
+        return place.path == path && place.notice.empty() && !fs::exists(path) &&
+               said.starts_with("cannot make '" + path + "' - Permission denied; as root, `chgrp");
+    }));
+    EXPECT_THAT(MessageOf([] { MakeRunFolder("/proc/runs/1"); }), HasSubstr("with --journal"));
+}
+
+// SQLite would make its files there, and with the rights of an account that may not write them all.
+TEST_F(JournalOfAShop, IsAskedWithoutAChangeByWhoMayOnlyRead) {
+    { EXPECT_TRUE(Print(path)); }
+    journal::Run(Database(path, nullptr), "PRAGMA wal_checkpoint(TRUNCATE)");
+    for (const char* ending : {"-wal", "-shm"}) fs::remove(path + ending);
+    chmod(path.c_str(), 0444);
+    EXPECT_TRUE(As(
+        bert, [&] { return Journal::PerhapsSent(path, "a") && !Journal::PerhapsSent(path, "b"); }));
+    EXPECT_FALSE(fs::exists(path + "-wal"));
+    EXPECT_FALSE(fs::exists(path + "-shm"));
+}
+
+TEST_F(JournalOfAShop, GivesOthersWhatTheFolderGivesThem) {
+    {
+        const GroupMask shared(folder.Path());
+        EXPECT_EQ(Umask(), 0007U);
+    }
+    EXPECT_TRUE(Share(folder.Path(), 02775));
+    {
+        const GroupMask shared(folder.Path());
+        EXPECT_EQ(Umask(), 0002U);
+    }
+    EXPECT_EQ(Umask(), 0022U);
+}
+
+TEST_F(JournalOfAShop, IsNoneWhereAFolderIsOneAccounts) {
+    for (const mode_t mode : {0700U, 0770U, 02750U}) {
+        chmod(folder.Path().c_str(), mode);
+        const GroupMask alone(folder.Path());
+        EXPECT_EQ(Umask(), 0022U) << mode;
+    }
+    umask(077);
+    MakeRunFolder(folder.File("home/runs"));
+    { EXPECT_TRUE(Print(folder.File("home/journal.db"))); }
+    EXPECT_EQ(ModeOf(folder.File("home/runs")) & 0777U, 0700U);
+    EXPECT_EQ(ModeOf(folder.File("home/journal.db")), 0600U);
+}
+
+TEST_F(JournalPlace, IsTheSitesWhereThatCanBeMade) {
+    EXPECT_EQ(PlaceIn(folder.Path()).path, path);
+    EXPECT_EQ(PlaceIn(folder.File("a/b")).path, folder.File("a/b/journal.db"));
+    EXPECT_FALSE(fs::exists(folder.File("a")));
+}
+
+TEST_F(JournalPlace, IsTheUsersOwnForWhoHasNoRightsThere) {
+    setenv("HOME", "/home/guest", 1);
+    unsetenv("XDG_STATE_HOME");
+    EXPECT_TRUE(As(bert, [] {
+        const Place place = PlaceIn("/etc");
+        return place.path == "/home/guest/.local/state/voltis/journal.db" &&
+               place.notice.starts_with(
+                   "this account may not use the machine's journal in '/etc' "
+                   "- Permission denied; it has one of its own, '" +
+                   place.path + "', which knows nothing of other accounts'");
+    }));
+    EXPECT_TRUE(As(bert, [] {
+        const Place place = PlaceIn("/etc/none/voltis");  // no journal of a machine
+        return place.path.starts_with("/home/guest/") && place.notice.empty();
+    }));
+    for (const auto& [home, own] : {std::pair("relative", "/home/guest/.local/state"),
+                                    std::pair("/var/state", "/var/state")}) {
+        setenv("XDG_STATE_HOME", home, 1);
+        const std::string expected = std::string(own) + "/voltis/journal.db";
+        EXPECT_TRUE(As(bert, [&] { return PlaceIn("/etc").path == expected; })) << home;
+    }
+}
+
+TEST_F(JournalPlace, IsTheUsersOwnWhereTheFolderIsOutOfSight) {
+    if (geteuid() != 0) GTEST_SKIP() << "nothing is out of sight of its owner";
+    const std::string site = folder.File("lib/voltis");
+    fs::create_directories(site);
+    chmod(folder.File("lib").c_str(), 0700);
+    EXPECT_TRUE(As(bert, [&] { return !PlaceIn(site).notice.empty(); }));
+}
+
+// As after the account was taken into the group.
+TEST_F(JournalPlace, OfAJobThatTheUsersOwnKnowsStaysThere) {
+    setenv("XDG_STATE_HOME", folder.File("state").c_str(), 1);
+    const std::string own = folder.File("state/voltis/journal.db");
+    EXPECT_EQ(Journal::DefaultPlace("a", folder.Path()).path, path);
+    EXPECT_FALSE(fs::exists(own));
+    { EXPECT_TRUE(Print(own)); }
+    EXPECT_EQ(Journal::DefaultPlace("a", folder.Path()).path, own);
+    EXPECT_EQ(Journal::DefaultPlace("b", folder.Path()).path, path);
+    EXPECT_EQ(Journal::DefaultPlace("", folder.Path()).path, path);
+    setenv("XDG_STATE_HOME", "/dev/null", 1);
+    EXPECT_EQ(Journal::DefaultPlace("a", folder.Path()).path, path);
+}
+
+// The journal of a disk that is not mounted knows what was printed.
+TEST_F(JournalPlace, IsTheSitesEvenWhereItCannotBeReached) {
+    const std::string lost = folder.File("lost");
+    fs::create_symlink("/nonexistent/disk", lost);
+    const std::string file = folder.Write("file", "");
+    for (const std::string& site : {lost, file, file + "/below"}) {
+        const Place place = PlaceIn(site);
+        EXPECT_EQ(place.path, site + "/journal.db");
+        EXPECT_FALSE(IsAbsent(place.path)) << site;
+        EXPECT_TRUE(Journal::PerhapsSent(place.path, "a")) << site;
+        EXPECT_THAT(MessageOf([&] { Journal none(place.path); }), HasSubstr("cannot make"));
+    }
+}
+
+TEST_F(JournalPlace, IsAbsentOnlyWhereItWasNeverMade) {
+    EXPECT_TRUE(IsAbsent(path));
+    EXPECT_TRUE(IsAbsent(folder.File("a/b/journal.db")));
+    EXPECT_FALSE(IsAbsent(folder.Write("journal.db", "")));
+    fs::create_symlink("nowhere", folder.File("link"));
+    EXPECT_FALSE(IsAbsent(folder.File("link")));
 }
 
 TEST(JournalTimeText, IsUtcWithMilliseconds) {

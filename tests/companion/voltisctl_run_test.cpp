@@ -174,6 +174,35 @@ TEST_F(VoltisctlRun, RecordsAJobWithoutAnIdToo) {
     EXPECT_EQ(jobs.at(0).at("file"), site_.File("pos/sale.txt"));
 }
 
+// The result is the account's, as its umask has it; what is beside the journal is the group's.
+TEST_F(VoltisctlRun, LeavesToTheGroupWhatIsInTheFolderOfTheGroup) {
+    fs::create_directory(site_.File("lib"));
+    for (const char* folder : {"lib", "logs"}) {
+        ASSERT_EQ(chmod(site_.File(folder).c_str(), 02770), 0);
+    }
+    site_.Configure(resultFile + "StandardLog=1\nDbgErrorLog=2\n");
+    const std::string file = Write(oneSale);
+    const mode_t before = umask(077);
+    const Words line = Words{"run", "--journal", site_.File("lib/journal.db")} + site_.Folders() +
+                       Words{"--job", "a", file};
+    const Answer answer = site_.Served([&] { return RunTool(line); });
+    umask(before);
+    EXPECT_EQ(answer.exitCode, 0) << answer.text;
+    struct stat result = {};
+    ASSERT_EQ(stat(site_.File("pos/result.txt").c_str(), &result), 0);
+    EXPECT_EQ(result.st_mode & 0777U, 0600U);
+    std::size_t files = 0;
+    for (const char* folder : {"lib", "logs"}) {
+        for (const fs::path& path : fs::recursive_directory_iterator(site_.File(folder))) {
+            struct stat status = {};
+            ASSERT_EQ(stat(path.c_str(), &status), 0) << path;
+            EXPECT_EQ(status.st_mode & 07777U, S_ISDIR(status.st_mode) ? 02770U : 0660U) << path;
+            ++files;
+        }
+    }
+    EXPECT_GT(files, 12U);
+}
+
 TEST_F(VoltisctlRun, DoesNotSendWithoutAJournal) {
     const std::string journal = site_.File("pos");  // a folder
     const Answer answer = site_.Served([&] {
