@@ -33,6 +33,8 @@ the_driver_alone
 a_job_is_printed_once
 a_second_user
 a_log_first_written_by_root
+two_users_without_access_lists
+an_account_without_rights
 logs_rotated_in_a_run
 the_doctor_finds_nothing
 connecting_as_the_page_says

@@ -191,6 +191,116 @@ a_log_first_written_by_root() {
     check "eight receipts are on the tape" receipts_are 8
 }
 
+# umask_of USER UMASK COMMAND...: as that user, with that umask.
+umask_of() {
+    local user=$1 mask=$2
+    shift 2
+    # shellcheck disable=SC2016  # the inner shell expands it
+    as "$user" sh -c 'umask "$0"; exec "$@"' "$mask" "$@"
+}
+
+says() {
+    grep -qF -- "$1" "$work/said"
+}
+
+# A disk that knows no access lists.
+mount_without_access_lists() {
+    mount -t ramfs ramfs "$1"
+    chown root:dialout "$1"
+    chmod "$2" "$1"
+}
+
+# Job 3: anna's run is killed before its first command is done, and bert runs the job.
+killed_and_taken_up() {
+    echo 'at data 1 late 3s' >&7
+    umask_of anna 077 voltisctl run --job 3 first-receipt.txt >"$work/said" 2>&1 </dev/null &
+    local starter=$!
+    sleep 1.5
+    kill -KILL "$(tr -d ' \n' </run/lock/LCK..ttyS0)"
+    wait "$starter" || true
+    sleep 2.5
+    ends_with 0 umask_of bert 022 voltisctl run --wait 10 --job 3 first-receipt.txt
+}
+
+two_users_without_access_lists() {
+    step "two users without access lists"
+    local printed closed
+    printed=$(receipts)
+    mount_without_access_lists /var/lib/voltis 2770
+    mount_without_access_lists /var/log/voltis 2775
+    check "anna prints a job with an umask of 077" ends_with 0 umask_of anna 077 voltisctl run --job 1 first-receipt.txt
+    check "it is not printed again by bert" ends_with 0 umask_of bert 022 voltisctl run --job 1 first-receipt.txt
+    check "who has no other journal" test ! -e /home/bert/.local/state/voltis
+    check "and is told of none" not says "this account"
+    check "the journal is the group's" test "$(stat -c '%U:%G %a' /var/lib/voltis/journal.db)" = "anna:dialout 660"
+    check "a job of bert's is printed" ends_with 0 umask_of bert 022 voltisctl run --job 2 first-receipt.txt
+    check "and not again by anna" ends_with 0 umask_of anna 077 voltisctl run --job 2 first-receipt.txt
+    check "two receipts are new" receipts_are $((printed + 2))
+    check "bert takes up what anna's killed run has left" killed_and_taken_up
+    check "and prints it once" receipts_are $((printed + 3))
+    closed=$(find /var/lib/voltis -mindepth 1 \( ! -group dialout -o ! -perm -g=rw -o -perm /o=rwx \))
+    check "all there is the group's, and nobody else's (but: ${closed:-none})" test -z "$closed"
+    check "bert may remove what anna's run has left" as bert rm -r /var/lib/voltis/runs/1
+    as bert voltisctl doctor >"$work/said" 2>&1 || true
+    check "the doctor has nothing to say of the journal" not grep -q -e '\[journal-' -e '\[runs-' "$work/said"
+    logs_without_access_lists
+    a_journal_that_is_closed
+    umount -l /var/lib/voltis
+    umount -l /var/log/voltis
+}
+
+logs_without_access_lists() {
+    local printed
+    check "a log that voltisctl has made is for both" ends_with 0 umask_of bert 022 voltis first-receipt.txt
+    rm /var/log/voltis/*
+    check "anna's driver makes a log" ends_with 0 umask_of anna 022 voltis first-receipt.txt
+    printed=$(receipts)
+    check "which bars bert's driver, as the page says" ends_with 2 umask_of bert 022 voltis first-receipt.txt
+    check "but not voltisctl" ends_with 0 umask_of bert 022 voltisctl run --job 4 first-receipt.txt
+    check "one receipt is new" receipts_are $((printed + 1))
+}
+
+# As an earlier version made it.
+a_journal_that_is_closed() {
+    local printed
+    printed=$(receipts)
+    chmod 644 /var/lib/voltis/journal.db*
+    check "bert is refused" ends_with 2 as bert voltisctl run --job 5 first-receipt.txt
+    # shellcheck disable=SC2016  # backquotes of the message
+    check "with the remedy" says 'as root, `chgrp -R dialout /var/lib/voltis` and `chmod -R g+rwX /var/lib/voltis`'
+    check "without an ID, too" ends_with 2 as bert voltisctl run first-receipt.txt
+    check "of anna's job he is not told that it was not printed" ends_with 101 as bert voltisctl run --job 1 first-receipt.txt
+    check "he is shown no other jobs" ends_with 2 as bert voltisctl jobs
+    check "and decides none" ends_with 2 as bert voltisctl resolve 1 --as printed --note seen
+    check "the doctor finds it" ends_with 1 as bert voltisctl doctor
+    check "by its name" says '[journal-rights]'
+    mount -o remount,bind,ro /var/lib/voltis
+    check "nor is a read-only disk a reason for another journal" ends_with 2 as anna voltisctl run --job 5 first-receipt.txt
+    check "which is told" says 'Read-only file system'
+    mount -o remount,bind,rw /var/lib/voltis
+    check "nothing was printed" receipts_are "$printed"
+    chgrp -R dialout /var/lib/voltis
+    chmod -R g+rwX /var/lib/voltis
+    check "the remedy helps" ends_with 0 as bert voltisctl run --job 5 first-receipt.txt
+    check "and he knows anna's job" ends_with 0 as bert voltisctl run --job 1 first-receipt.txt
+    check "one receipt is new" receipts_are $((printed + 1))
+}
+
+an_account_without_rights() {
+    step "an account without rights"
+    local printed
+    printed=$(receipts)
+    check "it cannot print" ends_with 2 as guest voltisctl run --json first-receipt.txt
+    check "and is told of a journal of its own" says "this account may not use the machine's journal in '/var/lib/voltis'"
+    as guest voltisctl jobs --json >"$work/jobs" 2>"$work/said"
+    check "its jobs are told from the machine's" says "it has one of its own, '/home/guest/.local/state/voltis/journal.db'"
+    check "beside the JSON" grep -q '"verdict": "not-printed"' "$work/jobs"
+    check "a job of a journal of one's own" ends_with 0 as bert voltisctl run --journal .local/state/voltis/journal.db --job 9 first-receipt.txt
+    check "is known when the account has got rights" ends_with 0 as bert voltisctl run --job 9 first-receipt.txt
+    check "and not printed again" receipts_are $((printed + 1))
+    as bert rm -r .local/state/voltis
+}
+
 # slow_run CONFIGURATION: a sale with the logs rotated in its middle.
 slow_run() {
     local before
