@@ -21,9 +21,9 @@ PROGRAMS = ("voltis", "voltisctl")
 # What a copyright file of Debian says of these.
 LICENCES = {
     "BSD-3-Clause": "BSD-3-clause",
-    "GPL-3.0-or-later": r"GPL-3\+|GNU General Public License \(v3 or later\)",
+    "GPL-3.0-or-later": r"GPL-3\+|GPL-3\.0-or-later|GNU General Public License \(v3 or later\)",
     "GPL-3.0-or-later WITH GCC-exception-3.1": r"\(v3 or later\) with version 3\.1 of the GCC Runtime Library Exception",
-    "LGPL-2.1-or-later": r"version 2\.1 of the License, or \(at your option\) any later version",
+    "LGPL-2.1-or-later": r"LGPL-2\.1\+|LGPL-2\.1-or-later|version 2\.1 of the License, or \(at your option\) any later version",
     "MIT": "Expat|MIT",
 }
 # Constants of the kernel; nothing of it is compiled.
@@ -181,7 +181,8 @@ class Components(unittest.TestCase):
             # A file in Debian's format has one for all that has no other.
             general = re.search(r"^Files: \*\n(?:.+\n)*?License: (.+)$", text, re.M)
             said = general[1] if general else " ".join(text.split())
-            self.assertRegex(said, LICENCES[entry["licenseDeclared"]], package)
+            with self.subTest(package):
+                self.assertRegex(said, LICENCES[entry["licenseDeclared"]])
 
 
 if __name__ == "__main__":
