@@ -17,19 +17,25 @@ fail() {
     exit 1
 }
 
+# Whatever fails in here, as ending a register that has already ended does, the rest is done all the same.
 close_shop() {
+    set +e
     if [ -n "$register" ]; then kill "$register"; fi
     # A test that failed between two versions.
     if [ -n "$old" ] && [ "$(version)" != "$old" ]; then
-        dpkg --force-confold -i "$shop/old.deb" </dev/null || true
+        dpkg --force-confold -i "$shop/old.deb" </dev/null
     fi
-    local folder
+    local folder whole=yes
     for folder in "${folders[@]}"; do
-        find "$folder" -mindepth 1 -delete
-        cp -a "$shop/before$folder/." "$folder/"
+        put_back "$folder" || whole=
     done
-    userdel --force --remove "$user" 2>/dev/null || true
+    userdel --force --remove "$user" 2>/dev/null
+    [ -n "$whole" ] || fail "what was in ${folders[*]} is in $shop/before"
     rm -rf "$shop"
+}
+
+put_back() {
+    mkdir -p "$1" && find "$1" -mindepth 1 -delete && cp -a "$shop/before$1/." "$1/"
 }
 
 open_shop() {
@@ -40,6 +46,8 @@ open_shop() {
         cp -a "$folder/." "$shop/before$folder/"
     done
     trap close_shop EXIT
+    # Only the configuration is the test's as well: not the journal, which may be another account's, and not the log.
+    find /var/log/voltis /var/lib/voltis -mindepth 1 -delete
     useradd --create-home --groups dialout "$user"
     cp /usr/share/doc/voltis/examples/first-receipt.txt "/home/$user/sale.txt"
     chown "$user" "/home/$user/sale.txt"
@@ -73,9 +81,16 @@ as_user() {
     runuser -u "$user" -- env -C "/home/$user" HOME="/home/$user" PATH=/usr/bin:/bin "$@"
 }
 
-# sell NUMBER: the same number is the same job, which nobody else has.
+# sell NUMBER: the same number is the same job, which nobody else has; the log tells it by its path.
 sell() {
-    as_user voltisctl run --job "$user-$1" sale.txt || fail "job $1 ended with $?"
+    as_user voltisctl run --job "$user-$1" "/home/$user/sale.txt" || fail "job $1 ended with $?"
+}
+
+# log_has NUMBER: runs of this shop, in the log of the machine.
+log_has() {
+    local runs
+    runs=$(grep -c "$user" /var/log/voltis/voltis.log || true)
+    [ "${runs:-0}" -eq "$1" ] || fail "${runs:-no} runs in the log instead of $1"
 }
 
 # tape_has NUMBER
@@ -91,6 +106,6 @@ journal_knows() {
     [ -s /var/lib/voltis/journal.db ] || fail "no journal in /var/lib/voltis"
     jobs=$(as_user voltisctl jobs)
     for number in "$@"; do
-        grep -E "$user-$number\b.*printed" <<<"$jobs" >/dev/null || fail "job $number is not in the journal: $jobs"
+        grep -E " $user-$number +done +printed " <<<"$jobs" >/dev/null || fail "job $number is not in the journal: $jobs"
     done
 }

@@ -20,13 +20,19 @@ apt-get -q -y install "$package" >/dev/null
 printf '[VOLTIS]\nDevice=/dev/ttyS7\n' >/etc/voltis/registers/bar.ini
 echo "a run of last week" >/var/log/voltis/voltis.log
 mkdir -m 2770 /var/lib/voltis/runs
+useradd --create-home --groups dialout pos
+runuser -u pos -- env -C /home/pos HOME=/home/pos voltisctl run --job 1 /usr/share/doc/voltis/examples/first-receipt.txt >/dev/null || true
+[ "$(stat -c %U /var/lib/voltis/journal.db)" = pos ] || { echo "there is no journal of the shop's" >&2; exit 1; }
 
-# Everything of the shop that a test could change.
+# Everything of the shop that a test could change, and where it makes its own.
 state() {
     dpkg-query -W -f '${Version} ${Status} ${Conffiles}\n' voltis
     getfacl -R -p /etc/voltis /var/log/voltis /var/lib/voltis
     find /etc/voltis /var/log/voltis /var/lib/voltis -type f -exec md5sum {} + | sort
     getent passwd
+    getent group
+    ls -lAR /home
+    ls -A "${TMPDIR:-/tmp}"
 }
 
 work=$(mktemp -d)
@@ -37,6 +43,10 @@ autopkgtest --no-built-binaries --output-dir="$work/out" "$package" "$tree" -- n
     echo "autopkgtest: exit status $code"
     exit "$code"
 }
+# A test that fails, and whose register has ended, puts everything back as well.
+code=0
+(cd "$tree" && bash -euc '. debian/tests/shop.sh; open_shop; kill -KILL "$register"; wait "$register" || exit 5') || code=$?
+[ "$code" -eq 5 ] || { echo "a test whose register has ended: exit status $code" >&2; exit 1; }
 passed=$(grep -cE '^(sale|upgrade) +PASS' "$work/out/summary" || true)
 state | diff "$work/before" - || { echo "the tests have not left the system as it was" >&2; exit 1; }
 [ "$passed" -eq "$(grep -c ^Tests: "$tree/debian/tests/control")" ] || { cat "$work/out/summary"; exit 1; }
