@@ -21,10 +21,10 @@ PROGRAMS = ("voltis", "voltisctl")
 # What a copyright file of Debian says of these.
 LICENCES = {
     "BSD-3-Clause": "BSD-3-clause",
-    "GPL-3.0-or-later": r"GPL-3\+|GPL-3\.0-or-later|GNU General Public License \(v3 or later\)",
+    "GPL-3.0-or-later": r"\bGPL-3\+|\bGPL-3\.0-or-later|GNU General Public License \(v3 or later\)",
     "GPL-3.0-or-later WITH GCC-exception-3.1": r"\(v3 or later\) with version 3\.1 of the GCC Runtime Library Exception",
     "LGPL-2.1-or-later": r"LGPL-2\.1\+|LGPL-2\.1-or-later|version 2\.1 of the License, or \(at your option\) any later version",
-    "MIT": "Expat|MIT",
+    "MIT": r"\b(Expat|MIT)\b",
 }
 # Constants of the kernel; nothing of it is compiled.
 NO_CODE = {"linux-libc-dev"}
