@@ -2,14 +2,15 @@
 # SPDX-FileCopyrightText: VOLTIS developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# reproducible.sh: builds the packages twice, on purpose in different circumstances, and compares every
-# byte: by root and by an ordinary user, on all processors and on one, with tests and without, at another
+# reproducible.sh [FOLDER]: builds the packages twice, on purpose in different circumstances, and compares
+# every byte, also with the packages in FOLDER, which are to be published: by root and by an ordinary user, on all processors and on one, with tests and without, at another
 # path, umask, home, language and time zone, and a year later. It makes a user and a locale, so it runs as
 # root in a bare Debian root (scripts/bare).
 set -euo pipefail
 
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$tree/scripts/lib/install.sh"
+published=${1:+$(realpath "$1")}
 cd "$tree"
 if [ "$(id -u)" -ne 0 ]; then
     echo "reproducible.sh: only as root" >&2
@@ -67,11 +68,16 @@ grep -q 'ninja -j1 ' "$other.log" || fail "parallel=1 is not honoured"
 if grep -qE 'tests passed|_test\.cpp' "$other.log"; then fail "nocheck is not honoured"; fi
 echo "the package's options: parallel=$processors and parallel=1 are honoured, $tests tests without nocheck, none with it"
 
+# No build may lack a package, or have one more.
+for folder in "$work/one" "$other" ${published:+"$published"}; do
+    names=$(cd "$folder" && printf '%s\n' *.deb | sed 's/_.*//' | LC_ALL=C sort | xargs)
+    [ "$names" = "voltis voltis-dbgsym" ] || fail "in $folder are the packages $names"
+done
 different=0
 for package in "$work"/one/*.deb; do
     name=$(basename "$package")
-    if cmp "$package" "$other/$name"; then
-        echo "reproducible: $name: $(stat -c %s "$package") bytes, the same twice"
+    if cmp "$package" "$other/$name" && { [ -z "$published" ] || cmp "$package" "$published/$name"; }; then
+        echo "reproducible: $name: $(stat -c %s "$package") bytes, the same twice${published:+, and in what is published}"
     else
         different=1
     fi
