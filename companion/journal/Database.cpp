@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "companion/journal/JournalError.h"
 
@@ -121,15 +122,30 @@ void Database::Fail() const {
     FailFor(path_, reason + RemedyFor(sqlite3_errcode(Handle())));
 }
 
-void Statement::Finalize::operator()(sqlite3_stmt* handle) const {
+void Database::Finalize::operator()(sqlite3_stmt* handle) const {
     sqlite3_finalize(handle);
 }
 
-Statement::Statement(Prepare, const Database& database, const std::string& sql)
-    : database_(database) {
+Database::Prepared Database::Take(const std::string& sql) const {
+    if (const auto kept = kept_.find(sql); kept != kept_.end() && kept->second)
+        return std::move(kept->second);
     sqlite3_stmt* handle = nullptr;
-    Check(sqlite3_prepare_v2(database.Handle(), sql.c_str(), -1, &handle, nullptr));
-    handle_.reset(handle);
+    if (sqlite3_prepare_v2(Handle(), sql.c_str(), -1, &handle, nullptr) != SQLITE_OK) Fail();
+    return Prepared(handle);
+}
+
+// What went wrong with it was told by the step.
+void Database::GiveBack(const std::string& sql, Prepared statement) const {
+    sqlite3_reset(statement.get());
+    sqlite3_clear_bindings(statement.get());
+    kept_[sql] = std::move(statement);
+}
+
+Statement::Statement(Prepare, const Database& database, const std::string& sql)
+    : database_(database), sql_(sql), handle_(database.Take(sql)) {}
+
+Statement::~Statement() {
+    if (handle_) database_.GiveBack(sql_, std::move(handle_));
 }
 
 bool Statement::Step() {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,6 +36,14 @@ class Database {
     /// Throws what the last call on this connection complained of.
     [[noreturn]] void Fail() const;
 
+    struct Finalize {
+        void operator()(sqlite3_stmt* handle) const;
+    };
+    using Prepared = std::unique_ptr<sqlite3_stmt, Finalize>;
+    /// The statement, prepared. It is kept for the next call when it is given back.
+    Prepared Take(const std::string& sql) const;
+    void GiveBack(const std::string& sql, Prepared statement) const;
+
   private:
     struct Close {
         void operator()(sqlite3* handle) const;
@@ -44,6 +53,7 @@ class Database {
 
     std::string path_;
     std::unique_ptr<sqlite3, Close> handle_;
+    mutable std::map<std::string, Prepared> kept_;  // gone before the connection
 };
 
 /// Bytes that are stored as they are, where a std::string is stored as text.
@@ -61,6 +71,10 @@ class Statement {
         (Bind(values), ...);
     }
 
+    ~Statement();
+    Statement(Statement&&) = default;
+    Statement& operator=(Statement&&) = delete;
+
     /// Goes to the next row; false: there is none.
     bool Step();
     /// For a statement that returns no row of interest.
@@ -72,9 +86,6 @@ class Statement {
 
   private:
     struct Prepare {};
-    struct Finalize {
-        void operator()(sqlite3_stmt* handle) const;
-    };
 
     Statement(Prepare, const Database& database, const std::string& sql);
     void Bind(std::int64_t value);
@@ -85,7 +96,8 @@ class Statement {
     void Check(int result) const;
 
     const Database& database_;
-    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+    std::string sql_;
+    Database::Prepared handle_;
     int bound_ = 0;
 };
 
