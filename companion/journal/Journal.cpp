@@ -22,14 +22,16 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-constexpr int schemaVersion = 1;
+constexpr int schemaVersion = 2;
 constexpr int applicationId = 0x564F4C54;  // the file's mark, at byte 68
 
 // Small enough to be read again in no time by the next process, which finds what is not yet in the
 // main file there.
 constexpr int walPages = 100;
 
-constexpr const char* schema[] = {
+// A file of version 1 has these. An older program that has it open goes on after the steps that
+// follow: columns are added with defaults, and it names those that it uses.
+constexpr const char* firstSchema[] = {
     "CREATE TABLE jobs("
     "number INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT UNIQUE, register TEXT NOT NULL,"
     "file TEXT NOT NULL, content BLOB NOT NULL,"
@@ -47,6 +49,37 @@ constexpr const char* schema[] = {
     "note TEXT NOT NULL) STRICT",
     "CREATE INDEX attempts_job ON attempts(job)",
     "CREATE TABLE registers(name TEXT PRIMARY KEY, may_hold INTEGER NOT NULL) STRICT",
+};
+
+constexpr const char* toSecondVersion[] = {
+    "ALTER TABLE jobs ADD COLUMN till TEXT NOT NULL DEFAULT ''",
+    "ALTER TABLE jobs ADD COLUMN place INTEGER",
+    "ALTER TABLE jobs ADD COLUMN withdrawn_by TEXT NOT NULL DEFAULT ''",
+    "CREATE INDEX jobs_register ON jobs(register, number)",
+    "CREATE INDEX jobs_open ON jobs(state, register, place)"
+    " WHERE state IN('received','sending','in-doubt')",
+    "CREATE INDEX jobs_place ON jobs(place) WHERE place IS NOT NULL",
+    "CREATE INDEX jobs_ended ON jobs(ended) WHERE state IN('done','failed')",
+    "CREATE TABLE events("
+    "number INTEGER PRIMARY KEY AUTOINCREMENT, job INTEGER NOT NULL, register TEXT NOT NULL,"
+    "state TEXT NOT NULL, verdict TEXT NOT NULL,"
+    "at TEXT NOT NULL DEFAULT(strftime('%Y-%m-%dT%H:%M:%fZ','now'))) STRICT",
+    "CREATE INDEX events_job ON events(job)",
+    // By the file itself, so that no program can forget it.
+    "CREATE TRIGGER job_received AFTER INSERT ON jobs BEGIN"
+    " INSERT INTO events(job, register, state, verdict)"
+    " VALUES(NEW.number, NEW.register, NEW.state, NEW.verdict); END",
+    "CREATE TRIGGER job_changed AFTER UPDATE OF state ON jobs BEGIN"
+    " INSERT INTO events(job, register, state, verdict)"
+    " VALUES(NEW.number, NEW.register, NEW.state, NEW.verdict); END",
+};
+
+// What the second version has more, for a file that may not be changed.
+constexpr const char* asSecondVersion[] = {
+    "CREATE TEMP VIEW jobs AS SELECT *, '' AS till, NULL AS place, '' AS withdrawn_by"
+    " FROM main.jobs",
+    "CREATE TEMP TABLE events(number INTEGER, job INTEGER, register TEXT, state TEXT,"
+    " verdict TEXT, at TEXT)",
 };
 
 struct StateRow {
@@ -108,11 +141,17 @@ void UseWal(const Database& database) {
     Refuse(database.Path(), "another process keeps it locked, or its file system cannot share it");
 }
 
+void MakeFirstTables(const Database& database) {
+    for (const char* statement : firstSchema) Run(database, statement);
+    Run(database, "PRAGMA application_id=" + std::to_string(applicationId));
+}
+
 void MakeTables(const Database& database) {
     Transaction transaction(database);
-    if (VersionOf(database) == 0) {  // else another process was quicker
-        for (const char* statement : schema) Run(database, statement);
-        Run(database, "PRAGMA application_id=" + std::to_string(applicationId));
+    const std::int64_t version = VersionOf(database);
+    if (version == 0) MakeFirstTables(database);
+    if (version < schemaVersion) {  // else another process was quicker
+        for (const char* statement : toSecondVersion) Run(database, statement);
         Run(database, "PRAGMA user_version=" + std::to_string(schemaVersion));
     }
     transaction.Commit();
@@ -120,7 +159,7 @@ void MakeTables(const Database& database) {
 
 const std::string jobColumns =
     "number, id, register, file, state, verdict, outcome, exit_code, received, ended, logs, "
-    "resolved_by, resolved_at, note";
+    "resolved_by, resolved_at, note, till, place, withdrawn_by";
 
 State StateIn(const Database& database, const std::string& word) {
     const std::optional<State> state = StateOf(word);
@@ -145,6 +184,9 @@ Job JobIn(const Database& database, const Statement& row) {
     job.resolvedBy = row.Text(11);
     job.resolvedAt = row.Text(12);
     job.note = row.Text(13);
+    job.till = row.Text(14);
+    if (!row.IsNull(15)) job.place = row.Integer(15);
+    job.withdrawnBy = row.Text(16);
     return job;
 }
 
@@ -154,7 +196,7 @@ std::vector<Job> JobsOf(Statement rows, const Database& database) {
     return jobs;
 }
 
-constexpr int contentColumn = 14;
+constexpr int contentColumn = 17;
 
 template <typename Key>
 std::optional<Job> JobWhere(const Database& database, const char* column, const Key& key) {
@@ -168,10 +210,18 @@ std::optional<Job> JobWhere(const Database& database, const char* column, const 
 
 std::int64_t Insert(const Database& database, const NewJob& job) {
     Run(database,
-        "INSERT INTO jobs(id, register, file, content, state, received) "
-        "VALUES(?,?,?,?,'received',?)",
-        job.id, job.registerName, job.file, Blob{job.content}, TimeText(Clock::now()));
+        "INSERT INTO jobs(id, register, file, content, state, received, till) "
+        "VALUES(?,?,?,?,'received',?,?)",
+        job.id, job.registerName, job.file, Blob{job.content}, TimeText(Clock::now()), job.till);
     return sqlite3_last_insert_rowid(database.Handle());
+}
+
+// The last place of all queues: those of one queue are in the order in which they came.
+void PutInQueue(const Database& database, std::int64_t number) {
+    Run(database,
+        "UPDATE jobs SET place=1+ifnull((SELECT max(place) FROM jobs WHERE place IS NOT NULL),0)"
+        " WHERE number=?",
+        number);
 }
 
 void WriteMayHold(const Database& database, const std::string& registerName, bool mayHold) {
@@ -186,6 +236,12 @@ void WriteEnd(const Database& database, std::int64_t number, const Ended& ended)
         "UPDATE jobs SET state=?, verdict=?, outcome=?, exit_code=?, ended=? WHERE number=?",
         std::string(Word(StateAfter(ended.verdict))), ended.verdict, ended.outcome, ended.exitCode,
         TimeText(Clock::now()), number);
+}
+
+// A new call with its ID may print it. One that waits in the queue does so already.
+bool MayBeTakenUp(const Job& job) {
+    if (job.state == State::Failed) return job.withdrawnBy.empty();
+    return job.state == State::Received && !job.place;
 }
 
 [[noreturn]] void RefuseState(const Job& job, const char* what) {
@@ -269,7 +325,12 @@ std::optional<Journal> Journal::ForReading(const std::string& path) {
     const auto size = std::filesystem::file_size(path, error);
     if (error == std::errc::no_such_file_or_directory || (!error && size == 0)) return std::nullopt;
     Database database = Database::ForReading(path);
-    if (VersionOf(database) == 0) return std::nullopt;
+    const std::int64_t version = VersionOf(database);
+    if (version == 0) return std::nullopt;
+    if (version == 1) {
+        Run(database, "PRAGMA temp_store=MEMORY");
+        for (const char* statement : asSecondVersion) Run(database, statement);
+    }
     return Journal(std::move(database));
 }
 
@@ -282,7 +343,7 @@ void Journal::Prepare() {
     // the next one to bring it to disk.
     Run(database_, "PRAGMA synchronous=FULL");
     Run(database_, "PRAGMA wal_autocheckpoint=" + std::to_string(walPages));
-    if (version == 0) MakeTables(database_);
+    if (version < schemaVersion) MakeTables(database_);
 }
 
 Place Journal::DefaultPlace(const std::string& id, const std::string& folder) {
@@ -326,8 +387,8 @@ Job Journal::Get(std::int64_t number) const {
 std::vector<Job> Journal::History(std::int64_t number) const {
     return JobsOf(Statement(database_,
                             "SELECT job, NULL, register, file, 'failed', verdict, outcome,"
-                            " exit_code, received, ended, logs, resolved_by, resolved_at, note"
-                            " FROM attempts WHERE job=? ORDER BY rowid",
+                            " exit_code, received, ended, logs, resolved_by, resolved_at, note, '',"
+                            " NULL, '' FROM attempts WHERE job=? ORDER BY rowid",
                             number),
                   database_);
 }
@@ -351,15 +412,68 @@ std::int64_t Journal::Receive(const NewJob& job) {
                            "' is in the journal with another content, received " + old->received +
                            " from '" + old->file + "'; a new job needs a new ID");
     }
-    if (old) TakeUpAgain(*old, job);
+    const bool settled = old && !MayBeTakenUp(*old);
+    if (old && !settled) TakeUpAgain(*old, job);
     const std::int64_t number = old ? old->number : Insert(database_, job);
+    if (job.queued && !settled) PutInQueue(database_, number);
     transaction.Commit();
     return number;
 }
 
+std::optional<std::int64_t> Journal::NextInQueue(const std::string& registerName) const {
+    Statement row(database_,
+                  "SELECT number FROM jobs WHERE state='received' AND register=?"
+                  " AND place IS NOT NULL ORDER BY place LIMIT 1",
+                  registerName);
+    if (!row.Step()) return std::nullopt;
+    return row.Integer(0);
+}
+
+std::int64_t Journal::QueueLength(const std::string& registerName) const {
+    Statement row(database_,
+                  "SELECT count(*) FROM jobs WHERE state='received' AND register=?"
+                  " AND place IS NOT NULL",
+                  registerName);
+    return row.Step() ? row.Integer(0) : 0;
+}
+
+std::int64_t Journal::BeforeInQueue(const Job& job) const {
+    if (!job.InQueue()) return 0;
+    Statement row(database_,
+                  "SELECT count(*) FROM jobs WHERE state='received' AND register=? AND place<?",
+                  job.registerName, *job.place);
+    return row.Step() ? row.Integer(0) : 0;
+}
+
+void Journal::Withdraw(std::int64_t number, const std::string& who, const std::string& outcome,
+                       int exitCode) {
+    Transaction transaction(database_);
+    const Job job = Get(number);
+    if (!job.InQueue()) RefuseState(job, "withdrawn");
+    WriteEnd(database_, number, {notPrinted, outcome, exitCode, true});
+    Run(database_, "UPDATE jobs SET withdrawn_by=? WHERE number=?", who, number);
+    transaction.Commit();
+}
+
+std::vector<Event> Journal::EventsAfter(std::int64_t number, int limit) const {
+    Statement row(database_,
+                  "SELECT number, job, register, state, verdict, at FROM events WHERE number>?"
+                  " ORDER BY number LIMIT ?",
+                  number, limit);
+    std::vector<Event> events;
+    while (row.Step())
+        events.push_back({row.Integer(0), row.Integer(1), row.Text(2),
+                          StateIn(database_, row.Text(3)), row.Text(4), row.Text(5)});
+    return events;
+}
+
+// Events that were removed count, too.
+std::int64_t Journal::LastEvent() const {
+    return Number(database_, "SELECT seq FROM main.sqlite_sequence WHERE name='events'");
+}
+
 // The row is the latest attempt. One that was never begun has no history.
 void Journal::TakeUpAgain(const Job& old, const NewJob& job) {
-    if (old.state != State::Failed && old.state != State::Received) return;
     if (old.state == State::Failed) {
         Run(database_,
             "INSERT INTO attempts SELECT number, register, file, verdict, outcome, exit_code,"
@@ -368,9 +482,9 @@ void Journal::TakeUpAgain(const Job& old, const NewJob& job) {
     }
     Run(database_,
         "UPDATE jobs SET register=?, file=?, state='received', verdict='', outcome='',"
-        " exit_code=NULL, received=?, ended='', logs='', resolved_by='', resolved_at='', note=''"
-        " WHERE number=?",
-        job.registerName, job.file, TimeText(Clock::now()), old.number);
+        " exit_code=NULL, received=?, ended='', logs='', resolved_by='', resolved_at='', note='',"
+        " till=?, place=NULL WHERE number=?",
+        job.registerName, job.file, TimeText(Clock::now()), job.till, old.number);
 }
 
 void Journal::StartSending(std::int64_t number, const std::string& registerName,
@@ -443,6 +557,7 @@ std::vector<std::string> Journal::Prune(int days, Clock::time_point now) {
                             " UNION SELECT logs FROM attempts WHERE logs<>'' AND job IN" + old,
                         limit));
     Run(database_, "DELETE FROM attempts WHERE job IN" + old, limit);
+    Run(database_, "DELETE FROM events WHERE job IN" + old, limit);
     Run(database_, "DELETE FROM jobs WHERE number IN" + old, limit);
     transaction.Commit();
     return logs;

@@ -11,6 +11,10 @@
 //                  |  +-- GiveUp --------------> failed    not printed: may be tried again
 //                  +------- Receive of the same ID and content ------+
 //
+// A job that is received may wait in the queue of its register for the program that serves it. From
+// there it can be withdrawn: then it is failed, and stays so. Every change of a state is an event;
+// events are numbered in the order in which they came to be, whichever program made them.
+//
 // What is promised when the power fails, the process is killed or the disk is full:
 //
 // - When a call returns, what it has changed is on disk, and every process sees it.
@@ -60,8 +64,10 @@ std::string TimeText(std::chrono::system_clock::time_point time);
 struct NewJob {
     std::optional<std::string> id;
     std::string registerName;
-    std::string file;     // absolute path
-    std::string content;  // the bytes of the command file
+    std::string file;       // absolute path
+    std::string content;    // the bytes of the command file
+    std::string till = {};  // who gave it to the service; else empty
+    bool queued = false;    // for the program that serves the register
 };
 
 struct Job {
@@ -80,6 +86,21 @@ struct Job {
     std::string resolvedBy;       // the person, when one has decided; then the verdict is theirs
     std::string resolvedAt;
     std::string note;
+    std::string till;                   // who gave it to the service; else empty
+    std::optional<std::int64_t> place;  // among all that were ever queued; none: it was not
+    std::string withdrawnBy;            // who took it out of the queue; else empty
+
+    bool InQueue() const { return state == State::Received && place.has_value(); }
+};
+
+/// A job has come into a state, perhaps into the one that it had.
+struct Event {
+    std::int64_t number = 0;  // grows, and is never used again
+    std::int64_t job = 0;     // its number
+    std::string registerName;
+    State state = State::Received;
+    std::string verdict;
+    std::string at;  // as TimeText
 };
 
 /// How a run ended. Its state follows from the verdict.
@@ -136,8 +157,24 @@ class Journal {
     /// that is there with the same content keeps its row: in state failed, or left in received, it
     /// is taken up again, with the new register and file, and what came of an attempt before goes
     /// to the history. In any other state nothing changes: ask for the state. OtherContent:
-    /// likewise.
+    /// likewise. A job that was withdrawn stays so. One that is queued is the last of its
+    /// register's queue, or keeps the register and the place that it has there.
     std::int64_t Receive(const NewJob& job);
+
+    /// The first one of the register's queue.
+    std::optional<std::int64_t> NextInQueue(const std::string& registerName) const;
+    /// How many are in the register's queue.
+    std::int64_t QueueLength(const std::string& registerName) const;
+    /// How many are before that one in the queue of its register, 0 for one that is in none.
+    std::int64_t BeforeInQueue(const Job& job) const;
+    /// Takes a job out of the queue, for good: not-printed. WrongState: it is in none.
+    void Withdraw(std::int64_t number, const std::string& who, const std::string& outcome,
+                  int exitCode);
+
+    /// The events after that number, so many at most, in their order.
+    std::vector<Event> EventsAfter(std::int64_t number, int limit) const;
+    /// The number of the last one that there was; 0: there was none.
+    std::int64_t LastEvent() const;
 
     /// From received to sending on that register, which may hold a command number from now on. Of
     /// several processes that have received one ID it is the first that gets it: WrongState for the
@@ -166,7 +203,8 @@ class Journal {
     /// What SQLite finds wrong with the file, the first of it; empty: nothing. Reads all of it.
     std::string Damage() const;
 
-    /// Removes jobs, done or failed, that ended more than so many days ago, with their history.
+    /// Removes jobs, done or failed, that ended more than so many days ago, with their history and
+    /// events.
     /// Returns their folders of logs, which are the caller's to remove.
     std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now);
 

@@ -425,9 +425,9 @@ TEST_F(JournalFile, SurvivesAProcessThatEndsInTheMiddle) {
 }
 
 TEST_F(JournalFile, OfANewerVersionIsRefusedAndLeftAlone) {
-    Statement(Database(path, nullptr), "PRAGMA user_version=2").Run();
+    Statement(Database(path, nullptr), "PRAGMA user_version=3").Run();
     EXPECT_THAT(MessageOf([&] { Journal other(path); }),
-                testing::AllOf(HasSubstr("'" + path + "'"), HasSubstr("it has version 2")));
+                testing::AllOf(HasSubstr("'" + path + "'"), HasSubstr("it has version 3")));
 }
 
 TEST_F(JournalFile, IsNoDatabaseOfSomethingElse) {

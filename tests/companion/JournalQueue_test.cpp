@@ -1,0 +1,329 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// The queues of the registers, the events, and files of the version before there were any.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "companion/journal/Database.h"
+#include "companion/journal/Journal.h"
+#include "tests/support/TempDir.h"
+
+using namespace journal;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr char tart[] = "SALE: DEPTNR=1; AMOUNT=1.00\nTENDER\n";
+constexpr char withdrawnOutcome[] = R"({"verdict": "not-printed"})";
+
+class Queues : public testing::Test {
+  protected:
+    std::int64_t Queue(const std::string& id, const std::string& registerName = "default") {
+        return journal_.Receive({id, registerName, "", tart, "till 1", true});
+    }
+    void Fail(std::int64_t number) { journal_.GiveUp(number, "{}", 2); }
+    void Print(std::int64_t number) {
+        journal_.StartSending(number, "default", "");
+        journal_.Finish(number, {printed, "{}", 0, false});
+    }
+    void Withdraw(std::int64_t number) { journal_.Withdraw(number, "till 2", withdrawnOutcome, 2); }
+    std::int64_t Before(std::int64_t number) const {
+        return journal_.BeforeInQueue(journal_.Get(number));
+    }
+    // The numbers in the order in which the queue would be worked off.
+    std::vector<std::int64_t> InOrder(const std::string& registerName = "default") {
+        std::vector<std::int64_t> order;
+        while (const auto next = journal_.NextInQueue(registerName)) {
+            order.push_back(*next);
+            Print(*next);
+        }
+        return order;
+    }
+    // "number state verdict" of each.
+    std::vector<std::string> Events(std::int64_t after = 0, int limit = 100) const {
+        std::vector<std::string> texts;
+        for (const Event& event : journal_.EventsAfter(after, limit)) {
+            texts.push_back(std::to_string(event.job) + " " + Word(event.state) +
+                            (event.verdict.empty() ? "" : " " + event.verdict));
+        }
+        return texts;
+    }
+    void RunSql(const std::string& sql) const { journal::Run(Database(path_, nullptr), sql); }
+
+    TempDir folder_;
+    std::string path_ = folder_.File("journal.db");
+    Journal journal_{path_};
+};
+
+using JournalQueue = Queues;
+using JournalWithdraw = Queues;
+using JournalEvents = Queues;
+
+}  // namespace
+
+// --- the queue -----------------------------------------------------------------------------------
+
+TEST_F(JournalQueue, IsWorkedOffInTheOrderInWhichJobsCame) {
+    const std::int64_t first = Queue("c"), second = Queue("a"), third = Queue("b");
+    EXPECT_EQ(Before(first), 0);
+    EXPECT_EQ(Before(third), 2);
+    EXPECT_THAT(InOrder(), ElementsAre(first, second, third));
+    EXPECT_EQ(journal_.NextInQueue("default"), std::nullopt);
+}
+
+TEST_F(JournalQueue, IsOneForEachRegister) {
+    const std::int64_t here = Queue("a"), there = Queue("b", "bar"), next = Queue("c");
+    EXPECT_EQ(Before(there), 0);
+    EXPECT_EQ(Before(next), 1);
+    EXPECT_EQ(journal_.NextInQueue("bar"), there);
+    EXPECT_THAT(InOrder(), ElementsAre(here, next));
+}
+
+TEST_F(JournalQueue, RemembersWhoGaveTheJob) {
+    EXPECT_EQ(journal_.Get(Queue("a")).till, "till 1");
+}
+
+TEST_F(JournalQueue, HasNoneThatWereReceivedByAProcessOfTheirOwn) {
+    const std::int64_t own = journal_.Receive({"a", "default", "", tart});
+    EXPECT_FALSE(journal_.Get(own).InQueue());
+    EXPECT_EQ(journal_.NextInQueue("default"), std::nullopt);
+    EXPECT_EQ(Before(own), 0);
+}
+
+TEST_F(JournalQueue, KeepsThePlaceOfAJobThatComesAgain) {
+    const std::int64_t first = Queue("a"), second = Queue("b");
+    EXPECT_EQ(Queue("a"), first);
+    EXPECT_EQ(Queue("a", "bar"), first);
+    EXPECT_EQ(journal_.Receive({"a", "bar", "", tart}), first);
+    EXPECT_EQ(journal_.NextInQueue("bar"), std::nullopt);
+    EXPECT_THAT(InOrder(), ElementsAre(first, second));
+}
+
+TEST_F(JournalQueue, PutsAFailedJobThatComesAgainLast) {
+    const std::int64_t first = Queue("a"), second = Queue("b");
+    Fail(first);
+    EXPECT_EQ(journal_.NextInQueue("default"), second);
+    EXPECT_EQ(Queue("a"), first);
+    EXPECT_THAT(InOrder(), ElementsAre(second, first));
+}
+
+TEST_F(JournalQueue, IsLeftByAFailedJobThatAProcessTakesUpByItself) {
+    const std::int64_t first = Queue("a");
+    Fail(first);
+    EXPECT_EQ(journal_.Receive({"a", "default", "", tart}), first);
+    EXPECT_FALSE(journal_.Get(first).InQueue());
+    EXPECT_EQ(journal_.Get(first).till, "");
+}
+
+TEST_F(JournalQueue, TakesAJobThatAProcessHasReceivedAndLeft) {
+    const std::int64_t left = journal_.Receive({"a", "default", "", tart});
+    EXPECT_EQ(Queue("a"), left);
+    EXPECT_THAT(InOrder(), ElementsAre(left));
+}
+
+TEST_F(JournalQueue, TakesNothingThatMayHaveBeenPrinted) {
+    const std::int64_t sending = Queue("a"), done = Queue("b");
+    journal_.StartSending(sending, "default", "");
+    Print(done);
+    EXPECT_EQ(Queue("a"), sending);
+    EXPECT_EQ(Queue("b"), done);
+    EXPECT_EQ(journal_.NextInQueue("default"), std::nullopt);
+    EXPECT_EQ(journal_.Get(sending).state, State::Sending);
+    EXPECT_EQ(journal_.Get(done).state, State::Done);
+}
+
+TEST_F(JournalQueue, IsThereAfterARestart) {
+    const std::int64_t first = Queue("a"), second = Queue("b");
+    Journal again(path_);
+    EXPECT_EQ(again.NextInQueue("default"), first);
+    EXPECT_EQ(again.BeforeInQueue(again.Get(second)), 1);
+}
+
+TEST_F(JournalQueue, KeepsItsOrderWhenJobsAreRemoved) {
+    Print(Queue("a"));
+    const std::int64_t waiting = Queue("b");
+    Print(Queue("c"));
+    journal_.Prune(0, std::chrono::system_clock::now() + std::chrono::hours(1));
+    const std::int64_t late = Queue("d");
+    EXPECT_THAT(InOrder(), ElementsAre(waiting, late));
+}
+
+// --- withdrawn -----------------------------------------------------------------------------------
+
+TEST_F(JournalWithdraw, TakesAJobOutOfTheQueue) {
+    const std::int64_t gone = Queue("a"), stays = Queue("b");
+    Withdraw(gone);
+    const Job job = journal_.Get(gone);
+    EXPECT_EQ(job.state, State::Failed);
+    EXPECT_EQ(job.verdict, notPrinted);
+    EXPECT_EQ(job.outcome, withdrawnOutcome);
+    EXPECT_EQ(job.exitCode, 2);
+    EXPECT_EQ(job.withdrawnBy, "till 2");
+    EXPECT_NE(job.ended, "");
+    EXPECT_THAT(InOrder(), ElementsAre(stays));
+}
+
+TEST_F(JournalWithdraw, IsForGood) {
+    const std::int64_t gone = Queue("a");
+    Withdraw(gone);
+    EXPECT_EQ(Queue("a"), gone);
+    EXPECT_EQ(journal_.Receive({"a", "default", "", tart}), gone);
+    EXPECT_EQ(journal_.Get(gone).state, State::Failed);
+    EXPECT_EQ(journal_.NextInQueue("default"), std::nullopt);
+    EXPECT_THROW(journal_.StartSending(gone, "default", ""), WrongState);
+}
+
+TEST_F(JournalWithdraw, IsRefusedForWhatIsNotInTheQueue) {
+    const std::int64_t own = journal_.Receive({"a", "default", "", tart});
+    const std::int64_t sending = Queue("b"), failed = Queue("c");
+    journal_.StartSending(sending, "default", "");
+    Fail(failed);
+    for (const std::int64_t number : {own, sending, failed}) {
+        const State before = journal_.Get(number).state;
+        EXPECT_THROW(Withdraw(number), WrongState);
+        EXPECT_EQ(journal_.Get(number).state, before);
+        EXPECT_EQ(journal_.Get(number).withdrawnBy, "");
+    }
+}
+
+// --- events --------------------------------------------------------------------------------------
+
+TEST_F(JournalEvents, TellEveryChangeOfAStateInItsOrder) {
+    const std::int64_t first = Queue("a"), second = Queue("b");
+    journal_.StartSending(first, "bar", "");
+    Fail(second);
+    journal_.Finish(first, {unknown, "{}", 101, true});
+    Queue("b");
+    journal_.Resolve(first, Decision::Printed, "anna", "");
+    EXPECT_THAT(Events(),
+                ElementsAre("1 received", "2 received", "1 sending", "2 failed not-printed",
+                            "1 in-doubt unknown", "2 received", "1 done printed"));
+    EXPECT_EQ(journal_.EventsAfter(2, 1).at(0).registerName, "bar");
+    EXPECT_THAT(journal_.EventsAfter(0, 1).at(0).at,
+                testing::MatchesRegex("[0-9-]{10}T[0-9:]{8}[.][0-9]{3}Z"));
+}
+
+TEST_F(JournalEvents, AreNotMadeByAPlaceInTheQueue) {
+    journal_.Receive({"a", "default", "", tart});
+    Withdraw(Queue("a"));
+    EXPECT_THAT(Events(), ElementsAre("1 received", "1 received", "1 failed not-printed"));
+}
+
+TEST_F(JournalEvents, GoOnAfterAnyNumber) {
+    Print(Queue("a"));
+    EXPECT_THAT(Events(1), ElementsAre("1 sending", "1 done printed"));
+    EXPECT_THAT(Events(0, 2), ElementsAre("1 received", "1 sending"));
+    EXPECT_THAT(Events(journal_.LastEvent()), IsEmpty());
+    EXPECT_EQ(journal_.LastEvent(), 3);
+}
+
+TEST_F(JournalEvents, NeverUseANumberAgain) {
+    EXPECT_EQ(journal_.LastEvent(), 0);
+    Print(Queue("a"));
+    journal_.Prune(0, std::chrono::system_clock::now() + std::chrono::hours(1));
+    EXPECT_THAT(Events(), IsEmpty());
+    EXPECT_EQ(journal_.LastEvent(), 3);
+    Queue("b");
+    EXPECT_EQ(journal_.LastEvent(), 4);
+}
+
+TEST_F(JournalEvents, AreMadeForOtherProgramsToo) {
+    Queue("a");
+    RunSql("UPDATE jobs SET state='failed', verdict='not-printed' WHERE id='a'");
+    EXPECT_THAT(Events(), ElementsAre("1 received", "1 failed not-printed"));
+}
+
+// --- a file of the first version -----------------------------------------------------------------
+
+namespace {
+
+class FirstVersion : public testing::Test {
+  protected:
+    FirstVersion() {
+        for (const char* statement :
+             {"PRAGMA journal_mode=DELETE",
+              "CREATE TABLE jobs("
+              "number INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT UNIQUE, register TEXT NOT NULL,"
+              "file TEXT NOT NULL, content BLOB NOT NULL,"
+              "state TEXT NOT NULL"
+              " CHECK(state IN('received','sending','done','failed','in-doubt')),"
+              "verdict TEXT NOT NULL DEFAULT '', outcome TEXT NOT NULL DEFAULT '',"
+              "exit_code INTEGER, received TEXT NOT NULL, ended TEXT NOT NULL DEFAULT '',"
+              "logs TEXT NOT NULL DEFAULT '', resolved_by TEXT NOT NULL DEFAULT '',"
+              "resolved_at TEXT NOT NULL DEFAULT '', note TEXT NOT NULL DEFAULT '') STRICT",
+              "CREATE INDEX jobs_received ON jobs(received)",
+              "CREATE TABLE attempts("
+              "job INTEGER NOT NULL, register TEXT NOT NULL, file TEXT NOT NULL,"
+              "verdict TEXT NOT NULL, outcome TEXT NOT NULL, exit_code INTEGER,"
+              "received TEXT NOT NULL, ended TEXT NOT NULL, logs TEXT NOT NULL,"
+              "resolved_by TEXT NOT NULL, resolved_at TEXT NOT NULL, note TEXT NOT NULL) STRICT",
+              "CREATE INDEX attempts_job ON attempts(job)",
+              "CREATE TABLE registers(name TEXT PRIMARY KEY, may_hold INTEGER NOT NULL) STRICT",
+              "PRAGMA application_id=1448037460", "PRAGMA user_version=1",
+              "INSERT INTO jobs(id, register, file, content, state, verdict, received)"
+              " VALUES('old', 'default', '/sale.txt', x'01', 'done', 'printed', '2025')",
+              "INSERT INTO attempts VALUES(1,'default','/sale.txt','not-printed','{}',2,'2025',"
+              "'2025','','','','')"})
+            journal::Run(old_, statement);
+    }
+
+    TempDir folder_;
+    std::string path_ = folder_.File("journal.db");
+    Database old_{path_, nullptr};  // a program of that version that is at work
+};
+
+using JournalOfTheFirstVersion = FirstVersion;
+
+}  // namespace
+
+TEST_F(JournalOfTheFirstVersion, IsUsedWithAllThatItHas) {
+    Journal journal(path_);
+    const Job job = *journal.Find("old");
+    EXPECT_EQ(job.verdict, printed);
+    EXPECT_EQ(job.content, "\x01");
+    EXPECT_EQ(job.till + job.withdrawnBy, "");
+    EXPECT_FALSE(job.place);
+    EXPECT_EQ(journal.History(1).at(0).verdict, notPrinted);
+    const std::int64_t next = journal.Receive({"new", "default", "", tart, "", true});
+    EXPECT_EQ(journal.NextInQueue("default"), next);
+    EXPECT_EQ(journal.LastEvent(), 1);
+}
+
+TEST_F(JournalOfTheFirstVersion, IsChangedOnce) {
+    { const Journal journal(path_); }
+    EXPECT_EQ(Journal(path_).Find("old")->verdict, printed);
+}
+
+TEST_F(JournalOfTheFirstVersion, GoesOnServingAProgramThatHasItOpen) {
+    Journal journal(path_);
+    for (const char* statement :
+         {"INSERT INTO jobs(id, register, file, content, state, received)"
+          " VALUES('b','default','/sale.txt',x'02','received','2025')",
+          "UPDATE jobs SET state='failed', verdict='not-printed' WHERE id='b'",
+          "INSERT INTO attempts SELECT number, register, file, verdict, outcome, exit_code,"
+          " received, ended, logs, resolved_by, resolved_at, note FROM jobs WHERE id='b'"})
+        journal::Run(old_, statement);
+    EXPECT_EQ(journal.Find("b")->state, State::Failed);
+    EXPECT_EQ(journal.History(2).size(), 1U);
+    EXPECT_EQ(journal.LastEvent(), 2);
+}
+
+TEST_F(JournalOfTheFirstVersion, IsLookedAtWithoutAChange) {
+    const std::optional<Journal> journal = Journal::ForReading(path_);
+    EXPECT_EQ(journal->Find("old")->verdict, printed);
+    EXPECT_EQ(journal->List().size(), 1U);
+    EXPECT_THAT(journal->EventsAfter(0, 10), IsEmpty());
+    EXPECT_EQ(journal->LastEvent(), 0);
+    Statement version(old_, "PRAGMA user_version");
+    ASSERT_TRUE(version.Step());
+    EXPECT_EQ(version.Integer(0), 1);
+}
