@@ -205,7 +205,11 @@ void Attempt::BeFirst() {
     remains_ = OfAStranger();
 }
 
-void Attempt::Note(const std::string& folder) const {
+void Attempt::MakeFolder(const std::string& folder) {
+    journal::MakeRunFolder(folder);
+}
+
+void Attempt::Note(const std::string& folder) {
     const journal::GroupMask shared(folder);
     runner::WriteFile(folder + noteName, Boot() + (first_ ? firstMark : ""));
 }
@@ -276,6 +280,39 @@ Outcome Attempt::Tell(const Account& account, const std::vector<plan::Command>& 
     outcome.driver = driver;
     Settle(outcome, profile_.oldResultFileFormat);
     return outcome;
+}
+
+// --- the register of a site ----------------------------------------------------------------------
+
+namespace {
+
+class SiteHold : public Hold {
+  public:
+    SiteHold(const runner::Profile& profile, const Site& site, const runner::LockWait& wait)
+        : profile_(profile), site_(site), lock_(runner::LockFileOf(profile, site.locks), wait) {}
+
+    std::unique_ptr<Work> Begin(const Watcher& watcher) override {
+        return std::make_unique<Attempt>(profile_, site_, lock_, watcher);
+    }
+
+  private:
+    const runner::Profile& profile_;
+    const Site& site_;
+    const runner::DeviceLock lock_;
+};
+
+}  // namespace
+
+SiteRegister::SiteRegister(const runner::Profile& profile, Site site)
+    : profile_(profile), site_(std::move(site)) {}
+
+std::unique_ptr<Hold> SiteRegister::Lock(const runner::LockWait& wait) {
+    return std::make_unique<SiteHold>(profile_, site_, wait);
+}
+
+void SiteRegister::Remove(const std::string& folder) {
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
 }
 
 }  // namespace job

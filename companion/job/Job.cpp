@@ -64,7 +64,15 @@ bool IsJobId(const std::string& id) {
 
 Jobs::Jobs(journal::Journal& journal, const runner::Profile& profile, Site site,
            std::string runsFolder)
-    : journal_(journal), profile_(profile), site_(std::move(site)), runs_(std::move(runsFolder)) {}
+    : Jobs(journal, profile, std::make_unique<SiteRegister>(profile, std::move(site)),
+           std::move(runsFolder)) {}
+
+Jobs::Jobs(journal::Journal& journal, const runner::Profile& profile,
+           std::unique_ptr<Register> ofJobs, std::string runsFolder)
+    : journal_(journal),
+      profile_(profile),
+      register_(std::move(ofJobs)),
+      runs_(std::move(runsFolder)) {}
 
 std::string Jobs::FolderOf(std::int64_t number) const {
     return runs_ + "/" + std::to_string(number);
@@ -100,7 +108,8 @@ std::optional<Outcome> Jobs::Known(const Request& request) const {
     if (job->content != request.content)
         return Unsent(request, "Job '" + *request.id + "' has another content: it is the job of " +
                                    job->received + " from '" + job->file + "'");
-    if (job->state != State::Done && job->state != State::InDoubt) return std::nullopt;
+    const bool settled = job->state == State::Done || job->state == State::InDoubt;
+    if (!settled && job->withdrawnBy.empty()) return std::nullopt;
     Outcome outcome = FromRecord(job->outcome);
     TakeDecision(*job, profile_.oldResultFileFormat, outcome);
     outcome.replayed = true;
@@ -110,8 +119,8 @@ std::optional<Outcome> Jobs::Known(const Request& request) const {
 Outcome Jobs::Do(const Request& request, const Watcher& watcher) {
     try {
         if (auto known = Known(request)) return *known;
-        const runner::DeviceLock lock(runner::LockFileOf(profile_, site_.locks), request.wait);
-        return DoLocked(request, watcher, lock);
+        const std::unique_ptr<Hold> hold = register_->Lock(request.wait);
+        return DoLocked(request, watcher, *hold);
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& failure) {  // whatever it is, nothing was sent
@@ -119,20 +128,52 @@ Outcome Jobs::Do(const Request& request, const Watcher& watcher) {
     }
 }
 
-Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher,
-                       const runner::DeviceLock& lock) {
-    RecoverAll(lock);
+Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher, Hold& hold) {
+    RecoverAll(hold);
     if (auto known = Known(request)) return *known;  // while the lock was waited for
     const std::int64_t number =
         journal_.Receive({request.id, profile_.name, AbsolutePath(request.file), request.content});
-    Attempt attempt(profile_, site_, lock, watcher);
+    return Begin(number, request, watcher, hold);
+}
+
+Outcome Jobs::Begin(std::int64_t number, const Request& request, const Watcher& watcher,
+                    Hold& hold) {
+    const std::unique_ptr<Work> work = hold.Begin(watcher);
     try {
-        Prepare(attempt, FolderOf(number));
+        Prepare(*work, FolderOf(number));
         journal_.StartSending(number, profile_.name, FolderOf(number));
     } catch (const std::exception& failure) {
         return Refuse(number, request, failure.what());
     }
-    return Send(number, request, attempt);
+    return Send(number, request, *work);
+}
+
+std::optional<Outcome> Jobs::DoNext(const runner::LockWait& wait, const Watcher& watcher) {
+    auto first = journal_.NextInQueue(profile_.name);
+    if (!first) return std::nullopt;
+    try {
+        const std::unique_ptr<Hold> hold = register_->Lock(wait);
+        RecoverAll(*hold);
+        first = journal_.NextInQueue(profile_.name);  // another one, perhaps, by now
+        if (!first) return std::nullopt;
+        const journal::Job job = journal_.Get(*first);
+        return Begin(*first, {job.id, job.file, job.content, wait}, watcher, *hold);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& failure) {  // whatever it is, nothing was sent
+        const journal::Job job = journal_.Get(*first);
+        return Refuse(*first, {job.id, job.file, job.content, wait}, failure.what());
+    }
+}
+
+bool Jobs::HasLeft() const {
+    return !journal_.List({profile_.name, "", "", State::Sending}).empty() ||
+           std::ranges::any_of(journal_.List({profile_.name, "", "", State::Received}),
+                               [](const journal::Job& job) { return !job.InQueue(); });
+}
+
+void Jobs::FindOut(const runner::LockWait& wait) {
+    if (HasLeft()) RecoverAll(*register_->Lock(wait));
 }
 
 Outcome Jobs::Refuse(std::int64_t number, const Request& request, const std::string& reason) {
@@ -145,38 +186,38 @@ Outcome Jobs::Refuse(std::int64_t number, const Request& request, const std::str
     }
 }
 
-void Jobs::Prepare(Attempt& attempt, const std::string& folder) const {
-    journal::MakeRunFolder(folder);
+void Jobs::Prepare(Work& work, const std::string& folder) const {
+    work.MakeFolder(folder);
     const auto mayHold = journal_.MayHold(profile_.name);
-    if (!mayHold) attempt.BeFirst();
-    if (mayHold.value_or(false) && !attempt.MakeForget(folder + "/before"))
+    if (!mayHold) work.BeFirst();
+    if (mayHold.value_or(false) && !work.MakeForget(folder + "/before"))
         throw NothingSent(forgetFailed);
-    attempt.Note(folder);
+    work.Note(folder);
 }
 
 // From here on the job may have been printed, and its state says so.
-Outcome Jobs::Send(std::int64_t number, const Request& request, Attempt& attempt) {
+Outcome Jobs::Send(std::int64_t number, const Request& request, Work& work) {
     Outcome outcome;
     try {
-        outcome = attempt.Run({request.file, request.content, FolderOf(number)});
+        outcome = work.Run({request.file, request.content, FolderOf(number)});
     } catch (const runner::SandboxError& failure) {  // the driver was never started
         outcome = Unsent(request, failure.what());
     } catch (const std::exception& failure) {
         outcome = Unsent(request, failure.what());
-        if (attempt.Started()) {  // its state remains: the next run finds out
+        if (work.Started()) {  // its state remains: the next run finds out
             BeInDoubt(outcome, profile_.oldResultFileFormat);
             return outcome;
         }
     }
     outcome.id = request.id;
-    Finish(number, outcome, attempt);
+    Finish(number, outcome, work);
     return outcome;
 }
 
 // What is not written down must not be told as certain: the next call with this ID finds out again.
-void Jobs::Finish(std::int64_t number, Outcome& outcome, const Attempt& attempt) {
+void Jobs::Finish(std::int64_t number, Outcome& outcome, const Work& work) {
     try {
-        journal_.Finish(number, EndedOf(outcome, attempt.MayHold()));
+        journal_.Finish(number, EndedOf(outcome, work.MayHold()));
     } catch (const std::exception& failure) {
         outcome.reason = failure.what();
         BeInDoubt(outcome, profile_.oldResultFileFormat);
@@ -189,25 +230,29 @@ void Jobs::Finish(std::int64_t number, Outcome& outcome, const Attempt& attempt)
 void Jobs::RemoveOldRuns() try {
     for (const std::string& folder :
          journal_.Prune(profile_.journalDays, std::chrono::system_clock::now())) {
-        std::error_code ignored;
         // Only what is ours: the journal may have come from another place.
-        if (folder.starts_with(runs_ + "/")) fs::remove_all(folder, ignored);
+        if (folder.starts_with(runs_ + "/")) register_->Remove(folder);
     }
 } catch (const journal::JournalError&) {
 }
 
-// Whoever held the lock of this register is dead: what it was sending is to be found out.
-void Jobs::RecoverAll(const runner::DeviceLock& lock) {
+// Whoever held the lock of this register is dead: what it was sending is to be found out, and what
+// it had received and not begun to send nobody will send any more.
+void Jobs::RecoverAll(Hold& hold) {
     for (const journal::Job& lost : journal_.List({profile_.name, "", "", State::Sending}))
-        Recover(lost, lock);
+        Recover(lost, hold);
+    for (const journal::Job& left : journal_.List({profile_.name, "", "", State::Received}))
+        if (!left.InQueue())
+            Refuse(left.number, {left.id, left.file, "", {}},
+                   "The run was cut off before it began");
 }
 
-void Jobs::Recover(const journal::Job& lost, const runner::DeviceLock& lock) {
-    Attempt attempt(profile_, site_, lock);
+void Jobs::Recover(const journal::Job& lost, Hold& hold) {
+    const std::unique_ptr<Work> work = hold.Begin({});
     const journal::Job whole = journal_.Get(lost.number);
-    Outcome outcome = attempt.Recover({whole.file, whole.content, whole.logs});
+    Outcome outcome = work->Recover({whole.file, whole.content, whole.logs});
     outcome.id = whole.id;
-    journal_.Finish(lost.number, EndedOf(outcome, attempt.MayHold()));
+    journal_.Finish(lost.number, EndedOf(outcome, work->MayHold()));
 }
 
 }  // namespace job

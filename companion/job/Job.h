@@ -4,6 +4,8 @@
 // A job: a command file that is to be printed exactly once.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -31,20 +33,32 @@ class Jobs {
     /// The journal and the profile must outlive it.
     Jobs(journal::Journal& journal, const runner::Profile& profile, Site site,
          std::string runsFolder);
+    /// On a register that is given. What the runs leave is in folders below the one of that name.
+    Jobs(journal::Journal& journal, const runner::Profile& profile,
+         std::unique_ptr<Register> ofJobs, std::string runsFolder);
 
     /// Runs the job, or answers with what became of it before.
     Outcome Do(const Request& request, const Watcher& watcher);
 
+    /// Runs the first job of the register's queue; nothing: there is none. When the register cannot
+    /// be had, that is the job's outcome. JournalError: what the queue has cannot be read.
+    std::optional<Outcome> DoNext(const runner::LockWait& wait, const Watcher& watcher);
+
+    /// Whether there are jobs that somebody is printing, or that were cut off.
+    bool HasLeft() const;
+    /// Finds out what became of jobs that were cut off. std::exception: not of all of them.
+    void FindOut(const runner::LockWait& wait);
+
   private:
     std::optional<Outcome> Known(const Request& request) const;
-    Outcome DoLocked(const Request& request, const Watcher& watcher,
-                     const runner::DeviceLock& lock);
-    void RecoverAll(const runner::DeviceLock& lock);
-    void Recover(const journal::Job& lost, const runner::DeviceLock& lock);
-    Outcome Send(std::int64_t number, const Request& request, Attempt& attempt);
-    void Prepare(Attempt& attempt, const std::string& folder) const;
+    Outcome DoLocked(const Request& request, const Watcher& watcher, Hold& hold);
+    void RecoverAll(Hold& hold);
+    void Recover(const journal::Job& lost, Hold& hold);
+    Outcome Begin(std::int64_t number, const Request& request, const Watcher& watcher, Hold& hold);
+    Outcome Send(std::int64_t number, const Request& request, Work& work);
+    void Prepare(Work& work, const std::string& folder) const;
     Outcome Refuse(std::int64_t number, const Request& request, const std::string& reason);
-    void Finish(std::int64_t number, Outcome& outcome, const Attempt& attempt);
+    void Finish(std::int64_t number, Outcome& outcome, const Work& work);
     void RemoveOldRuns();
     bool PerhapsSent(const Request& request) const;
     Outcome NotNow(const Request& request, const std::string& reason) const;
@@ -53,7 +67,7 @@ class Jobs {
 
     journal::Journal& journal_;
     const runner::Profile& profile_;
-    Site site_;
+    std::unique_ptr<Register> register_;
     std::string runs_;
 };
 

@@ -498,3 +498,100 @@ TEST_F(JobForgetting, ThatFailsKeepsTheJobFromBeingSent) {
     EXPECT_EQ(Do("A").verdict, Kind::Printed);
     EXPECT_EQ(Done(), (std::vector{display, sale, tender}));
 }
+
+// --- of the queue --------------------------------------------------------------------------------
+
+namespace {
+
+class JobQueue : public JobLeft {
+  protected:
+    std::int64_t Queue(const std::string& id) {
+        return journal_.Receive({id, "default", "/pos/sale.txt", oneSale, "till 1", true});
+    }
+    std::optional<Outcome> DoNext() {
+        workbench::Serving serving(till_.Station().server);
+        auto outcome = Jobs().DoNext({}, {});
+        serving.Finish();
+        return outcome;
+    }
+    void FindOut() {
+        workbench::Serving serving(till_.Station().server);
+        Jobs().FindOut({});
+        serving.Finish();
+    }
+    job::Jobs Jobs() { return {journal_, till_.profile, site_, Runs()}; }
+};
+
+}  // namespace
+
+TEST_F(JobQueue, IsWorkedOffFirstComeFirstServed) {
+    Queue("A");
+    Queue("B");
+    EXPECT_EQ(DoNext()->id, "A");
+    EXPECT_EQ(Done(), (std::vector{sale, tender}));
+    const auto outcome = DoNext();
+    EXPECT_EQ(outcome->id, "B");
+    EXPECT_EQ(outcome->verdict, Kind::Printed) << ToJson(*outcome);
+    EXPECT_EQ(DoNext(), std::nullopt);
+    EXPECT_EQ(journal_.Find("A")->state, State::Done);
+}
+
+TEST_F(JobQueue, AnswersTheCallThatComesAgain) {
+    Queue("A");
+    DoNext();
+    const Outcome outcome = Do("A");
+    EXPECT_TRUE(outcome.replayed);
+    EXPECT_EQ(outcome.verdict, Kind::Printed);
+}
+
+TEST_F(JobQueue, GivesUpTheFirstWhenTheRegisterIsInUse) {
+    Queue("A");
+    Queue("B");
+    const runner::DeviceLock lock(runner::LockFileOf(till_.profile, site_.locks));
+    const auto outcome = Jobs().DoNext({}, {});
+    EXPECT_EQ(outcome->id, "A");
+    EXPECT_EQ(outcome->verdict, Kind::NotPrinted);
+    EXPECT_EQ(outcome->exitCode, 2);
+    EXPECT_EQ(journal_.Find("A")->state, State::Failed);
+    EXPECT_TRUE(journal_.Find("B")->InQueue());
+}
+
+TEST_F(JobQueue, IsReachedByAProgramOfItsOwn) {
+    Queue("A");
+    EXPECT_EQ(Do("A").verdict, Kind::Printed);
+    EXPECT_EQ(DoNext(), std::nullopt);
+    EXPECT_EQ(Done(), (std::vector{sale, tender}));
+}
+
+TEST_F(JobQueue, AnswersForAJobThatWasWithdrawn) {
+    Outcome withdrawn;
+    withdrawn.reason = "no longer wanted";
+    journal_.Withdraw(Queue("A"), "till 1", ToRecord(withdrawn), 2);
+    const Outcome outcome = Do("A");
+    EXPECT_TRUE(outcome.replayed);
+    EXPECT_EQ(outcome.verdict, Kind::NotPrinted);
+    EXPECT_EQ(outcome.reason, "no longer wanted");
+    EXPECT_TRUE(Device().Journal().empty());
+}
+
+TEST_F(JobQueue, IsLookedThroughForWhatWasCutOff) {
+    KillWhen([] { return true; }, true);
+    EXPECT_TRUE(Jobs().HasLeft());
+    FindOut();
+    EXPECT_EQ(journal_.Find("A")->state, State::Failed);
+    EXPECT_FALSE(Jobs().HasLeft());
+    EXPECT_TRUE(Done().empty());
+}
+
+TEST_F(JobQueue, EndsWhatWasReceivedAndNeverBegun) {
+    journal_.Receive({"A", "default", "/pos/sale.txt", oneSale});
+    const std::int64_t waiting = Queue("B");
+    EXPECT_TRUE(Jobs().HasLeft());
+    FindOut();
+    const journal::Job job = *journal_.Find("A");
+    EXPECT_EQ(job.state, State::Failed);
+    EXPECT_EQ(job.exitCode, 2);
+    EXPECT_THAT(job.outcome, HasSubstr("cut off before it began"));
+    EXPECT_TRUE(journal_.Get(waiting).InQueue());
+    EXPECT_FALSE(Jobs().HasLeft());
+}
