@@ -154,6 +154,11 @@ constexpr Entry runMessageRows[] = {
     Reason("job '{X}' is in the journal with another content, received {X} from '{X}'; a new job "
            "needs a new ID",
            "This ID was used before, for another file.", newId),
+    Reason("The run was cut off before it began",
+           "The program was ended after it had noted the job and before it sent anything.",
+           "Run it again, under the same ID."),
+    Reason("The job was withdrawn by '{X}' before it was printed",
+           "Somebody took the job out of the queue of its register. It stays so.", newId),
     // In the place of the driver's own message.
     {Kind::RunMessage, noCode, "Nothing was printed", exit2,
      "The driver ended in another way, and the register has acted on nothing.", &runNotBegun,

@@ -340,7 +340,8 @@ TEST(CatalogueOfRun, HasNoTextThatNothingRaises) {
     // Not raised, but put in the place of a message.
     const std::string told =
         Source("companion/job/Outcome.cpp") + Source("companion/job/Attempt.cpp") +
-        Source("companion/journal/Place.cpp") + Source("companion/runner/Sandbox.cpp");
+        Source("companion/job/Job.cpp") + Source("companion/journal/Place.cpp") +
+        Source("companion/runner/Sandbox.cpp") + Source("companion/service/Desk.cpp");
     for (const Entry& entry : explain::EntriesOf(Kind::RunMessage)) {
         const std::string begin =
             "\"" + std::string(entry.text.substr(0, entry.text.find_first_of("{(")));

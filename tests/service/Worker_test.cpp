@@ -1,0 +1,165 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// A worker at an emulated register, with the driver that is shipped.
+#include "companion/service/Worker.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <future>
+#include <string>
+
+#include "companion/service/Desk.h"
+#include "tests/companion/Till.h"
+
+using journal::State;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Pipe {
+    Pipe() {
+        int ends[2];
+        if (pipe(ends) != 0) throw std::runtime_error("no pipe");
+        from = ends[0];
+        to = ends[1];
+    }
+    ~Pipe() {
+        close(from);
+        Close();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    void Close() {
+        if (to >= 0) close(to);
+        to = -1;
+    }
+    bool HasNews(std::chrono::milliseconds longest) const {
+        pollfd news{from, POLLIN, 0};
+        return poll(&news, 1, static_cast<int>(longest.count())) > 0;
+    }
+
+    int from = -1;
+    int to = -1;
+};
+
+class Worker : public testing::Test {
+  protected:
+    Worker() { std::filesystem::create_directory(site_.locks); }
+    ~Worker() override { Stop(); }
+
+    void Start(std::chrono::milliseconds idle = 1h) {
+        work_ = std::async(std::launch::async, [this, idle] {
+            journal::Journal journal(till_.File("journal.db"));
+            job::Jobs jobs(journal, till_.profile, site_, till_.File("runs"));
+            service::WorkOff(jobs, {wake_.from, tell_.to, 0ms, idle});
+        });
+    }
+    // What it throws is thrown here.
+    void Stop() {
+        wake_.Close();
+        if (work_.valid()) work_.get();
+    }
+    void Wake() { ASSERT_EQ(write(wake_.to, "", 1), 1); }
+    void WaitForOne() {
+        ASSERT_TRUE(tell_.HasNews(20s));
+        char byte = 0;
+        ASSERT_EQ(read(tell_.from, &byte, 1), 1);
+    }
+
+    std::int64_t HandIn(const std::string& id) {
+        return service::Desk(journal_, 100)
+            .Submit({"default", id, oneSale, "till 1", "/jobs/sale.txt"})
+            .job.number;
+    }
+    State StateOf(const std::string& id) const { return journal_.Find(id)->state; }
+    bool ComesInto(const std::string& id, State state) const {
+        for (int i = 0; i < 1000 && StateOf(id) != state; ++i) usleep(10'000);
+        return StateOf(id) == state;
+    }
+
+    Till till_;
+    journal::Journal journal_{till_.File("journal.db")};
+    job::Site site_{VoltisPath(), till_.File("locks"), till_.File("logs")};
+    Pipe wake_, tell_;
+    workbench::Serving serving_{till_.Station().server};
+    std::future<void> work_;
+};
+
+}  // namespace
+
+TEST_F(Worker, PrintsWhatWaitsWhenItStarts) {
+    HandIn("A");
+    HandIn("B");
+    Start();
+    WaitForOne();
+    WaitForOne();
+    EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
+    EXPECT_EQ(StateOf("B"), State::Done);
+    EXPECT_EQ(journal_.Find("B")->verdict, journal::printed);
+}
+
+TEST_F(Worker, PrintsWhenItIsCalled) {
+    Start();
+    EXPECT_FALSE(tell_.HasNews(100ms));
+    HandIn("A");
+    Wake();
+    WaitForOne();
+    EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
+}
+
+TEST_F(Worker, LooksByItselfFromTimeToTime) {
+    Start(50ms);
+    HandIn("A");
+    WaitForOne();
+    EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
+}
+
+TEST_F(Worker, EndsWhenNobodyWantsItAnyMore) {
+    Start();
+    Stop();
+    HandIn("A");
+    EXPECT_EQ(StateOf("A"), State::Received);
+}
+
+TEST_F(Worker, EndsTheReceiptFirst) {
+    HandIn("A");
+    Start();
+    ASSERT_TRUE(ComesInto("A", State::Sending));
+    HandIn("B");
+    Stop();
+    EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
+    EXPECT_TRUE(journal_.Find("B")->InQueue());
+}
+
+TEST_F(Worker, FindsOutWhatAProgramHasLeft) {
+    Start(50ms);
+    const auto left = journal_.Receive({"A", "default", "/pos/sale.txt", oneSale});
+    EXPECT_TRUE(ComesInto("A", State::Failed));
+    const auto cut = journal_.Receive({"B", "default", "/pos/sale.txt", oneSale});
+    journal_.StartSending(cut, "default", till_.File("runs") + "/" + std::to_string(cut));
+    EXPECT_TRUE(ComesInto("B", State::InDoubt) || StateOf("B") == State::Failed);
+    EXPECT_NE(left, cut);
+}
+
+TEST_F(Worker, LeavesAloneWhatAProgramIsPrinting) {
+    const runner::DeviceLock lock(runner::LockFileOf(till_.profile, site_.locks));
+    const auto at = journal_.Receive({"A", "default", "/pos/sale.txt", oneSale});
+    journal_.StartSending(at, "default", till_.File("runs") + "/" + std::to_string(at));
+    Start(20ms);
+    usleep(300'000);
+    EXPECT_EQ(StateOf("A"), State::Sending);
+}
+
+TEST_F(Worker, SaysWhenTheJournalIsGone) {
+    Start(20ms);
+    journal::Run(journal::Database(till_.File("journal.db"), nullptr), "DROP TABLE events");
+    journal::Run(journal::Database(till_.File("journal.db"), nullptr), "DROP TABLE jobs");
+    EXPECT_EQ(work_.wait_for(10s), std::future_status::ready);
+    EXPECT_THROW(Stop(), journal::JournalError);
+}
