@@ -102,7 +102,8 @@ bool IsBlank(char c) {
 
 /// Blanks, an optional sign, digits, repeated to the end, each number 0 to 105: "104 33".
 /// Deliberate: numbers are cut to 32 bits, 4294967301 is 5; the library takes them so, and room is
-/// needed. See the suite ShortBuffers.
+/// needed. Where a long has 32 bits both take it for the largest, and refuse it. See the suite
+/// ShortBuffers.
 bool IsRawCode128(const std::string& data) {
     const char* next = data.c_str();
     while (*next != '\0') {

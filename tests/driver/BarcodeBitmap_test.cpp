@@ -525,9 +525,12 @@ TEST(ShortBuffers, DoNotKeepShortNumbersFrom128RawWhenTheLibraryChooses) {
 
 TEST(ShortBuffers, DoNotKeepShortNumbersFrom128RawBesideOneThatIsCutTo32Bits) {
     const std::string cutToFive = "4294967301";
+    const std::string raw = cutToFive + Repeated(" 5", 13);
+    // The library reads a number as a long, and keeps 32 bits of it. One that a long of 32 bits
+    // cannot hold is its largest, and that is no number of a symbol.
+    if (sizeof(long) == sizeof(int)) return ExpectRefused(raw, "128RAW");
     EXPECT_EQ(BarsOf(cutToFive + Repeated("\t5", 13), ""), BarsOf(Repeated(" 005", 14), "128RAW"));
-    EXPECT_EQ(BarsOf(cutToFive + Repeated(" 5", 13), "128RAW"),
-              BarsOf(Repeated(" 005", 14), "128RAW"));
+    EXPECT_EQ(BarsOf(raw, "128RAW"), BarsOf(Repeated(" 005", 14), "128RAW"));
 }
 
 TEST(ShortBuffers, DoNotChangeTextsThatOnlyLookLike128Raw) {
