@@ -51,11 +51,16 @@ need_clang() {
 }
 
 # need_build_packages: what debian/control asks for to build the package of the current folder.
-# dpkg-checkbuilddeps names what of it is not there.
+# dpkg-checkbuilddeps names what of it is not there, in the language of its caller.
 need_build_packages() {
     need_packages dpkg-dev
-    local missing
-    missing=$({ dpkg-checkbuilddeps 2>&1 || true; } | sed -n 's/.*[Uu]nmet build dependencies: //p' | sed 's/([^)]*)//g; s/:[a-z]*//g')
+    local said missing status=0
+    said=$(LC_ALL=C dpkg-checkbuilddeps 2>&1) || status=$?
+    missing=$(sed -n 's/.*[Uu]nmet build dependencies: //p' <<<"$said" | sed 's/([^)]*)//g; s/:[a-z]*//g')
+    if [ "$status" -ne 0 ] && [ -z "$missing" ]; then
+        echo "dpkg-checkbuilddeps failed ($status): $said" >&2
+        return 1
+    fi
     # shellcheck disable=SC2086  # a word a package
     need_packages $missing
 }
