@@ -258,15 +258,17 @@ std::vector<std::string> JournalsOfRuns(const Machine& machine, const std::strin
     return {path, site};
 }
 
-// A file of the machine's journal that is closed, or a folder that is closed to those who share it,
-// makes `voltisctl run` refuse: it takes no other journal for that.
+// A file of the machine's journal that is closed but seen, or a folder that is closed to those who
+// share it, makes `voltisctl run` refuse: it takes no other journal for that.
 std::string JournalOf(const Machine& machine) {
     if (!machine.ClosedAbove(journal::siteFolder).empty()) return OwnJournal(machine);
     const auto there = machine.FactsOf(journal::siteFolder);
     const bool shared = there && (!S_ISDIR(there->mode) || there->uid == machine.account.uid ||
                                   machine.account.IsIn(there->gid));
-    return shared || machine.GrantsNewFolder(journal::siteFolder) ? SiteJournal()
-                                                                  : OwnJournal(machine);
+    const bool seen = machine.Grants(journal::siteFolder, Right::Search) &&
+                      machine.FactsOf(SiteJournal()).has_value();
+    return shared || seen || machine.GrantsNewFolder(journal::siteFolder) ? SiteJournal()
+                                                                          : OwnJournal(machine);
 }
 
 Findings CheckJournalRights(const Machine& machine, const std::string& path) {

@@ -32,9 +32,11 @@ bool IsSetgid(const fs::path& folder) {
     return stat(folder.c_str(), &status) == 0 && (status.st_mode & S_ISGID) != 0;
 }
 
+// Of a new disk, or after a restore, the machine's folder is root's.
 std::string GroupOf(const fs::path& folder) {
     struct stat status = {};
     if (stat(folder.c_str(), &status) != 0) return "GROUP";
+    if (status.st_gid == 0) return siteGroup;
     const group* entry = getgrgid(status.st_gid);
     return entry != nullptr ? entry->gr_name : std::to_string(status.st_gid);
 }
@@ -49,7 +51,7 @@ std::string RemedyOfGroup(const fs::path& folder) {
 
 // One for a group to work in.
 bool IsOfGroup(const fs::path& folder) {
-    return IsSetgid(folder) || folder == siteFolder;
+    return IsSetgid(folder) || folder == siteFolder || folder.parent_path() == siteFolder;
 }
 
 std::string RemedyFor(const fs::path& folder, int reason, const char* otherwise) {
@@ -148,12 +150,19 @@ bool MayUse(const fs::path& folder) {
     return access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
+// A journal that is seen knows what was printed: whoever has it no longer shares it, it is used or
+// the run is refused.
+bool ShowsAJournal(const fs::path& folder) {
+    return access(folder.c_str(), X_OK) == 0 && !IsAbsent(folder / fileName);
+}
+
 // Why the user has no rights in a folder; 0: it has some, or that is not the trouble.
 int LackOfRights(const fs::path& folder) {
     struct stat status = {};
     if (stat(folder.c_str(), &status) != 0) return errno == EACCES ? errno : 0;
     if (MayUse(folder) || errno != EACCES || !S_ISDIR(status.st_mode)) return 0;
-    return status.st_uid == geteuid() || IsInGroup(status.st_gid) ? 0 : EACCES;
+    const bool shared = status.st_uid == geteuid() || IsInGroup(status.st_gid);
+    return shared || ShowsAJournal(folder) ? 0 : EACCES;
 }
 
 bool MayMakeFolder(const fs::path& folder) {

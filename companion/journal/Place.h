@@ -13,6 +13,7 @@ namespace journal {
 
 /// The folder of the machine's journal.
 inline constexpr char siteFolder[] = "/var/lib/voltis";
+inline constexpr char siteGroup[] = "dialout";
 inline constexpr char fileName[] = "journal.db";
 
 struct Place {
@@ -22,11 +23,12 @@ struct Place {
 };
 
 /// The journal in the folder, unless this user has no rights there: neither by the mode nor by an
-/// access list, and it is neither the user's folder nor of one of the user's groups. Then the
-/// user's own: $XDG_STATE_HOME/voltis/journal.db, by default ~/.local/state/voltis/journal.db; also
-/// where the folder is missing and cannot be made. A folder that is of no use for another reason,
-/// such as a disk that has become read-only, and a file in it that cannot be used, are no excuse
-/// for another journal: they show when it is opened. Nothing is made.
+/// access list, it is neither the user's folder nor of one of the user's groups, and no journal is
+/// to be seen in it. Then the user's own: $XDG_STATE_HOME/voltis/journal.db, by default
+/// ~/.local/state/voltis/journal.db; also where the folder is missing and cannot be made. A folder
+/// that is of no use for another reason, such as a disk that has become read-only, and a file in it
+/// that cannot be used, are no excuse for another journal: they show when it is opened. Nothing is
+/// made.
 Place PlaceIn(const std::string& folder);
 
 /// The absolute path of a file that is there: it is made with mode 0660 less the umask, and so are

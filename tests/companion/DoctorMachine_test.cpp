@@ -681,6 +681,27 @@ TEST_F(Doctor_System, KnowsWhoseJournalARunUses) {
                 ElementsAre(HasSubstr("[journal-own]")));
 }
 
+// As on a new disk, or after a restore.
+TEST_F(Doctor_System, KnowsThatARunTakesNoOtherJournalThanTheOneThatItSees) {
+    const std::string site = "/var/lib/voltis/journal.db";
+    machine.account.home = "/home/pos";
+    known["/home/pos"] = {S_IFDIR | 0700, cashier, cashier, 0};
+    known["/var/lib/voltis"] = {S_IFDIR | 0755, 0, 0, 0};
+    EXPECT_NE(doctor::JournalOf(machine), site);
+    known[site] = {S_IFREG | 0644, 0, 0, 0};
+    EXPECT_EQ(doctor::JournalOf(machine), site);
+    const doctor::Findings findings = doctor::CheckJournalRights(machine, site);
+    EXPECT_THAT(Said(findings),
+                ElementsAre(HasSubstr("may not write into the folder of the "
+                                      "journal, '/var/lib/voltis'"),
+                            HasSubstr("may not read and write the journal's file '" + site + "'")));
+    EXPECT_EQ(FirstRemedy(findings),
+              "As root, `chgrp dialout /var/lib/voltis` and `chmod 2770 /var/lib/voltis`; the "
+              "account must be in the group dialout.");
+    known["/var/lib/voltis"].mode = S_IFDIR | 0750;
+    EXPECT_NE(doctor::JournalOf(machine), site);
+}
+
 TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
     const auto rights = [&] { return doctor::CheckJournalRights(machine, "/j/journal.db"); };
     EXPECT_THAT(

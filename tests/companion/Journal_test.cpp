@@ -850,6 +850,25 @@ TEST_F(JournalPlace, IsTheUsersOwnForWhoHasNoRightsThere) {
     }
 }
 
+// As on a new disk, or after a restore: what it knows to be printed would be printed again.
+TEST_F(JournalPlace, IsTheSitesWhereItIsSeenButNotSharedAnyLonger) {
+    if (geteuid() != 0) GTEST_SKIP() << "what its owner sees is the owner's";
+    setenv("XDG_STATE_HOME", folder.File("state").c_str(), 1);
+    EXPECT_EQ(chown(folder.Path().c_str(), 0, 0), 0);
+    chmod(folder.Path().c_str(), 0755);
+    EXPECT_TRUE(As(bert, [&] { return !PlaceIn(folder.Path()).notice.empty(); }));  // no journal
+    { EXPECT_TRUE(Print(path)); }
+    for (const std::string& file : files) chmod(file.c_str(), 0644);
+    EXPECT_TRUE(As(bert, [&] {
+        const Place place = PlaceIn(folder.Path());
+        const std::string said = MessageOf([&] { Journal closed(place.path); });
+        return place.path == path && place.notice.empty() &&
+               said.starts_with("cannot use the journal '" + path + "' - Permission denied");
+    }));
+    chmod(folder.Path().c_str(), 0750);
+    EXPECT_TRUE(As(bert, [&] { return !PlaceIn(folder.Path()).notice.empty(); }));
+}
+
 TEST_F(JournalPlace, IsTheUsersOwnWhereTheFolderIsOutOfSight) {
     if (geteuid() != 0) GTEST_SKIP() << "nothing is out of sight of its owner";
     const std::string site = folder.File("lib/voltis");
