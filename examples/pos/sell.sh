@@ -49,10 +49,11 @@ command_file() {
 
 # --- run and read --------------------------------------------------------------------------------
 
-# Without a time limit: a run ends by itself, and one that is killed leaves its outcome open.
+# Without a time limit: a run ends by itself, and one that is killed leaves its outcome open. Standard
+# error is for the technician: the reason, and that this account has a journal of its own.
 run() {
     "${VOLTISCTL:-voltisctl}" run "$folder/sale.txt" --job "$sale" --from utf-8 --wait "${WAIT:-60}" \
-        </dev/null 2>/dev/null
+        </dev/null
 }
 
 # A line of the result file, by its key.

@@ -297,9 +297,10 @@ class PointOfSale : public testing::TestWithParam<Language> {
         PtyOf(*register_);
         // The programs name no folder of the site: theirs are the usual ones.
         Script(shop_, "voltisctl",
-               "exec '" + VoltisctlPath() + "' \"$@\" --config '" + shop_.Path() + "' --locks '" +
+               "'" + VoltisctlPath() + "' \"$@\" --config '" + shop_.Path() + "' --locks '" +
                    shop_.File("locks") + "' --logs '" + shop_.File("logs") + "' --journal '" +
-                   shop_.File("journal.db") + "'");
+                   shop_.File("journal.db") + "' 2>'" + shop_.File("stderr") + "'; code=$?; cat '" +
+                   shop_.File("stderr") + "' >&2; exit $code");
     }
 
     std::unique_ptr<Tool> Till(const Words& sold, const Words& more = {}) const {
@@ -340,9 +341,12 @@ class PointOfSale : public testing::TestWithParam<Language> {
     void Play(const Scene& scene) {
         SCOPED_TRACE(scene.title);
         for (const std::string& text : scene.typed) Type(text);
+        shop_.Write("stderr", "");
         const Answer answer = Sell(scene.sold);
+        const std::string toStderr = ReadWholeFile(shop_.File("stderr"));
+        EXPECT_TRUE(toStderr.empty() || GetParam().name == "Shell");  // the others use --json
         EXPECT_EQ(answer.exitCode, scene.exitCode);
-        EXPECT_EQ(answer.text, scene.said);
+        EXPECT_EQ(answer.text, toStderr + scene.said);
     }
 
     // At the end of the day.
@@ -412,7 +416,8 @@ TEST_P(PointOfSale, SellsAgainWhenThereWasNoAnswer) {
     Script(shop_, "killed", "kill -KILL $$");
     EXPECT_EQ(Sell(sale, {"VOLTISCTL=" + shop_.File("killed")}).exitCode, 2);
     Script(shop_, "deaf", "'" + shop_.File("voltisctl") + "' \"$@\" >/dev/null; kill -KILL $$");
-    EXPECT_EQ(Sell(sale, {"VOLTISCTL=" + shop_.File("deaf")}).text, none);
+    const std::string noted = GetParam().name == "Shell" ? "Killed\n" : "";  // by the shell
+    EXPECT_EQ(Sell(sale, {"VOLTISCTL=" + shop_.File("deaf")}).text, noted + none);
     EXPECT_EQ(Sell(sale).text, "A-1: printed, receipt 1\n");
     EXPECT_EQ(Paper(),
               "\n EMULATED REGISTER\nTea             1.00\nTOTAL           1.00\n"
