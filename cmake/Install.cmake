@@ -10,11 +10,38 @@ set(VOLTIS_SYSUSERSDIR lib/sysusers.d CACHE STRING "Where systemd-sysusers looks
 set(VOLTIS_BASHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/bash-completion/completions CACHE STRING "Where bash looks")
 set(VOLTIS_ZSHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks")
 
+# CMake gives folders that it makes on its way the rights that the umask leaves, and the shop's account
+# must get into them. A folder that is there stays as it is.
+install(CODE [[
+    function(voltis_make_folder path)
+        if(IS_DIRECTORY "${path}")
+            return()
+        endif()
+        get_filename_component(above "${path}" DIRECTORY)
+        voltis_make_folder("${above}")
+        file(MAKE_DIRECTORY "${path}")
+        file(CHMOD "${path}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+            GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    endfunction()
+    function(voltis_make_destination path)
+        get_filename_component(path "${path}" ABSOLUTE BASE_DIR "${CMAKE_INSTALL_PREFIX}")
+        get_filename_component(path "$ENV{DESTDIR}${path}" ABSOLUTE)
+        voltis_make_folder("${path}")
+    endfunction()
+]])
+# The folders of what is installed after it.
+function(voltis_install_folders)
+    foreach(folder ${ARGN})
+        install(CODE "voltis_make_destination(\"${folder}\")")
+    endforeach()
+endfunction()
+
+voltis_install_folders(${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_DOCDIR} ${VOLTIS_TMPFILESDIR}
+    /etc/voltis/registers /etc/logrotate.d)
 install(TARGETS voltis RUNTIME)
 # A configuration that is there belongs to the shop: the new one is put beside it.
 install(CODE [[
     set(file "$ENV{DESTDIR}/etc/voltis/voltis.ini")
-    file(MAKE_DIRECTORY "$ENV{DESTDIR}/etc/voltis")
     if(EXISTS "${file}")
         string(APPEND file ".new")
     endif()
@@ -22,22 +49,26 @@ install(CODE [[
 ]])
 install(CODE "file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/voltis.ini \"\${file}\")
     file(CHMOD \"\${file}\" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
-install(DIRECTORY DESTINATION /etc/voltis/registers)
 install(FILES config/logrotate DESTINATION /etc/logrotate.d RENAME voltis)
 install(FILES config/tmpfiles.conf DESTINATION ${VOLTIS_TMPFILESDIR} RENAME voltis.conf)
 # Debian has the group in every system.
 option(VOLTIS_INSTALL_SYSUSERS "Install what makes the group dialout where there is none" ON)
 if(VOLTIS_INSTALL_SYSUSERS)
+    voltis_install_folders(${VOLTIS_SYSUSERSDIR})
     install(FILES config/sysusers.conf DESTINATION ${VOLTIS_SYSUSERSDIR} RENAME voltis.conf)
 endif()
 install(FILES README.md CHANGELOG.md SECURITY.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 # A distribution has the common licences in one place.
 option(VOLTIS_INSTALL_LICENCES "Install the texts of the licences" ON)
 if(VOLTIS_INSTALL_LICENCES)
+    voltis_install_folders(${CMAKE_INSTALL_DOCDIR}/LICENSES)
     install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
     install(FILES LICENSES/0BSD.txt DESTINATION ${CMAKE_INSTALL_DOCDIR}/LICENSES)
 endif()
-install(DIRECTORY docs examples contrib DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
+# Not with the permissions of the source, which the umask of its clone has made.
+set(of_programs OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+install(DIRECTORY docs examples contrib DESTINATION ${CMAKE_INSTALL_DOCDIR} DIRECTORY_PERMISSIONS ${of_programs}
+    REGEX "\\.sh$|/pos/sell\\.(php|py)$" PERMISSIONS ${of_programs})
 
 # What of other projects is in the programs.
 set(sbom ${CMAKE_BINARY_DIR}/voltis.spdx.json)
@@ -63,8 +94,10 @@ if(VOLTIS_TOOLS)
     foreach(page ${VOLTIS_MAN_PAGES})
         get_filename_component(section ${page} LAST_EXT)
         string(REPLACE "." "man" section ${section})
+        voltis_install_folders(${CMAKE_INSTALL_MANDIR}/${section})
         install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/${section})
     endforeach()
+    voltis_install_folders(${VOLTIS_BASHCOMPLETIONDIR} ${VOLTIS_ZSHCOMPLETIONDIR})
     install(FILES ${completion}/bash DESTINATION ${VOLTIS_BASHCOMPLETIONDIR} RENAME voltisctl)
     install(FILES ${completion}/zsh DESTINATION ${VOLTIS_ZSHCOMPLETIONDIR} RENAME _voltisctl)
 endif()

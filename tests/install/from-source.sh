@@ -2,10 +2,10 @@
 # SPDX-FileCopyrightText: VOLTIS developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# from-source.sh FOLDER: installs from the source as docs/setup.md tells users of other distributions, and
-# compares: the files with those of the package in FOLDER, and the folders that are made with systemd with
-# those that are made without. Then a new user sells. It changes the system that it runs on, so it runs as
-# root in a bare Debian root of its own (scripts/bare).
+# from-source.sh FOLDER: installs from the source as docs/setup.md tells users of other distributions, all
+# with umask 077, and compares: the files with those of the package in FOLDER, and the folders that are made
+# with systemd with those that are made without. Then a new user sells. It changes the system that it runs
+# on, so it runs as root in a bare Debian root of its own (scripts/bare).
 set -euo pipefail
 
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -32,12 +32,13 @@ for tool in $tools; do
     command -v "$tool" >/dev/null || need_packages "systemd-standalone-${tool#systemd-}"
 done
 
-# The group is not there, as on another distribution.
+# The group is not there, as on another distribution; and the clone was made with the umask, too.
 groupdel dialout
+chmod -R go= "$tree"
 commands_of docs/setup.md "### Other distributions" 1 >"$work/systemd"
 commands_of docs/setup.md "### Other distributions" 2 >"$work/by-hand"
 grep '^cmake ' "$work/systemd" >"$work/cmake"
-DESTDIR=$work/by-cmake bash -euxc "$(cat "$work/cmake")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
+DESTDIR=$work/by-cmake bash -euxc "umask 077; $(cat "$work/cmake")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
 dpkg-deb -x "$package" "$work/by-debian"
 
 # contents FOLDER: mode, owner and path of everything.
@@ -89,12 +90,12 @@ folders() {
     getfacl -p /var/log/voltis/made /var/lib/voltis/made
     rm /var/log/voltis/made /var/lib/voltis/made
 }
-bash -euxc "$(cat "$work/systemd")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
+bash -euxc "umask 077; $(cat "$work/systemd")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
 getent group dialout
 folders >"$work/with"
 rmdir /var/log/voltis /var/lib/voltis
 groupdel dialout
-bash -euxc "$(cat "$work/by-hand")"
+bash -euxc "umask 077; $(cat "$work/by-hand")"
 folders >"$work/without"
 grep -q '^default:mask::rwx' "$work/with"
 diff -u "$work/with" "$work/without" || {
@@ -104,7 +105,100 @@ diff -u "$work/with" "$work/without" || {
 cat "$work/without"
 
 useradd --create-home --groups dialout pos
-runuser -u pos -- env -C /home/pos HOME=/home/pos PATH=/usr/bin:/bin \
-    voltisctl try --run /usr/share/doc/voltis/examples/first-receipt.txt >"$work/log" || { cat "$work/log"; exit 1; }
+as_pos() { runuser -u pos -- env -C /home/pos HOME=/home/pos PATH=/usr/bin:/bin "$@"; }
+as_pos voltisctl try --run /usr/share/doc/voltis/examples/first-receipt.txt >"$work/log" || { cat "$work/log"; exit 1; }
 grep '^RECEIPT 000001' "$work/log"
+closed=$(as_pos find /etc/voltis /usr/share/doc/voltis /usr/share/zsh/site-functions ! -readable 2>&1)
+[ -z "$closed" ] || { echo "from-source: closed to the users: $closed" >&2; exit 1; }
 echo "the package's folders: the same with systemd-sysusers and systemd-tmpfiles as without"
+
+# An edited configuration stays when the next version is installed.
+install_line=$(grep -- --install "$work/cmake")
+sed -i "s|^Device=.*|Device=$work/register|; s|^ResultFileName=.*|ResultFileName=result.txt|" /etc/voltis/voltis.ini
+cp /etc/voltis/voltis.ini "$work/edited"
+bash -euxc "umask 077; $install_line" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
+cmp "$work/edited" /etc/voltis/voltis.ini
+cmp config/voltis.ini /etc/voltis/voltis.ini.new
+as_pos cat /etc/voltis/voltis.ini.new >/dev/null
+echo "an edited configuration: kept, with the new one beside it"
+
+# A register, with the rights that a port has.
+mkfifo "$work/desk"
+voltisctl emulate --strict --link "$work/register" <"$work/desk" >"$work/tape" &
+register=$!
+trap 'kill "$register"; rm -rf "$work"' EXIT
+exec 7>"$work/desk"
+for _ in $(seq 100); do
+    [ -L "$work/register" ] && break
+    sleep 0.1
+done
+chgrp dialout "$work/register"
+chmod 660 "$work/register"
+as_pos cp /usr/share/doc/voltis/examples/first-receipt.txt .
+
+# sells STATUS JOB TEXT: pos has this job printed; the exit status, and what is said.
+sells() {
+    local status=0
+    as_pos voltisctl run --job "$2" first-receipt.txt >"$work/said" 2>&1 || status=$?
+    if [ "$status" -ne "$1" ] || ! grep -qF -- "$3" "$work/said"; then
+        echo "from-source: the job '$2' ended with $status, not $1 and '$3':" >&2
+        cat "$work/said" >&2
+        exit 1
+    fi
+}
+receipts_are() {
+    [ "$(grep -c '^RECEIPT ' "$work/tape")" -eq "$1" ] || { cat "$work/tape"; exit 1; }
+}
+
+# Where only root makes lock files, and a file of the distribution says so.
+chmod 755 /run/lock
+echo 'd /run/lock 0755 root root -' >/usr/lib/tmpfiles.d/legacy.conf
+sells 2 locked "lock file '/run/lock/LCK.."
+bash -euxc "$(commands_of docs/setup.md "### Other distributions" 3)"
+systemd-tmpfiles --create 00-run-lock.conf legacy.conf
+sells 0 locked "printed: "
+receipts_are 1
+echo "lock files: of use as the page says"
+
+# As a restore by root leaves it: what the journal knows must not be printed again.
+not_shared() {
+    setfacl -R -b /var/lib/voltis
+    chown -R root:root /var/lib/voltis
+    chmod -R u=rwX,go=rX,g-s /var/lib/voltis
+}
+not_shared
+# shellcheck disable=SC2016  # backquotes of the message
+sells 2 new 'as root, `chgrp -R dialout /var/lib/voltis`'
+sells 101 locked "cannot use the journal"
+# shellcheck disable=SC2016  # here, too
+remedy=$(grep -oE '`[^`]+`' "$work/said" | tr -d '`')
+[ ! -e /home/pos/.local/state/voltis ]
+bash -euxc "$remedy"
+sells 0 locked "printed: "
+not_shared
+sells 2 new "cannot use the journal"
+bash -euxc "$(commands_of docs/setup.md "### Several accounts" 1)"
+sells 0 locked "printed: "
+receipts_are 1
+sells 0 new "printed: "
+receipts_are 2
+stat -c '%n %A %U:%G' /var/lib/voltis | grep -x '/var/lib/voltis drwxrws--- root:dialout'
+echo "a journal that is no longer shared: refused, and opened as the message and the page say"
+
+# Without access lists a log is closed by the umask of the driver's caller.
+setfacl -b /var/log/voltis
+useradd --create-home --groups dialout bar
+driver_as_bar() {
+    rm -f /var/log/voltis/*
+    runuser -u bar -- env -C /home/bar HOME=/home/bar PATH=/usr/bin:/bin \
+        sh -c "umask $1; cp /usr/share/doc/voltis/examples/first-receipt.txt .; voltis first-receipt.txt" >"$work/said" 2>&1 || true
+    stat -c '%n %A' /var/log/voltis/*
+    before=$(cat /var/log/voltis/* | wc -c)
+}
+driver_as_bar 022
+sells 0 closed-log "printed: "
+[ "$(cat /var/log/voltis/* | wc -c)" -eq "$before" ]
+driver_as_bar 002
+sells 0 open-log "printed: "
+[ "$(cat /var/log/voltis/* | wc -c)" -gt "$before" ]
+echo "a log without access lists: closed to the others with umask 022, open with 002"
