@@ -126,7 +126,7 @@ void ExpectOneOfTwoStates(const Expectation& expected, const Failure& failure, s
 
 // Of the many pages that the emptying of the WAL writes, one after the other, some are enough.
 bool IsOneOfManyAlike(std::size_t at, std::size_t steps) {
-    return at > 6 && at + 3 < steps && at % (sanitized ? 256 : 64) != 0;
+    return at > 6 && at + 3 < steps && at % (sanitized ? 512 : 64) != 0;
 }
 
 void ExpectForEveryStep(const Expectation& expected, std::size_t filling) {

@@ -21,7 +21,7 @@ namespace {
 using namespace faults;
 using emulator::WireFamily;
 
-constexpr std::size_t sampleSize = sanitized ? 400 : 6000;
+constexpr std::size_t sampleSize = sanitized ? 200 : 4000;
 
 /// What can be mistaken for something: answers of both families, marks, letters, zeros and ones.
 constexpr std::uint8_t insertedValues[] = {0x00, 0x02, 0x06, 0x0B, 0x0D, 0x15, 0x1A, 0x1B,

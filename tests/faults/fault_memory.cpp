@@ -86,7 +86,7 @@ namespace {
 using namespace faults;
 using emulator::WireFamily;
 
-constexpr std::size_t sampleSize = sanitized ? 300 : 3000;  // without sanitizers: all of them
+constexpr std::size_t sampleSize = sanitized ? 150 : 3000;  // without sanitizers: all of them
 constexpr char configurationFile[] = "/etc/voltis/voltis.ini";
 
 struct Case {

@@ -15,7 +15,7 @@ namespace {
 using namespace faults;
 using emulator::WireFamily;
 
-constexpr std::size_t sampleSize = sanitized ? 300 : 3000;
+constexpr std::size_t sampleSize = sanitized ? 150 : 3000;
 constexpr std::size_t fullSize = 96000;
 constexpr std::size_t faultCounts[] = {2, 4, 10};
 
