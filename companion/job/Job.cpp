@@ -136,19 +136,32 @@ Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher, Hold& hol
     return Begin(number, request, watcher, hold);
 }
 
-Outcome Jobs::Begin(std::int64_t number, const Request& request, const Watcher& watcher,
-                    Hold& hold) {
+Outcome Jobs::Begin(std::int64_t number, const Request& request, const Watcher& watcher, Hold& hold,
+                    std::optional<std::int64_t> place) {
     const std::unique_ptr<Work> work = hold.Begin(watcher);
     try {
         Prepare(*work, FolderOf(number));
-        journal_.StartSending(number, profile_.name, FolderOf(number));
+        journal_.StartSending(number, profile_.name, FolderOf(number), place);
+    } catch (const journal::OutOfTurn&) {
+        throw;
     } catch (const std::exception& failure) {
         return Refuse(number, request, failure.what());
     }
     return Send(number, request, *work);
 }
 
+// Another program may have printed the first job on its own register, or tried to, while this one
+// was got ready; then it may wait again, behind others.
 std::optional<Outcome> Jobs::DoNext(const runner::LockWait& wait, const Watcher& watcher) {
+    while (true) {
+        try {
+            return DoFirst(wait, watcher);
+        } catch (const journal::OutOfTurn&) {
+        }
+    }
+}
+
+std::optional<Outcome> Jobs::DoFirst(const runner::LockWait& wait, const Watcher& watcher) {
     auto first = journal_.NextInQueue(profile_.name);
     if (!first) return std::nullopt;
     try {
@@ -157,8 +170,10 @@ std::optional<Outcome> Jobs::DoNext(const runner::LockWait& wait, const Watcher&
         first = journal_.NextInQueue(profile_.name);  // another one, perhaps, by now
         if (!first) return std::nullopt;
         const journal::Job job = journal_.Get(*first);
-        return Begin(*first, {job.id, job.file, job.content, wait}, watcher, *hold);
+        return Begin(*first, {job.id, job.file, job.content, wait}, watcher, *hold, job.place);
     } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const journal::OutOfTurn&) {
         throw;
     } catch (const std::exception& failure) {  // whatever it is, nothing was sent
         const journal::Job job = journal_.Get(*first);

@@ -54,7 +54,9 @@ class Jobs {
     Outcome DoLocked(const Request& request, const Watcher& watcher, Hold& hold);
     void RecoverAll(Hold& hold);
     void Recover(const journal::Job& lost, Hold& hold);
-    Outcome Begin(std::int64_t number, const Request& request, const Watcher& watcher, Hold& hold);
+    Outcome Begin(std::int64_t number, const Request& request, const Watcher& watcher, Hold& hold,
+                  std::optional<std::int64_t> place = {});
+    std::optional<Outcome> DoFirst(const runner::LockWait& wait, const Watcher& watcher);
     Outcome Send(std::int64_t number, const Request& request, Work& work);
     void Prepare(Work& work, const std::string& folder) const;
     Outcome Refuse(std::int64_t number, const Request& request, const std::string& reason);

@@ -488,9 +488,10 @@ void Journal::TakeUpAgain(const Job& old, const NewJob& job) {
 }
 
 void Journal::StartSending(std::int64_t number, const std::string& registerName,
-                           const std::string& logs) {
+                           const std::string& logs, std::optional<std::int64_t> place) {
     Transaction transaction(database_);
     const Job job = Get(number);
+    if (place && job.place != place) throw OutOfTurn("the job has left its place in the queue");
     if (job.state != State::Received) RefuseState(job, "sent");
     Run(database_, "UPDATE jobs SET state='sending', register=?, logs=? WHERE number=?",
         registerName, logs, number);

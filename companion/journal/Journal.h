@@ -179,8 +179,9 @@ class Journal {
     /// From received to sending on that register, which may hold a command number from now on. Of
     /// several processes that have received one ID it is the first that gets it: WrongState for the
     /// others. After any exception nothing may be sent.
-    void StartSending(std::int64_t number, const std::string& registerName,
-                      const std::string& logs);
+    /// With the place that it had in a queue: OutOfTurn when it has another one by now, or none.
+    void StartSending(std::int64_t number, const std::string& registerName, const std::string& logs,
+                      std::optional<std::int64_t> place = {});
 
     /// The end of a job that was received and could not be sent: not-printed. WrongState in any
     /// other state, so that nobody ends what another process is sending.

@@ -23,4 +23,9 @@ class WrongState : public JournalError {
     using JournalError::JournalError;
 };
 
+/// The job has left its place in the queue since that was seen.
+class OutOfTurn : public WrongState {
+    using WrongState::WrongState;
+};
+
 }  // namespace journal

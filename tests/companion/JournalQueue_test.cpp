@@ -157,6 +157,18 @@ TEST_F(JournalQueue, KeepsItsOrderWhenJobsAreRemoved) {
     EXPECT_THAT(InOrder(), ElementsAre(waiting, late));
 }
 
+TEST_F(JournalQueue, LetsNobodySendAJobThatHasLeftThePlaceThatWasSeen) {
+    const std::int64_t number = Queue("a");
+    const auto seen = journal_.Get(number).place;
+    Fail(number);
+    Queue("b");
+    Queue("a");
+    EXPECT_THROW(journal_.StartSending(number, "default", "", seen), OutOfTurn);
+    EXPECT_EQ(journal_.Get(number).state, State::Received);
+    journal_.StartSending(number, "default", "", journal_.Get(number).place);
+    EXPECT_EQ(journal_.Get(number).state, State::Sending);
+}
+
 // --- withdrawn -----------------------------------------------------------------------------------
 
 TEST_F(JournalWithdraw, TakesAJobOutOfTheQueue) {
