@@ -49,7 +49,20 @@ install(CODE [[
 ]])
 install(CODE "file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/voltis.ini \"\${file}\")
     file(CHMOD \"\${file}\" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
-install(FILES config/logrotate DESTINATION /etc/logrotate.d RENAME voltis)
+# So does this one; a second file there would be one more configuration.
+install(CODE [[
+    set(file "$ENV{DESTDIR}/etc/logrotate.d/voltis")
+    set(kept FALSE)
+    if(EXISTS "${file}")
+        set(kept TRUE)
+        message(STATUS "Kept: ${file}")
+    endif()
+]])
+install(CODE "if(NOT kept)
+        message(STATUS \"Installing: \${file}\")
+        file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/logrotate \"\${file}\")
+        file(CHMOD \"\${file}\" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+    endif()")
 install(FILES config/tmpfiles.conf DESTINATION ${VOLTIS_TMPFILESDIR} RENAME voltis.conf)
 # Debian has the group in every system.
 option(VOLTIS_INSTALL_SYSUSERS "Install what makes the group dialout where there is none" ON)

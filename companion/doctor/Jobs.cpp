@@ -204,8 +204,22 @@ void CheckFolder(const Machine& machine, const std::string& path, Findings& find
                  RemedyForFolder(machine, path)));
 }
 
+// Rights given to it would be given to the file that it leads to, which may be any.
+Finding Linked(const Machine& machine, const std::string& file) {
+    return {Severity::Error, "journal-link",
+            "the journal's file " + Quoted(file) + " is a symbolic link to " +
+                Quoted(machine.LinkAt(file)) + ": what SQLite writes to it goes there",
+            "Find out who made it, for every account of the group could. To keep the journal "
+            "elsewhere, move it there and link its folder."};
+}
+
 // What helps one of them helps all: SQLite gives those that it makes the rights of the journal.
 void CheckFiles(const Machine& machine, const std::string& path, Findings& findings) {
+    for (const std::string& file : FilesOf(path)) {
+        if (machine.LinkAt(file).empty()) continue;
+        findings.push_back(Linked(machine, file));
+        return;
+    }
     for (const std::string& file : FilesOf(path)) {
         if (!machine.Refuses(file, Read | Write)) continue;
         findings.push_back(NoRights("the account " + Quoted(machine.account.name) +

@@ -61,6 +61,16 @@ Finding LogClosed(const Machine& machine, const std::string& path) {
         "As root, `chgrp dialout " + Private(path) + "` and `chmod 664 " + Private(path) + "`."};
 }
 
+// Rights given to it would be given to the file that it leads to, which may be any.
+Finding LogLinked(const Machine& machine, const std::string& path) {
+    return {Severity::Error, "log-link",
+            "the log " + Quoted(path) + " is a symbolic link to " + Quoted(machine.LinkAt(path)) +
+                ": `voltis` and runs with Sandbox=no write there; other runs of `voltisctl` "
+                "print, but the logs here lack them",
+            "Find out who made it, for every account of the group could. As root, `rm " +
+                Private(path) + "`; to keep the logs elsewhere, link their folder."};
+}
+
 std::optional<std::uint64_t> SizeOf(const Machine& machine, const std::string& path) {
     struct stat status = {};
     if (stat(machine.Found(path).c_str(), &status) != 0) return std::nullopt;
@@ -69,6 +79,10 @@ std::optional<std::uint64_t> SizeOf(const Machine& machine, const std::string& p
 
 void CheckLog(const Machine& machine, const std::string& path, Findings& findings) {
     constexpr std::uint64_t large = 100 * mebi;
+    if (!machine.LinkAt(path).empty()) {
+        findings.push_back(LogLinked(machine, path));
+        return;
+    }
     const auto facts = machine.FactsOf(path);
     if (!facts) return;  // the first run makes it
     if (!S_ISREG(facts->mode) || !machine.Grants(path, Write))

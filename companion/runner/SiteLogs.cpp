@@ -45,9 +45,11 @@ std::string Warning(const std::string& file) {
     return "the log '" + file + "' lacks this run - " + reason + "\n";
 }
 
+// Whoever shares the folder could put a link there that leads to a file of this account's.
 std::string AppendTo(const std::string& file, const std::string& block) {
     if (block.empty()) return "";
-    const int fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW;
+    const int fd = open(file.c_str(), flags, 0666);
     if (fd == -1) return Warning(file);
     errno = ENOSPC;  // of a write that is cut short
     const bool written =

@@ -7,6 +7,7 @@
 # shellcheck shell=bash
 
 shop=$(mktemp -d)
+before=  # where what was there is kept: not in /tmp, for a journal must outlast a test that is killed
 user=voltis-test-$$
 folders=(/etc/voltis /var/log/voltis /var/lib/voltis)
 register=
@@ -30,21 +31,24 @@ close_shop() {
         put_back "$folder" || whole=
     done
     userdel --force --remove "$user" 2>/dev/null
-    [ -n "$whole" ] || fail "what was in ${folders[*]} is in $shop/before"
-    rm -rf "$shop"
+    [ -n "$whole" ] || fail "what was in ${folders[*]} is in $before"
+    rm -rf "$shop" "$before"
 }
 
 put_back() {
-    mkdir -p "$1" && find "$1" -mindepth 1 -delete && cp -a "$shop/before$1/." "$1/"
+    mkdir -p "$1" && find "$1" -mindepth 1 -delete && cp -a "$before$1/." "$1/"
 }
 
 open_shop() {
     chmod 755 "$shop"
     local folder
+    before=$(mktemp -d /var/backups/voltis-test.XXXXXX)
+    echo "What is in ${folders[*]} is kept in $before."
     for folder in "${folders[@]}"; do
-        mkdir -p "$shop/before$folder"
-        cp -a "$folder/." "$shop/before$folder/"
+        mkdir -p "$before$folder"
+        cp -a "$folder/." "$before$folder/"
     done
+    sync
     trap close_shop EXIT
     # Only the configuration is the test's as well: not the journal, which may be another account's, and not the log.
     find /var/log/voltis /var/lib/voltis -mindepth 1 -delete

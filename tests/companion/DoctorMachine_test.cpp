@@ -148,7 +148,8 @@ TEST_F(Doctor_Machine, ReadsWhatALinkLeadsToBelowItsRoot) {
     EXPECT_THAT(machine.NamesIn("/var/data"), ElementsAre("note"));
     EXPECT_TRUE(machine.FreeBytesAt("/var/data").has_value());
     files::resize_file(tree.File("mnt/data/note"), 200UL * 1024 * 1024);
-    Link("/logs/voltis.log", "/mnt/data/note");
+    files::rename(tree.File("mnt/data/note"), tree.File("mnt/data/voltis.log"));
+    Link("/logs", "/mnt/data");
     known["/logs/voltis.log"] = {S_IFREG | 0666, 0, 0, 0};
     known["/logs"] = {S_IFDIR | 0777, 0, 0, 0};
     EXPECT_THAT(Said(doctor::CheckLogs(machine, "/logs")), ElementsAre(HasSubstr("[log-large]")));
@@ -502,6 +503,20 @@ TEST_F(Doctor_System, NeedsLogsThatCanBeWritten) {
               "/logs/voltis.log`.");
 }
 
+TEST_F(Doctor_System, AdvisesNoRightsForWhatALinkLeadsTo) {
+    Folder("/logs");
+    known["/logs"] = {S_IFDIR | 02775, 0, dialout, 0};
+    Link("/logs/voltis.log", "/etc/shadow");
+    const doctor::Findings findings = doctor::CheckLogs(machine, "/logs");
+    EXPECT_THAT(Said(findings),
+                ElementsAre("error: the log '/logs/voltis.log' is a symbolic link to "
+                            "'/etc/shadow': `voltis` and runs with Sandbox=no write there; other "
+                            "runs of `voltisctl` print, but the logs here lack them [log-link]"));
+    EXPECT_EQ(FirstRemedy(findings),
+              "Find out who made it, for every account of the group could. As root, `rm "
+              "/logs/voltis.log`; to keep the logs elsewhere, link their folder.");
+}
+
 TEST_F(Doctor_System, NoticesALargeLog) {
     Folder("/logs");
     machine.account.uid = 0;
@@ -734,6 +749,15 @@ TEST_F(Doctor_System, NeedsAJournalThatTheAccountMayWrite) {
     EXPECT_EQ(FirstRemedy(rights()),
               "As root, `chgrp dialout /j/journal.db*` and `chmod 660 /j/journal.db*`; the account "
               "must be in the group dialout.");
+    Link("/j/journal.db-shm", "/etc/shadow");
+    EXPECT_THAT(Said(rights()),
+                ElementsAre("error: the journal's file '/j/journal.db-shm' is a symbolic link to "
+                            "'/etc/shadow': what SQLite writes to it goes there "
+                            "[journal-link]"));
+    EXPECT_EQ(FirstRemedy(rights()),
+              "Find out who made it, for every account of the group could. To keep the journal "
+              "elsewhere, move it there and link its folder.");
+    files::remove(tree.File("j/journal.db-shm"));
     known["/j/journal.db-wal"].mode = S_IFREG | 0660;
     Folder("/j/runs");
     EXPECT_THAT(Said(rights()),

@@ -5,9 +5,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -104,11 +106,26 @@ TEST(AppendToSiteLogs, WarnsOfEachLogThatCannotBeWritten) {
                                 HasSubstr("'/nowhere/dbgerror.log' lacks")));
 }
 
+// No file of this process can grow beyond a size.
 TEST(AppendToSiteLogs, WarnsOfAFullDisk) {
     const TempDir folder;
-    std::filesystem::create_symlink("/dev/full", folder.File("voltis.log"));
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit full{started.size() - 1, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    const std::string warning = AppendToSiteLogs(Levels(1, 0), Ended(0), folder.Path());
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_THAT(warning, HasSubstr("No space left on device"));
+}
+
+TEST(AppendToSiteLogs, FollowsNoLinkThatSomebodyElseMayHavePutThere) {
+    const TempDir folder;
+    folder.Write("another", "a file of this account\n");
+    std::filesystem::create_symlink("another", folder.File("voltis.log"));
     EXPECT_THAT(AppendToSiteLogs(Levels(1, 0), Ended(0), folder.Path()),
-                HasSubstr("No space left on device"));
+                HasSubstr("/voltis.log' lacks this run - Too many levels of symbolic links"));
+    EXPECT_EQ(ReadWholeFile(folder.File("another")), "a file of this account\n");
 }
 
 TEST(AppendToSiteLogs, DoesNotMixTheBlocksOfRunsAtTheSameTime) {

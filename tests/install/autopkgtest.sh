@@ -32,7 +32,7 @@ state() {
     getent passwd
     getent group
     ls -lAR /home
-    ls -A "${TMPDIR:-/tmp}"
+    ls -A "${TMPDIR:-/tmp}" /var/backups
 }
 
 work=$(mktemp -d)

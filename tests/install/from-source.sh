@@ -36,7 +36,7 @@ done
 groupdel dialout
 chmod -R go= "$tree"
 commands_of docs/setup.md "### Other distributions" 1 >"$work/systemd"
-commands_of docs/setup.md "### Other distributions" 2 >"$work/by-hand"
+commands_of docs/setup.md "### Other distributions" 3 >"$work/by-hand"
 grep '^cmake ' "$work/systemd" >"$work/cmake"
 DESTDIR=$work/by-cmake bash -euxc "umask 077; $(cat "$work/cmake")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
 dpkg-deb -x "$package" "$work/by-debian"
@@ -154,7 +154,7 @@ receipts_are() {
 chmod 755 /run/lock
 echo 'd /run/lock 0755 root root -' >/usr/lib/tmpfiles.d/legacy.conf
 sells 2 locked "lock file '/run/lock/LCK.."
-bash -euxc "$(commands_of docs/setup.md "### Other distributions" 3)"
+bash -euxc "$(commands_of docs/setup.md "### Other distributions" 4)"
 systemd-tmpfiles --create 00-run-lock.conf legacy.conf
 sells 0 locked "printed: "
 receipts_are 1
@@ -202,3 +202,13 @@ driver_as_bar 002
 sells 0 open-log "printed: "
 [ "$(cat /var/log/voltis/* | wc -c)" -gt "$before" ]
 echo "a log without access lists: closed to the others with umask 022, open with 002"
+
+# Another group has the ports: the next version leaves that as it is.
+bash -euxc "umask 077; $(commands_of docs/setup.md "### Other distributions" 2)" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
+cat /etc/sysusers.d/voltis.conf /etc/tmpfiles.d/voltis.conf /etc/logrotate.d/voltis >"$work/of-uucp"
+[ "$(grep -c uucp "$work/of-uucp")" -eq 4 ]
+if grep dialout "$work/of-uucp"; then exit 1; fi
+bash -euxc "umask 077; $(grep -v -- --build "$work/systemd")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
+cat /etc/sysusers.d/voltis.conf /etc/tmpfiles.d/voltis.conf /etc/logrotate.d/voltis | cmp - "$work/of-uucp"
+stat -c '%n %A %U:%G' /var/log/voltis /var/lib/voltis | grep -c 'drwxrws[-r]-[-x] root:uucp$' | grep -x 2
+echo "another group: kept by the next version"

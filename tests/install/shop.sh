@@ -44,4 +44,5 @@ an_upgrade_over_an_edited_configuration
 a_downgrade
 removal_keeps_what_the_shop_needs
 purge_asks_nothing
+purge_leaves_what_is_behind_a_link
 echo "the package in a shop: $checks checks, all passed"

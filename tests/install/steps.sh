@@ -547,3 +547,16 @@ purge_asks_nothing() {
     check "dpkg knows nothing of it" not dpkg-query -W voltis
     check "the journal, which knows what was printed, stays" test -s /var/lib/voltis/journal.db
 }
+
+# Where the administrator has let the logs go elsewhere, other programs' may be there as well.
+purge_leaves_what_is_behind_a_link() {
+    step "purge, with a link in the place of the logs"
+    check "apt installs the package again" apt_quiet install "$package"
+    mkdir "$work/logs"
+    rmdir /var/log/voltis
+    ln -s "$work/logs" /var/log/voltis
+    touch "$work/logs/voltis.log" "$work/logs/dbgerror.log.2.gz" "$work/logs/another.log"
+    check "apt purges it" apt_quiet purge voltis
+    check "the logs are gone, and nothing else" test "$(ls "$work/logs")" = another.log
+    check "the link stays" test -L /var/log/voltis
+}
