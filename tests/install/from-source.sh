@@ -53,7 +53,10 @@ gunzip --recursive "$work/by-debian/usr/share/man"
 cat >"$work/expected" <<'DIFFERENCES'
 +-rw-r--r-- root:root /usr/share/doc/voltis/changelog.gz
 +-rw-r--r-- root:root /usr/share/doc/voltis/copyright
++-rw-r--r-- root:root /usr/share/lintian/overrides/voltis
 +-rw-r--r-- root:root /usr/share/zsh/vendor-completions/_voltisctl
++drwxr-xr-x root:root /usr/share/lintian
++drwxr-xr-x root:root /usr/share/lintian/overrides
 +drwxr-xr-x root:root /usr/share/zsh/vendor-completions
 --rw-r--r-- root:root /usr/lib/sysusers.d/voltis.conf
 --rw-r--r-- root:root /usr/share/doc/voltis/LICENSE
