@@ -275,7 +275,8 @@ std::vector<std::string> Machine::NamesIn(const std::string& folder) const {
 std::optional<std::uint64_t> Machine::FreeBytesAt(const std::string& path) const {
     if (freeBytes) return freeBytes(path);
     struct statvfs disk = {};
-    if (statvfs(Found(path).c_str(), &disk) != 0) return std::nullopt;
+    // One that is not on a disk, such as a ramfs, has no size.
+    if (statvfs(Found(path).c_str(), &disk) != 0 || disk.f_blocks == 0) return std::nullopt;
     return static_cast<std::uint64_t>(disk.f_bavail) * disk.f_frsize;
 }
 

@@ -79,7 +79,7 @@ struct Machine {
     std::string Resolved(const std::string& path) const;
     /// The names in a folder, sorted.
     std::vector<std::string> NamesIn(const std::string& folder) const;
-    /// What a user without privileges may still write there.
+    /// What a user without privileges may still write there; nothing where nobody can tell.
     std::optional<std::uint64_t> FreeBytesAt(const std::string& path) const;
     /// The name of a group in /etc/group; its number when it has none.
     std::string GroupName(gid_t gid) const;

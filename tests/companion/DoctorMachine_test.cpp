@@ -187,6 +187,7 @@ TEST_F(Doctor_Machine, BelievesTheSystemAboutItsOwnAccount) {
     EXPECT_EQ(real.TextOf(folder.Path()), "");
     EXPECT_FALSE(real.NumberIn(folder.File("none")).has_value());
     EXPECT_FALSE(real.FreeBytesAt(folder.File("none")).has_value());
+    EXPECT_FALSE(real.FreeBytesAt("/proc").has_value());  // has no size
 }
 
 TEST_F(Doctor_Machine, KnowsAccountsByNameAndNumber) {
