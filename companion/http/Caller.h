@@ -12,6 +12,13 @@ namespace http {
 
 enum class Scope { Print, Read, Resolve };
 
+inline constexpr Scope allScopes[] = {Scope::Print, Scope::Read, Scope::Resolve};
+
+/// "print", "read", "resolve".
+const char* Word(Scope scope);
+/// Nothing for another word.
+std::optional<Scope> ScopeOf(const std::string& word);
+
 struct Caller {
     std::string name;  // of the token, or of the account at the Unix socket
     std::set<Scope> scopes;
