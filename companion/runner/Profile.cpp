@@ -36,11 +36,6 @@ bool IsNameLetter(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_' || c == '.';
 }
 
-// Nothing that leads to another folder, or to a file that ls does not show.
-bool IsName(const std::string& name) {
-    return !name.empty() && name[0] != '.' && std::all_of(name.begin(), name.end(), IsNameLetter);
-}
-
 std::string DefaultFile(const std::string& folder) {
     return folder + "/voltis.ini";
 }
@@ -50,7 +45,7 @@ std::string RegistersFolder(const std::string& folder) {
 }
 
 std::string FileOf(const std::string& folder, const std::string& name) {
-    if (!IsName(name)) {
+    if (!IsRegisterName(name)) {
         throw ProfileError("'" + name +
                            "' is no name of a register: it may have letters, digits, '-', '_' and "
                            "'.', and begins with no '.'");
@@ -201,13 +196,18 @@ std::vector<std::string> OtherNames(const std::string& folder) {
     std::error_code none;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, none)) {
         const std::string name = entry.path().stem();
-        if (entry.path().extension() == fileEnding && IsName(name)) names.push_back(name);
+        if (entry.path().extension() == fileEnding && IsRegisterName(name)) names.push_back(name);
     }
     std::sort(names.begin(), names.end());
     return names;
 }
 
 }  // namespace
+
+// Nothing that leads to another folder, or to a file that ls does not show.
+bool IsRegisterName(const std::string& name) {
+    return !name.empty() && name[0] != '.' && std::all_of(name.begin(), name.end(), IsNameLetter);
+}
 
 Profile LoadProfile(const std::string& folder, const std::optional<std::string>& name) {
     const std::string chosen = name.value_or(defaultRegister);

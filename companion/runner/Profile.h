@@ -50,6 +50,9 @@ struct Profile {
 /// FOLDER/registers/NAME.ini. It is read as the driver reads it.
 Profile LoadProfile(const std::string& folder, const std::optional<std::string>& name = {});
 
+/// Letters, digits, '-', '_' and '.', of which it does not begin with the last.
+bool IsRegisterName(const std::string& name);
+
 /// The names of all registers: "default", when its file is there, and then the others, sorted.
 std::vector<std::string> RegisterNames(const std::string& folder);
 /// All of them. ProfileError: there is none, or one of the files makes no sense.
