@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ctl/JobChoice.h"
+#include "ctl/Table.h"
 #include "ctl/UsageError.h"
 
 namespace {
@@ -33,21 +34,7 @@ struct JobsOptions {
     bool json = false;
 };
 
-// What would move the cursor of a terminal is shown as a question mark.
-std::string Shown(std::string text, const std::string& allowed = "") {
-    std::replace_if(
-        text.begin(), text.end(),
-        [&](char letter) {
-            const auto code = static_cast<unsigned char>(letter);
-            return (code < 0x20 || code == 0x7F) && allowed.find(letter) == std::string::npos;
-        },
-        '?');
-    return text;
-}
-
-using JobRow = std::array<std::string, 7>;
-
-JobRow RowOf(const Job& job) {
+TableRow RowOf(const Job& job) {
     return {std::to_string(job.number),
             job.received,
             Shown(job.registerName),
@@ -57,29 +44,8 @@ JobRow RowOf(const Job& job) {
             Shown(job.file)};
 }
 
-// Letters of UTF-8, as nearly all terminals have it.
-std::size_t WidthOf(const std::string& text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char letter) {
-        return (static_cast<unsigned char>(letter) & 0xC0U) != 0x80U;
-    }));
-}
-
-void PrintTable(const std::vector<JobRow>& table) {
-    std::array<std::size_t, std::tuple_size_v<JobRow>> widths{};
-    for (const JobRow& row : table) {
-        for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], WidthOf(row[i]));
-    }
-    for (const JobRow& row : table) {
-        for (std::size_t i = 0; i + 1 < row.size(); ++i) {
-            std::cout << row[i] << std::string(widths[i] + 2 - WidthOf(row[i]), ' ');
-        }
-        std::cout << row.back() << '\n';
-    }
-}
-
 void PrintJobs(const std::vector<Job>& jobs) {
-    std::vector<JobRow> table = {
+    std::vector<TableRow> table = {
         {"NUMBER", "RECEIVED", "REGISTER", "ID", "STATE", "VERDICT", "FILE"}};
     for (const Job& job : jobs) table.push_back(RowOf(job));
     if (jobs.empty()) {
