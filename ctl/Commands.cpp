@@ -23,6 +23,7 @@
 #include "ctl/Resolve.h"
 #include "ctl/Run.h"
 #include "ctl/Status.h"
+#include "ctl/Token.h"
 #include "ctl/Trace.h"
 #include "ctl/Try.h"
 #include "ctl/UsageError.h"
@@ -56,6 +57,7 @@ constexpr SubCommand subCommands[] = {
     {"resolve", "Decide by hand what became of a job in doubt", BindResolve},
     {"run", "Print a command file once, and tell what was printed", BindRun, false},
     {"status", "Ask a register of this site how it is", BindStatus, false},
+    {"token", "Say which programs may use the service over the network", BindToken},
     {"trace", "Show what went over the line, from a debug log", BindTrace},
     {"try", "Run the driver on command files against an emulated register", BindTry, false},
 };

@@ -66,10 +66,14 @@ std::string BashWords(const CommandWords& command) {
     return Joined(names, " ");
 }
 
+// Of two operands the first is the word after the sub-command.
 std::string BashOperand(const CommandWords& command) {
+    std::vector<std::string> replies;
     for (const OptionWords& option : command.options)
-        if (option.names.empty()) return BashReply(option);
-    return "compopt +o default";
+        if (option.names.empty()) replies.push_back(BashReply(option));
+    if (replies.empty()) return "compopt +o default";
+    if (replies.size() == 1) return replies[0];
+    return "if ((COMP_CWORD == 2)); then " + replies[0] + "; else " + replies[1] + "; fi";
 }
 
 std::string BashCase(const CommandWords& command) {
@@ -154,12 +158,12 @@ std::string ZshAction(const OptionWords& option) {
     return " ";
 }
 
-// (zshcompsys(1), _arguments)
-std::string ZshSpec(const OptionWords& option, const std::string& name) {
+// An option, or the operand of that number (zshcompsys(1), _arguments).
+std::string ZshSpec(const OptionWords& option, const std::string& name, int operand = 0) {
     std::string spec = option.repeated ? "*" : "";
     spec += name;
     if (!name.empty()) spec += "[" + ZshText(option.description, "[]\\") + "]";
-    if (name.empty() && !option.repeated) spec += "1";
+    if (name.empty() && !option.repeated) spec += std::to_string(operand);
     if (option.value != Value::None || name.empty())
         spec += ":" + ZshText(option.label, ":\\") + ":" + ZshAction(option);
     return "'" + spec + "'";
@@ -167,11 +171,15 @@ std::string ZshSpec(const OptionWords& option, const std::string& name) {
 
 std::string ZshCase(const CommandWords& command) {
     std::string specs;
+    int operands = 0;
     for (const OptionWords& option : command.options) {
         std::vector<std::string> names = option.names;
-        if (names.empty()) names.emplace_back();
+        if (names.empty()) {
+            names.emplace_back();
+            operands += 1;
+        }
         for (const std::string& name : names)
-            specs += " \\\n                " + ZshSpec(option, name);
+            specs += " \\\n                " + ZshSpec(option, name, operands);
     }
     return "            " + command.name + ") _arguments" + specs + " ;;\n";
 }

@@ -105,6 +105,12 @@ TEST(voltisctlCompletion, OffersBashTheChoicesOfAnOption) {
     EXPECT_THAT(BashOffers({"completion", "b"}), ElementsAre("bash"));
 }
 
+TEST(voltisctlCompletion, TellsTwoOperandsApart) {
+    EXPECT_THAT(BashOffers({"token", ""}), ElementsAre("add", "list", "revoke"));
+    EXPECT_THAT(BashOffers({"token", "revoke", ""}), ElementsAre("compopt +o default"));
+    EXPECT_THAT(ZshSpecsOf("token"), IsSupersetOf({"1:ACTION:(add list revoke)", "2:NAME: "}));
+}
+
 TEST(voltisctlCompletion, LeavesFilesToBash) {
     EXPECT_THAT(BashOffers({"check", ""}), IsEmpty());
     EXPECT_THAT(BashOffers({"emulate", "--state", ""}), IsEmpty());
