@@ -171,6 +171,10 @@ std::int64_t Statement::Integer(int column) const {
     return sqlite3_column_int64(handle_.get(), column);
 }
 
+double Statement::Real(int column) const {
+    return sqlite3_column_double(handle_.get(), column);
+}
+
 bool Statement::IsNull(int column) const {
     return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL;
 }

@@ -82,6 +82,7 @@ class Statement {
 
     std::string Text(int column) const;
     std::int64_t Integer(int column) const;
+    double Real(int column) const;
     bool IsNull(int column) const;
 
   private:

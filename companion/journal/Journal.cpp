@@ -60,6 +60,7 @@ constexpr const char* toSecondVersion[] = {
     " WHERE state IN('received','sending','in-doubt')",
     "CREATE INDEX jobs_place ON jobs(place) WHERE place IS NOT NULL",
     "CREATE INDEX jobs_ended ON jobs(ended) WHERE state IN('done','failed')",
+    "CREATE INDEX jobs_failed ON jobs(number) WHERE state='failed'",
     "CREATE TABLE events("
     "number INTEGER PRIMARY KEY AUTOINCREMENT, job INTEGER NOT NULL, register TEXT NOT NULL,"
     "state TEXT NOT NULL, verdict TEXT NOT NULL,"
@@ -72,7 +73,34 @@ constexpr const char* toSecondVersion[] = {
     "CREATE TRIGGER job_changed AFTER UPDATE OF state ON jobs BEGIN"
     " INSERT INTO events(job, register, state, verdict)"
     " VALUES(NEW.number, NEW.register, NEW.state, NEW.verdict); END",
+    "CREATE TABLE counts(register TEXT, result TEXT, jobs INTEGER NOT NULL, last INTEGER NOT NULL,"
+    " ended TEXT NOT NULL, PRIMARY KEY(register, result)) STRICT, WITHOUT ROWID",
+    "CREATE TRIGGER job_ended AFTER UPDATE OF state ON jobs"
+    " WHEN OLD.state IN('received','sending') AND NEW.state IN('done','failed','in-doubt') BEGIN"
+    " INSERT INTO counts VALUES(NEW.register,"
+    "  CASE NEW.withdrawn_by WHEN '' THEN NEW.verdict ELSE 'withdrawn' END, 1, NEW.number,"
+    "  NEW.ended)"
+    " ON CONFLICT(register, result) DO UPDATE"
+    "  SET jobs=jobs+1, last=excluded.last, ended=excluded.ended; END",
+    "CREATE TABLE durations(register TEXT, bound INTEGER, jobs INTEGER NOT NULL,"
+    " seconds REAL NOT NULL, PRIMARY KEY(register, bound)) STRICT, WITHOUT ROWID",
 };
+
+// A negative bound: longer than all.
+std::string TriggerOfDurations() {
+    const std::string seconds =
+        "ifnull(max(0.0, round((julianday(NEW.ended)-julianday(NEW.received))*86400.0, 3)), 0.0)";
+    std::string bound = "CASE";
+    for (const int atMost : durationBounds)
+        bound +=
+            " WHEN " + seconds + "<=" + std::to_string(atMost) + " THEN " + std::to_string(atMost);
+    return "CREATE TRIGGER job_took AFTER UPDATE OF state ON jobs"
+           " WHEN OLD.state='sending' AND NEW.state IN('done','failed','in-doubt') BEGIN"
+           " INSERT INTO durations VALUES(NEW.register, " +
+           bound + " ELSE -1 END, 1, " + seconds +
+           ") ON CONFLICT(register, bound) DO UPDATE"
+           "  SET jobs=jobs+1, seconds=seconds+excluded.seconds; END";
+}
 
 // What the second version has more, for a file that may not be changed.
 constexpr const char* asSecondVersion[] = {
@@ -80,7 +108,13 @@ constexpr const char* asSecondVersion[] = {
     " FROM main.jobs",
     "CREATE TEMP TABLE events(number INTEGER, job INTEGER, register TEXT, state TEXT,"
     " verdict TEXT, at TEXT)",
+    "CREATE TEMP TABLE counts(register TEXT, result TEXT, jobs INTEGER, last INTEGER, ended TEXT)",
+    "CREATE TEMP TABLE durations(register TEXT, bound INTEGER, jobs INTEGER, seconds REAL)",
 };
+
+// What makes SQLite use the index of open jobs, which it does only for the words of that index; it
+// would look at every job that a register ever had.
+constexpr char isOpen[] = "state IN('received','sending','in-doubt')";
 
 struct StateRow {
     State state;
@@ -152,6 +186,7 @@ void MakeTables(const Database& database) {
     if (version == 0) MakeFirstTables(database);
     if (version < schemaVersion) {  // else another process was quicker
         for (const char* statement : toSecondVersion) Run(database, statement);
+        Run(database, TriggerOfDurations());
         Run(database, "PRAGMA user_version=" + std::to_string(schemaVersion));
     }
     transaction.Commit();
@@ -194,6 +229,36 @@ std::vector<Job> JobsOf(Statement rows, const Database& database) {
     std::vector<Job> jobs;
     while (rows.Step()) jobs.push_back(JobIn(database, rows));
     return jobs;
+}
+
+bool IsOpen(State state) {
+    return state != State::Done && state != State::Failed;
+}
+
+// Of the values ?1 to ?3: what is asked for alone, and a state by its word, so that an index can
+// serve it. A plus before the columns keeps SQLite from the indexes of other columns than received.
+std::string ConditionOf(const Filter& filter, const std::string& plus = "") {
+    std::string condition = "?1=?1 AND ?2=?2 AND ?3=?3";
+    if (!filter.registerName.empty()) condition += " AND " + plus + "register=?1";
+    if (!filter.id.empty()) condition += " AND " + plus + "id=?2";
+    if (!filter.since.empty()) condition += " AND received>=?3";
+    if (!filter.state) return condition;
+    condition += " AND " + plus + "state='" + Word(*filter.state) + "'";
+    return plus.empty() && IsOpen(*filter.state) ? condition + " AND " + isOpen : condition;
+}
+
+// By number, which is not to decide about the index where there is a better one.
+std::string NumberFor(const Filter& filter) {
+    return filter.state && IsOpen(*filter.state) ? "+number" : "number";
+}
+
+// To be sorted, while many are better looked for from the last one on.
+bool AreFewSince(const Database& database, const std::string& since) {
+    constexpr int few = 2000;
+    if (since.empty()) return false;
+    Statement row(database, "SELECT count(*) FROM (SELECT 1 FROM jobs WHERE received>=? LIMIT ?)",
+                  since, few);
+    return row.Step() && row.Integer(0) < few;
 }
 
 constexpr int contentColumn = 17;
@@ -394,13 +459,21 @@ std::vector<Job> Journal::History(std::int64_t number) const {
 }
 
 std::vector<Job> Journal::List(const Filter& filter) const {
+    return JobsOf(Statement(database_,
+                            "SELECT " + jobColumns + " FROM jobs WHERE " + ConditionOf(filter) +
+                                " ORDER BY " + NumberFor(filter),
+                            filter.registerName, filter.id, filter.since),
+                  database_);
+}
+
+std::vector<Job> Journal::Latest(const Filter& filter, std::int64_t below, int limit) const {
+    const std::string plus = AreFewSince(database_, filter.since) ? "+" : "";
+    const std::string number = plus.empty() ? NumberFor(filter) : "+number";
     return JobsOf(
         Statement(database_,
-                  "SELECT " + jobColumns +
-                      " FROM jobs WHERE (?1='' OR register=?1) AND (?2='' OR id=?2)"
-                      " AND (?3='' OR received>=?3) AND (?4='' OR state=?4) ORDER BY number",
-                  filter.registerName, filter.id, filter.since,
-                  std::string(filter.state ? Word(*filter.state) : "")),
+                  "SELECT " + jobColumns + " FROM jobs WHERE " + ConditionOf(filter, plus) +
+                      " AND " + number + "<?4 ORDER BY " + number + " DESC LIMIT ?5",
+                  filter.registerName, filter.id, filter.since, below, limit),
         database_);
 }
 
@@ -422,8 +495,9 @@ std::int64_t Journal::Receive(const NewJob& job) {
 
 std::optional<std::int64_t> Journal::NextInQueue(const std::string& registerName) const {
     Statement row(database_,
-                  "SELECT number FROM jobs WHERE state='received' AND register=?"
-                  " AND place IS NOT NULL ORDER BY place LIMIT 1",
+                  std::string("SELECT number FROM jobs WHERE state='received' AND register=?"
+                              " AND place IS NOT NULL AND ") +
+                      isOpen + " ORDER BY place LIMIT 1",
                   registerName);
     if (!row.Step()) return std::nullopt;
     return row.Integer(0);
@@ -431,8 +505,9 @@ std::optional<std::int64_t> Journal::NextInQueue(const std::string& registerName
 
 std::int64_t Journal::QueueLength(const std::string& registerName) const {
     Statement row(database_,
-                  "SELECT count(*) FROM jobs WHERE state='received' AND register=?"
-                  " AND place IS NOT NULL",
+                  std::string("SELECT count(*) FROM jobs WHERE state='received' AND register=?"
+                              " AND place IS NOT NULL AND ") +
+                      isOpen,
                   registerName);
     return row.Step() ? row.Integer(0) : 0;
 }
@@ -440,7 +515,9 @@ std::int64_t Journal::QueueLength(const std::string& registerName) const {
 std::int64_t Journal::BeforeInQueue(const Job& job) const {
     if (!job.InQueue()) return 0;
     Statement row(database_,
-                  "SELECT count(*) FROM jobs WHERE state='received' AND register=? AND place<?",
+                  std::string("SELECT count(*) FROM jobs WHERE state='received' AND register=?"
+                              " AND place<? AND ") +
+                      isOpen,
                   job.registerName, *job.place);
     return row.Step() ? row.Integer(0) : 0;
 }
@@ -450,26 +527,70 @@ void Journal::Withdraw(std::int64_t number, const std::string& who, const std::s
     Transaction transaction(database_);
     const Job job = Get(number);
     if (!job.InQueue()) RefuseState(job, "withdrawn");
-    WriteEnd(database_, number, {notPrinted, outcome, exitCode, true});
     Run(database_, "UPDATE jobs SET withdrawn_by=? WHERE number=?", who, number);
+    WriteEnd(database_, number, {notPrinted, outcome, exitCode, true});
     transaction.Commit();
 }
 
 std::vector<Event> Journal::EventsAfter(std::int64_t number, int limit) const {
     Statement row(database_,
-                  "SELECT number, job, register, state, verdict, at FROM events WHERE number>?"
-                  " ORDER BY number LIMIT ?",
+                  "SELECT events.number, job, events.register, events.state, events.verdict, at, id"
+                  " FROM events LEFT JOIN jobs ON jobs.number=job WHERE events.number>?"
+                  " ORDER BY events.number LIMIT ?",
                   number, limit);
     std::vector<Event> events;
-    while (row.Step())
-        events.push_back({row.Integer(0), row.Integer(1), row.Text(2),
-                          StateIn(database_, row.Text(3)), row.Text(4), row.Text(5)});
+    while (row.Step()) {
+        events.push_back({row.Integer(0),
+                          row.Integer(1),
+                          row.Text(2),
+                          StateIn(database_, row.Text(3)),
+                          row.Text(4),
+                          row.Text(5),
+                          {}});
+        if (!row.IsNull(6)) events.back().id = row.Text(6);
+    }
     return events;
 }
 
 // Events that were removed count, too.
 std::int64_t Journal::LastEvent() const {
     return Number(database_, "SELECT seq FROM main.sqlite_sequence WHERE name='events'");
+}
+
+std::int64_t Journal::LastEventOf(std::int64_t number) const {
+    Statement row(database_, "SELECT max(number) FROM events WHERE job=?", number);
+    return row.Step() ? row.Integer(0) : 0;
+}
+
+std::vector<Count> Journal::Counts() const {
+    Statement row(database_,
+                  "SELECT register, result, jobs, last, ended FROM counts"
+                  " ORDER BY register, result");
+    std::vector<Count> counts;
+    while (row.Step())
+        counts.push_back({row.Text(0), row.Text(1), row.Integer(2), row.Integer(3), row.Text(4)});
+    return counts;
+}
+
+std::vector<Duration> Journal::Durations() const {
+    Statement row(database_,
+                  "SELECT register, bound, jobs, seconds FROM durations ORDER BY register, bound");
+    std::vector<Duration> durations;
+    while (row.Step()) {
+        durations.push_back({row.Text(0), {}, row.Integer(2), row.Real(3)});
+        if (row.Integer(1) >= 0) durations.back().atMost = static_cast<int>(row.Integer(1));
+    }
+    return durations;
+}
+
+std::map<std::string, std::int64_t> Journal::OpenJobs(State state) const {
+    Statement row(database_,
+                  std::string("SELECT register, count(*) FROM jobs WHERE state=? AND ") + isOpen +
+                      " GROUP BY register",
+                  std::string(Word(state)));
+    std::map<std::string, std::int64_t> jobs;
+    while (row.Step()) jobs[row.Text(0)] = row.Integer(1);
+    return jobs;
 }
 
 // The row is the latest attempt. One that was never begun has no history.

@@ -29,6 +29,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -52,6 +53,8 @@ inline constexpr char printed[] = "printed";
 inline constexpr char notPrinted[] = "not-printed";
 inline constexpr char part[] = "part";
 inline constexpr char unknown[] = "unknown";
+/// In the place of one, where jobs are counted.
+inline constexpr char withdrawn[] = "withdrawn";
 
 /// False for received and failed: nothing was printed.
 bool PerhapsSent(State state);
@@ -100,8 +103,29 @@ struct Event {
     std::string registerName;
     State state = State::Received;
     std::string verdict;
-    std::string at;  // as TimeText
+    std::string at;                 // as TimeText
+    std::optional<std::string> id;  // of the job
 };
+
+/// How many attempts on a register have come to one end. A person's decision is no attempt.
+struct Count {
+    std::string registerName;
+    std::string result;  // the verdict, or withdrawn
+    std::int64_t jobs = 0;
+    std::int64_t last = 0;  // the number of the job of the last one
+    std::string lastEnded;  // as TimeText
+};
+
+/// How many runs on a register took so long, from the latest call for the job to its verdict.
+struct Duration {
+    std::string registerName;
+    std::optional<int> atMost;  // seconds, and more than those of the bound before; none: longer
+    std::int64_t jobs = 0;
+    double seconds = 0;  // of all these
+};
+
+/// The bounds of Duration, in seconds.
+inline constexpr int durationBounds[] = {1, 2, 3, 5, 10, 20, 30, 60, 120, 300};
 
 /// How a run ended. Its state follows from the verdict.
 struct Ended {
@@ -150,6 +174,10 @@ class Journal {
     /// In the order of their numbers, without their contents.
     std::vector<Job> List(const Filter& filter = {}) const;
 
+    /// Those with the greatest numbers below that one, so many at most, the greatest first, without
+    /// their contents.
+    std::vector<Job> Latest(const Filter& filter, std::int64_t below, int limit) const;
+
     /// What the attempts before the present one came to, the first one first.
     std::vector<Job> History(std::int64_t number) const;
 
@@ -175,6 +203,16 @@ class Journal {
     std::vector<Event> EventsAfter(std::int64_t number, int limit) const;
     /// The number of the last one that there was; 0: there was none.
     std::int64_t LastEvent() const;
+    /// The same of one job: as long as it is the same, so is all of the job but what is before it
+    /// in its queue.
+    std::int64_t LastEventOf(std::int64_t number) const;
+
+    /// Counted while it happens, so that no call has to look at all jobs; jobs that are removed
+    /// stay counted.
+    std::vector<Count> Counts() const;
+    std::vector<Duration> Durations() const;
+    /// The registers with jobs in that state, which is neither Done nor Failed, and their numbers.
+    std::map<std::string, std::int64_t> OpenJobs(State state) const;
 
     /// From received to sending on that register, which may hold a command number from now on. Of
     /// several processes that have received one ID it is the first that gets it: WrongState for the

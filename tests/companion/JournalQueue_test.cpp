@@ -4,6 +4,7 @@
 // The queues of the registers, the events, and files of the version before there were any.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <chrono>
 #include <cstdint>
@@ -34,6 +35,34 @@ class Queues : public testing::Test {
     void Print(std::int64_t number) {
         journal_.StartSending(number, "default", "");
         journal_.Finish(number, {printed, "{}", 0, false});
+    }
+    void End(std::int64_t number, const char* verdict) {
+        journal_.StartSending(number, "default", "");
+        journal_.Finish(number, {verdict, "{}", 101, false});
+    }
+    // So many seconds before now it was received.
+    void PrintWithin(const std::string& seconds) {
+        const std::int64_t number = Queue("after " + seconds);
+        journal_.StartSending(number, "default", "");
+        RunSql("UPDATE jobs SET received='2024-05-06T07:08:09.123Z' WHERE state='sending'");
+        RunSql(
+            "UPDATE jobs SET state='done', verdict='printed', ended="
+            "strftime('%Y-%m-%dT%H:%M:%fZ', received, '" +
+            seconds + " seconds') WHERE state='sending'");
+    }
+    // "register result jobs last number" of each.
+    std::vector<std::string> Counted() const {
+        std::vector<std::string> texts;
+        for (const Count& count : journal_.Counts())
+            texts.push_back(count.registerName + " " + count.result + " " +
+                            std::to_string(count.jobs) + " last " + std::to_string(count.last));
+        return texts;
+    }
+    std::vector<std::int64_t> Latest(const Filter& filter, std::int64_t below = 1 << 20,
+                                     int limit = 10) const {
+        std::vector<std::int64_t> numbers;
+        for (const Job& job : journal_.Latest(filter, below, limit)) numbers.push_back(job.number);
+        return numbers;
     }
     void Withdraw(std::int64_t number) { journal_.Withdraw(number, "till 2", withdrawnOutcome, 2); }
     std::int64_t Before(std::int64_t number) const {
@@ -67,6 +96,9 @@ class Queues : public testing::Test {
 using JournalQueue = Queues;
 using JournalWithdraw = Queues;
 using JournalEvents = Queues;
+using JournalCounts = Queues;
+using JournalLatest = Queues;
+using JournalCosts = Queues;
 
 }  // namespace
 
@@ -248,10 +280,188 @@ TEST_F(JournalEvents, NeverUseANumberAgain) {
     EXPECT_EQ(journal_.LastEvent(), 4);
 }
 
+TEST_F(JournalEvents, HaveTheIdOfTheJob) {
+    Queue("a");
+    journal_.Receive({std::nullopt, "default", "", tart});
+    EXPECT_EQ(journal_.EventsAfter(0, 1).at(0).id, "a");
+    EXPECT_EQ(journal_.EventsAfter(1, 1).at(0).id, std::nullopt);
+}
+
+TEST_F(JournalEvents, TellWhenAJobIsAnotherOne) {
+    const std::int64_t number = Queue("a");
+    Queue("b");
+    EXPECT_EQ(journal_.LastEventOf(number), 1);
+    EXPECT_EQ(journal_.LastEventOf(99), 0);
+    Withdraw(number);
+    EXPECT_EQ(journal_.LastEventOf(number), 3);
+}
+
 TEST_F(JournalEvents, AreMadeForOtherProgramsToo) {
     Queue("a");
     RunSql("UPDATE jobs SET state='failed', verdict='not-printed' WHERE id='a'");
     EXPECT_THAT(Events(), ElementsAre("1 received", "1 failed not-printed"));
+}
+
+// --- counts --------------------------------------------------------------------------------------
+
+TEST_F(JournalCounts, AreOfAttemptsThatHaveEndedByTheirResults) {
+    EXPECT_THAT(Counted(), IsEmpty());
+    Print(Queue("a"));
+    Print(Queue("b"));
+    Fail(Queue("c"));
+    Fail(Queue("c"));
+    Fail(Queue("d", "bar"));
+    Withdraw(Queue("e"));
+    Queue("f");
+    EXPECT_THAT(Counted(), ElementsAre("bar not-printed 1 last 4", "default not-printed 2 last 3",
+                                       "default printed 2 last 2", "default withdrawn 1 last 5"));
+    EXPECT_EQ(journal_.Counts().at(2).lastEnded, journal_.Get(2).ended);
+}
+
+TEST_F(JournalCounts, CountNoDecisionOfAPerson) {
+    const std::int64_t number = Queue("a");
+    End(number, unknown);
+    journal_.Resolve(number, Decision::Printed, "anna", "");
+    EXPECT_THAT(Counted(), ElementsAre("default unknown 1 last 1"));
+}
+
+TEST_F(JournalCounts, KeepJobsThatAreRemoved) {
+    Print(Queue("a"));
+    journal_.Prune(0, std::chrono::system_clock::now() + std::chrono::hours(1));
+    Print(Queue("b"));
+    EXPECT_THAT(Counted(), ElementsAre("default printed 2 last 2"));
+}
+
+TEST_F(JournalCounts, HaveTheTimeFromTheCallToTheVerdict) {
+    PrintWithin("1.5");
+    PrintWithin("2.0");
+    PrintWithin("301");
+    PrintWithin("-7200");  // the clock was set back
+    Fail(Queue("never sent"));
+    const std::vector<Duration> durations = journal_.Durations();
+    ASSERT_EQ(durations.size(), 3U);
+    EXPECT_EQ(durations[0].atMost, std::nullopt);
+    EXPECT_NEAR(durations[0].seconds, 301, 0.001);
+    EXPECT_EQ(durations[1].atMost, 1);
+    EXPECT_EQ(durations[1].seconds, 0);
+    EXPECT_EQ(durations[2].atMost, 2);
+    EXPECT_EQ(durations[2].jobs, 2);
+    EXPECT_NEAR(durations[2].seconds, 3.5, 0.001);
+    EXPECT_EQ(durations[2].registerName, "default");
+}
+
+TEST_F(JournalCounts, HaveTheJobsThatAreOpen) {
+    End(Queue("a"), unknown);
+    End(Queue("b"), unknown);
+    Queue("c", "bar");
+    EXPECT_THAT(journal_.OpenJobs(State::InDoubt), ElementsAre(testing::Pair("default", 2)));
+    EXPECT_THAT(journal_.OpenJobs(State::Received), ElementsAre(testing::Pair("bar", 1)));
+    EXPECT_THAT(journal_.OpenJobs(State::Sending), IsEmpty());
+}
+
+// --- the latest jobs -----------------------------------------------------------------------------
+
+TEST_F(JournalLatest, ComesFirst) {
+    for (const char* id : {"a", "b", "c", "d"}) Queue(id);
+    EXPECT_THAT(Latest({}, 99, 2), ElementsAre(4, 3));
+    EXPECT_THAT(Latest({}, 3, 2), ElementsAre(2, 1));
+    EXPECT_THAT(Latest({}, 1, 2), IsEmpty());
+    EXPECT_EQ(journal_.Latest({}, 99, 1).at(0).content, "");
+}
+
+TEST_F(JournalLatest, AreThoseThatTheFilterSelects) {
+    const std::int64_t done = Queue("a"), failed = Queue("b"), bar = Queue("c", "bar");
+    Print(done);
+    Fail(failed);
+    EXPECT_THAT(Latest({"bar", "", "", {}}), ElementsAre(bar));
+    EXPECT_THAT(Latest({"", "b", "", {}}), ElementsAre(failed));
+    EXPECT_THAT(Latest({"", "", "", State::Done}), ElementsAre(done));
+    EXPECT_THAT(Latest({"", "", "", State::Failed}), ElementsAre(failed));
+    EXPECT_THAT(Latest({"", "", "", State::Received}), ElementsAre(bar));
+    EXPECT_THAT(Latest({"default", "", "2001", {}}), ElementsAre(failed, done));
+    EXPECT_THAT(Latest({"default", "", "2001", State::Done}), ElementsAre(done));
+    EXPECT_THAT(Latest({"", "", "2999", {}}), IsEmpty());
+}
+
+TEST_F(JournalLatest, AreTheSameWhenManyWereReceivedSince) {
+    RunSql(
+        "INSERT INTO jobs(register, file, content, state, received) WITH RECURSIVE n(i) AS"
+        " (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<2500)"
+        " SELECT CASE i%2 WHEN 0 THEN 'bar' ELSE 'default' END,'',x'','done',"
+        " '2024-01-01T00:00:00.000Z' FROM n");
+    EXPECT_THAT(Latest({"", "", "2024", {}}, 99, 2), ElementsAre(98, 97));
+    EXPECT_THAT(Latest({"bar", "", "2024", State::Done}, 99, 2), ElementsAre(98, 96));
+    EXPECT_THAT(Latest({"", "", "2025", {}}), IsEmpty());
+}
+
+// --- costs ---------------------------------------------------------------------------------------
+
+namespace {
+
+long steps = 0;  // of all of SQLite's machines, in tens
+
+// SQLite calls it for each file that is opened from then on.
+int CountSteps(sqlite3* database, char**, const sqlite3_api_routines*) {
+    constexpr int every = 10;
+    sqlite3_progress_handler(
+        database, every,
+        [](void*) {
+            ++steps;
+            return 0;
+        },
+        nullptr);
+    return SQLITE_OK;
+}
+
+}  // namespace
+
+// What a service asks all the time must not depend on how many jobs there ever were.
+TEST_F(JournalCosts, AreThoseOfOpenJobsAlone) {
+    RunSql(
+        "INSERT INTO jobs(id, register, file, content, state, verdict, received, ended)"
+        " WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<20000)"
+        " SELECT 'x'||i,'default','',x'','done','printed','2024','2024' FROM n");
+    const std::int64_t waiting = Queue("a");
+    const std::int64_t doubt = Queue("b");
+    End(doubt, unknown);
+    sqlite3_auto_extension(reinterpret_cast<void (*)()>(CountSteps));
+    Journal journal(path_);
+    sqlite3_reset_auto_extension();
+    steps = 0;
+    const auto cheap = [&](const char* what, auto ask) {
+        steps = 0;
+        ask();
+        EXPECT_LT(steps, 200) << what;
+    };
+    cheap("the queue", [&] { EXPECT_EQ(journal.QueueLength("default"), 1); });
+    cheap("the next", [&] { EXPECT_EQ(journal.NextInQueue("default"), waiting); });
+    cheap("the place", [&] { EXPECT_EQ(journal.BeforeInQueue(journal.Get(waiting)), 0); });
+    cheap("what is sent", [&] {
+        EXPECT_TRUE(journal.List({"default", "", "", State::Sending}).empty());
+    });
+    cheap("in doubt", [&] {
+        EXPECT_THAT(journal.OpenJobs(State::InDoubt), testing::SizeIs(1));
+        EXPECT_EQ(journal.Latest({"", "", "", State::InDoubt}, 1 << 20, 50).at(0).number, doubt);
+    });
+    cheap("in doubt on a register", [&] {
+        const Filter filter = {"default", "", "", State::InDoubt};
+        EXPECT_EQ(journal.Latest(filter, 1 << 20, 50).at(0).number, doubt);
+    });
+    cheap("failed", [&] {
+        EXPECT_THAT(journal.Latest({"", "", "", State::Failed}, 1 << 20, 50), IsEmpty());
+    });
+    cheap("a page", [&] {
+        EXPECT_THAT(journal.Latest({"default", "", "", {}}, 1 << 20, 5), testing::SizeIs(5));
+    });
+    cheap("since today", [&] {
+        EXPECT_THAT(journal.Latest({"", "", "2025", {}}, 1 << 20, 50), testing::SizeIs(2));
+    });
+    cheap("counts", [&] { EXPECT_THAT(journal.Counts(), testing::SizeIs(1)); });
+    cheap("durations", [&] { EXPECT_THAT(journal.Durations(), testing::SizeIs(1)); });
+    cheap("an event", [&] { EXPECT_GT(journal.LastEventOf(doubt), 20'000); });
+    steps = 0;
+    EXPECT_EQ(journal.List().size(), 20'002U);
+    EXPECT_GT(steps, 20'000) << "the steps are counted";
 }
 
 // --- a file of the first version -----------------------------------------------------------------
@@ -335,6 +545,9 @@ TEST_F(JournalOfTheFirstVersion, IsLookedAtWithoutAChange) {
     EXPECT_EQ(journal->List().size(), 1U);
     EXPECT_THAT(journal->EventsAfter(0, 10), IsEmpty());
     EXPECT_EQ(journal->LastEvent(), 0);
+    EXPECT_THAT(journal->Counts(), IsEmpty());
+    EXPECT_THAT(journal->Durations(), IsEmpty());
+    EXPECT_EQ(journal->Latest({}, 99, 9).size(), 1U);
     Statement version(old_, "PRAGMA user_version");
     ASSERT_TRUE(version.Step());
     EXPECT_EQ(version.Integer(0), 1);
