@@ -56,13 +56,5 @@ void PictureFolder::Add(const Slip& slip) {
 }
 
 void DrawTape(const emulator::Tape& tape, const std::string& file) {
-    Slip whole;
-    const auto add = [&whole](const std::vector<emulator::TapeItem>& items) {
-        if (items.empty()) return;
-        if (!whole.items.empty()) whole.items.emplace_back();  // an empty line between two slips
-        whole.items.insert(whole.items.end(), items.begin(), items.end());
-    };
-    for (const Slip& slip : tape.Slips()) add(slip.items);
-    add(tape.Pending());
-    WriteFile(file, emulator::RenderSvg(whole, tape.Width()));
+    WriteFile(file, emulator::RenderSvg(tape.Whole(), tape.Width()));
 }

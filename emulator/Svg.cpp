@@ -77,11 +77,35 @@ std::string Bars(const std::vector<std::uint8_t>& raster, std::size_t height, st
     return out;
 }
 
+std::string TitleOf(const std::vector<std::string>& mark) {
+    std::string title;
+    for (const std::string& line : mark) title += (title.empty() ? "" : " ") + Escape(line);
+    return "<title>" + title + "</title>\n";
+}
+
+std::string Band(const std::vector<std::string>& mark, const std::string& width) {
+    std::string band = "<rect width=\"" + width + "\" height=\"" +
+                       Number(mark.size() * lineHeight) + "\" fill=\"#b00020\"/>\n";
+    std::size_t top = 0;
+    for (const std::string& line : mark) {
+        band += "<text x=\"" + Number(charWidth) + "\" y=\"" + Number(top + baseline) +
+                "\" textLength=\"" + Number(TextWidth(line) * charWidth) +
+                "\" lengthAdjust=\"spacingAndGlyphs\" fill=\"white\">" + Escape(line) + "</text>\n";
+        top += lineHeight;
+    }
+    return band;
+}
+
 }  // namespace
 
 std::string RenderSvg(const Slip& slip, std::size_t lineLength) {
+    return RenderSvg(slip, lineLength, {});
+}
+
+std::string RenderSvg(const Slip& slip, std::size_t lineLength,
+                      const std::vector<std::string>& mark) {
     std::string body;
-    std::size_t top = margin;
+    std::size_t top = mark.size() * lineHeight + margin;
     for (const TapeItem& item : slip.items) {
         if (item.kind == TapeItem::Kind::Barcode)
             body += Bars(item.raster, item.height, top + barcodeGap);
@@ -90,13 +114,14 @@ std::string RenderSvg(const Slip& slip, std::size_t lineLength) {
     }
     const std::string width = Number(2 * margin + lineLength * charWidth);
     const std::string height = Number(top + margin);
+    if (!mark.empty()) body += Band(mark, width);
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
            "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" +
            width + "\" height=\"" + height + "\" viewBox=\"0 0 " + width + " " + height +
            "\" shape-rendering=\"crispEdges\" "
-           "font-family=\"monospace\" font-size=\"20\" xml:space=\"preserve\">\n"
-           "<rect width=\"" +
-           width + "\" height=\"" + height + "\" fill=\"white\"/>\n" + body + "</svg>\n";
+           "font-family=\"monospace\" font-size=\"20\" xml:space=\"preserve\">\n" +
+           (mark.empty() ? "" : TitleOf(mark)) + "<rect width=\"" + width + "\" height=\"" +
+           height + "\" fill=\"white\"/>\n" + body + "</svg>\n";
 }
 
 }  // namespace emulator

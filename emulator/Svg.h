@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "emulator/Tape.h"
 
@@ -16,5 +17,10 @@ namespace emulator {
 /// rectangle), its blank margins are kept, and its text line is below.
 /// lineLength: printed characters per line of the model.
 std::string RenderSvg(const Slip& slip, std::size_t lineLength);
+
+/// The same below a band of another colour, which no text on the paper can look like. It has these
+/// lines, and they are the picture's title, too. Each is to be no longer than lineLength + 2.
+std::string RenderSvg(const Slip& slip, std::size_t lineLength,
+                      const std::vector<std::string>& mark);
 
 }  // namespace emulator

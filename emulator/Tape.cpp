@@ -118,6 +118,18 @@ void Tape::TearOff() {
     lines_.clear();
 }
 
+Slip Tape::Whole() const {
+    Slip whole;
+    const auto add = [&whole](const std::vector<TapeItem>& items) {
+        if (items.empty()) return;
+        if (!whole.items.empty()) whole.items.emplace_back();
+        whole.items.insert(whole.items.end(), items.begin(), items.end());
+    };
+    for (const Slip& slip : slips_) add(slip.items);
+    add(pending_);
+    return whole;
+}
+
 std::string Tape::Text() const {
     std::string text;
     for (const std::string& line : lines_) text += line + "\n";

@@ -67,6 +67,8 @@ class Tape {
     const std::vector<TapeItem>& Pending() const { return pending_; }
     const std::vector<Slip>& Slips() const { return slips_; }
 
+    /// The whole paper as one slip, with an empty line between two.
+    Slip Whole() const;
     /// The whole paper as text, barcodes as rows of block characters.
     const std::vector<std::string>& Lines() const { return lines_; }
     std::string Text() const;

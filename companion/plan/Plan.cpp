@@ -10,6 +10,7 @@
 #include "FiscalCommandFile.h"
 #include "FiscalCommandProcessor.h"
 #include "Globals.h"
+#include "ProcessorInternal.h"
 #include "companion/plan/Recorder.h"
 
 namespace plan {
@@ -60,19 +61,28 @@ bool OnlyMarks(const FiscalCommand& command) {
     return name == "CONTINUE" || name == "CONTINUE_MANUALLY" || name == "EXIT";
 }
 
+std::vector<std::uint8_t> BytesOf(const BUF& payload) {
+    std::vector<std::uint8_t> bytes(payload.GetSize());
+    if (bytes.empty()) return bytes;  // CopyTo wants a place
+    payload.CopyTo(bytes.data(), static_cast<unsigned>(bytes.size()));
+    return bytes;
+}
+
 void Add(const FiscalCommand& command, int line, std::vector<Command>& all) {
     if (OnlyMarks(command)) return;
     const bool well = Send(command);
-    std::vector<std::uint8_t> codes = TakeNotes();
-    if (!well && codes.empty()) codes.push_back(0);
-    for (const std::uint8_t code : codes) all.push_back({code, line, TitleOf(command)});
+    std::vector<Note> notes = TakeNotes();
+    if (!well && notes.empty()) notes.emplace_back();
+    for (const Note& note : notes)
+        all.push_back({note.code, line, TitleOf(command), BytesOf(note.payload)});
 }
 
 }  // namespace
 
 std::vector<Command> CommandsOf(const std::string& commandFile,
-                                std::optional<std::uint8_t> protocol) {
+                                std::optional<std::uint8_t> protocol, const std::string& codePage) {
     BeModel(protocol);
+    GoesWell([&] { SelectCodePage(codePage); });
     State = STATE_EXECUTE;
     std::vector<Command> all;
     GoesWell([&] {

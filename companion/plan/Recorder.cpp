@@ -13,7 +13,7 @@ namespace plan {
 
 namespace {
 
-std::vector<std::uint8_t> notes;
+std::vector<Note> notes;
 BUF lastPayload;
 EcrSettings settings;
 EcrStatus status;
@@ -37,7 +37,7 @@ void BeModel(std::optional<std::uint8_t> protocol) {
     settings.printerLength = ModelOf(known.ecrType).printerLength;
 }
 
-std::vector<std::uint8_t> TakeNotes() {
+std::vector<Note> TakeNotes() {
     return std::exchange(notes, {});
 }
 
@@ -50,7 +50,7 @@ const BUF& LastPayload() {
 // --- what the processor calls of the link --------------------------------------------------------
 
 void SendCommand(BYTE cmd, const BUF& cmdData, bool) {
-    plan::notes.push_back(cmd);
+    plan::notes.push_back({cmd, cmdData});
     plan::lastPayload = cmdData;
 }
 

@@ -15,8 +15,14 @@ namespace plan {
 /// Of the model that the byte of a status block names.
 void BeModel(std::optional<std::uint8_t> protocol);
 
-/// The command codes sent since the last call.
-std::vector<std::uint8_t> TakeNotes();
+/// A command that was sent.
+struct Note {
+    std::uint8_t code = 0;
+    BUF payload;
+};
+
+/// The commands sent since the last call.
+std::vector<Note> TakeNotes();
 
 /// What came with the last of them.
 const BUF& LastPayload();

@@ -93,3 +93,18 @@ TEST(Plan, NamesWhatACashierWouldNameIt) {
 TEST(Plan, IsMadeForAModelThatTheDriverDoesNotKnow) {
     EXPECT_THAT(CodesOf("OPEN_DRAWER\n", 99), ElementsAre(CMD_OPEN_CASH_DRAWER));
 }
+
+TEST(Plan, HasWhatGoesWithACommand) {
+    const auto commands = PlanOf("COMMENT: TEXT=\"thanks\"\nTOTAL\n", lynx);
+    const std::vector<std::uint8_t>& text = commands.at(0).payload;
+    EXPECT_EQ(std::string(text.begin(), text.end()), "thanks" + std::string(13, ' '));
+    EXPECT_THAT(commands.at(1).payload, IsEmpty());
+}
+
+TEST(Plan, HasLettersOfTheCodePageAsTheRegisterHasThem) {
+    const TempDir folder;
+    const std::string file = folder.Write("file.txt", "COMMENT: TEXT=\"\xB5\"\n");
+    EXPECT_EQ(plan::CommandsOf(file, lynx, "DOS").at(0).payload.at(0), 0xC2);
+    EXPECT_EQ(plan::CommandsOf(file, lynx).at(0).payload.at(0), 0xB5) << "none of the other page";
+    EXPECT_THAT(plan::CommandsOf(file, lynx, "NONE"), testing::SizeIs(1));
+}

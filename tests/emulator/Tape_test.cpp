@@ -151,6 +151,17 @@ TEST(BarcodeRow, OfAnEmptyRasterIsEmpty) {
     EXPECT_EQ(BarcodeRow({}, 20), "");
 }
 
+TEST(Tape, IsOneSlipWithAnEmptyLineBetweenTwo) {
+    Tape tape(5);
+    EXPECT_TRUE(tape.Whole().items.empty());
+    tape.PrintLine("a");
+    tape.Cut(Slip::Kind::Receipt, 1);
+    tape.PrintLine("b");
+    const std::vector<TapeItem> expected = {
+        {TapeItem::Kind::Text, "a", {}, 0}, {}, {TapeItem::Kind::Text, "b", {}, 0}};
+    EXPECT_EQ(tape.Whole().items, expected);
+}
+
 // --- pictures ------------------------------------------------------------------------------------
 
 TEST(RenderSvg, DrawsTextOnAFixedPitch) {
@@ -202,4 +213,16 @@ TEST(RenderSvg, OfAnEmptySlipIsBlankPaper) {
     const std::string svg = RenderSvg({}, 20);
     EXPECT_TRUE(Has(svg, "<rect width=\"288\" height=\"48\" fill=\"white\"/>"));
     EXPECT_EQ(Count(svg, "<rect"), 1U);
+}
+
+TEST(RenderSvg, MarksAPictureAboveThePaper) {
+    Slip slip;
+    slip.items = {{TapeItem::Kind::Text, "TOTAL   8.19", {}, 0}};
+    const std::string svg = RenderSvg(slip, 20, {"NOT <PAPER>", "at all"});
+    EXPECT_TRUE(Has(svg, "<title>NOT &lt;PAPER&gt; at all</title>"));
+    EXPECT_TRUE(Has(svg, "width=\"288\" height=\"120\""));
+    EXPECT_TRUE(Has(svg, "<rect width=\"288\" height=\"48\" fill=\"#b00020\"/>"));
+    EXPECT_TRUE(Has(svg, "fill=\"white\">NOT &lt;PAPER&gt;</text>"));
+    EXPECT_TRUE(Has(svg, "y=\"42\" textLength=\"72\" lengthAdjust=\"spacingAndGlyphs\" fill="));
+    EXPECT_TRUE(Has(svg, "<text x=\"24\" y=\"90\" textLength=\"144\"")) << "of the paper";
 }
