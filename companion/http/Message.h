@@ -24,6 +24,7 @@ struct Peer {
 struct Request {
     std::string method;
     std::string path;                            // decoded, without the query
+    std::vector<std::string> segments = {};      // of the path, as SegmentsOf has them (Path.h)
     std::map<std::string, std::string> query;    // decoded
     std::map<std::string, std::string> headers;  // names in small letters
     std::string body;

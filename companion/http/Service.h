@@ -28,7 +28,8 @@ struct Later {
 struct Stream {
     std::string type;
     std::vector<std::pair<std::string, std::string>> headers = {};
-    /// Called when something may have changed: what is to be sent now, perhaps nothing.
+    /// Called when something may have changed, and after what it returned was sent: what is to be
+    /// sent now, perhaps nothing.
     std::function<std::string()> next;
     /// Sent when there was nothing for so long, so that both ends notice a broken line.
     std::string keepAlive;
