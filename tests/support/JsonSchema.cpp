@@ -119,10 +119,21 @@ class Validator {
         } else if (keyword == "items") {
             for (std::size_t i = 0; value.is_array() && i < value.size(); ++i)
                 Check(value[i], rule, path + "/" + std::to_string(i));
+        } else if (keyword == "oneOf") {
+            if (Allowing(value, rule) != 1) mistakes.push_back(path + ": not one of oneOf");
         } else {
             return false;
         }
         return true;
+    }
+
+    // How many of the schemas allow the value.
+    std::ptrdiff_t Allowing(const json& value, const json& schemas) const {
+        return std::count_if(schemas.begin(), schemas.end(), [&](const json& schema) {
+            Validator validator(whole_);
+            validator.Check(value, schema, "");
+            return validator.mistakes.empty();
+        });
     }
 
     void CheckNames(const json& value, const json& schema, const std::string& path) {
@@ -138,7 +149,12 @@ class Validator {
 }  // namespace
 
 std::vector<std::string> MistakesBySchema(const json& value, const json& schema) {
-    Validator validator(schema);
+    return MistakesBySchema(value, schema, schema);
+}
+
+std::vector<std::string> MistakesBySchema(const json& value, const json& schema,
+                                          const json& document) {
+    Validator validator(document);
     validator.Check(value, schema, "");
     return validator.mistakes;
 }

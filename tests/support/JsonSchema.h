@@ -12,3 +12,6 @@
 /// that is not known here is a mistake, too, so that no part of a schema is passed over.
 std::vector<std::string> MistakesBySchema(const nlohmann::json& value,
                                           const nlohmann::json& schema);
+/// The same with a schema that is a part of a document, which its references are in.
+std::vector<std::string> MistakesBySchema(const nlohmann::json& value, const nlohmann::json& schema,
+                                          const nlohmann::json& document);

@@ -42,6 +42,21 @@ TEST(JsonSchema, KnowsLimits) {
     EXPECT_THAT(MistakesBySchema("b", {{"pattern", "^a"}}), ElementsAre(": pattern \"^a\""));
 }
 
+TEST(JsonSchema, AllowsWhatExactlyOneOfSeveralAllows) {
+    const json schema = {{"oneOf", {{{"minimum", 2}}, {{"maximum", 4}}}}};
+    EXPECT_THAT(MistakesBySchema(1, schema), IsEmpty());
+    EXPECT_THAT(MistakesBySchema(3, schema), ElementsAre(": not one of oneOf"));
+    EXPECT_THAT(MistakesBySchema("", {{"oneOf", {{{"type", "null"}}}}}),
+                ElementsAre(": not one of oneOf"));
+}
+
+TEST(JsonSchema, FindsReferencesInTheDocument) {
+    const json document = {{"schemas", {{"one", {{"const", 1}}}}}};
+    const json schema = {{"$ref", "#/schemas/one"}};
+    EXPECT_THAT(MistakesBySchema(1, schema, document), IsEmpty());
+    EXPECT_THAT(MistakesBySchema(2, schema, document), ElementsAre(": const 1"));
+}
+
 TEST(JsonSchema, PassesOverNoKeyword) {
     EXPECT_THAT(MistakesBySchema(1, {{"multipleOf", 1}}),
                 ElementsAre(": unknown keyword multipleOf"));
