@@ -134,15 +134,41 @@ Json FindingJson(const check::Finding& finding) {
             {"models", finding.models}};
 }
 
+// Thrown out of a check that has told enough: other requests wait for its end.
+struct Enough {};
+
+// What a check has found so far.
+class Findings {
+  public:
+    void Add(const check::Finding& finding) {
+        if (told_.size() == mostFindings) throw Enough();
+        ++(finding.severity == check::Severity::Error ? errors_ : warnings_);
+        told_.push_back(FindingJson(finding));
+    }
+
+    Json Told(bool complete) && {
+        return {{"errors", errors_},
+                {"warnings", warnings_},
+                {"complete", complete},
+                {"findings", std::move(told_)}};
+    }
+
+  private:
+    long errors_ = 0;
+    long warnings_ = 0;
+    Json told_ = Json::array();
+};
+
 Json Checked(const std::string& content, const check::Question& question) {
     const MemoryFile file(content);
-    Json findings = Json::array();
-    const check::Count count =
-        check::CheckFile(file.Path(), question, [&](const check::Finding& finding) {
-            if (findings.size() < mostFindings) findings.push_back(FindingJson(finding));
-        });
-    return {
-        {"errors", count.errors}, {"warnings", count.warnings}, {"findings", std::move(findings)}};
+    Findings findings;
+    try {
+        check::CheckFile(file.Path(), question,
+                         [&](const check::Finding& finding) { findings.Add(finding); });
+    } catch (const Enough&) {
+        return std::move(findings).Told(false);
+    }
+    return std::move(findings).Told(true);
 }
 
 }  // namespace

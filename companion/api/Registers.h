@@ -16,7 +16,7 @@ http::Reply ListRegisters(const Call& call);
 http::Reply ShowRegister(const Call& call);
 http::Reply CheckCommandFile(const Call& call);
 
-/// More findings are counted, and not told.
+/// A check ends with so many.
 inline constexpr std::size_t mostFindings = 1000;
 
 /// The attempt on the register that has ended last; nothing: there was none yet.

@@ -96,13 +96,14 @@ constexpr std::array schemas = {
             "outcome": {"oneOf": [{"$ref": "#/components/schemas/Outcome"}, {"type": "null"}]}}})"},
     SchemaRow{"Check", R"({
         "type": "object",
-        "required": ["errors", "warnings", "findings"],
+        "required": ["errors", "warnings", "complete", "findings"],
         "additionalProperties": false,
         "properties": {
             "errors": {"type": "integer", "minimum": 0},
             "warnings": {"type": "integer", "minimum": 0},
+            "complete": {"description": "false: the check has ended at the 1,000th finding", "type": "boolean"},
             "findings": {
-                "description": "In the driver's order; the first 1,000",
+                "description": "In the driver's order",
                 "type": "array",
                 "maxItems": 1000,
                 "items": {
