@@ -42,7 +42,9 @@ std::size_t EndOfName(const std::string& header) {
 
 bool IsName(const std::string& name) {
     if (name.starts_with('[')) return AreAll(name, "[]0123456789abcdef:.");
-    return AreAll(name, "abcdefghijklmnopqrstuvwxyz0123456789-._");
+    const bool hasEmptyPart =
+        name.starts_with('.') || name.ends_with('.') || name.find("..") != std::string::npos;
+    return !hasEmptyPart && AreAll(name, "abcdefghijklmnopqrstuvwxyz0123456789-._");
 }
 
 bool IsNavigation(const Request& request) {

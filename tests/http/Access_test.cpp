@@ -49,7 +49,8 @@ TEST(HostName, IsWithoutPortLastDotAndCapitals) {
 
 TEST(HostName, IsNoOtherText) {
     for (const char* header : {"", ":80", "a b", "a/b", "kassa.lan:http", "kassa.lan:999999",
-                               "[::1", "[::1]x", "kassa.lan:80:80", "user@kassa.lan", "a,b", "."})
+                               "[::1", "[::1]x", "kassa.lan:80:80", "user@kassa.lan", "a,b", ".",
+                               "kassa.lan..", "kassa..lan", ".kassa.lan"})
         EXPECT_EQ(HostName(header), std::nullopt) << header;
 }
 
