@@ -33,6 +33,7 @@ constexpr std::array statuses = {
     StatusRow{409, "Conflict"},
     StatusRow{410, "Gone"},
     StatusRow{413, "Content Too Large"},
+    StatusRow{414, "URI Too Long"},
     StatusRow{415, "Unsupported Media Type"},
     StatusRow{421, "Misdirected Request"},
     StatusRow{422, "Unprocessable Content"},
