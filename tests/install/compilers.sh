@@ -11,7 +11,8 @@ tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$tree/scripts/lib/install.sh"
 cd "$tree"
 
-need_packages g++ clang cmake ninja-build barcode libcli11-dev libsqlite3-dev nettle-dev nlohmann-json3-dev bubblewrap
+need_packages g++ clang cmake ninja-build barcode libcli11-dev libsqlite3-dev nettle-dev nlohmann-json3-dev bubblewrap \
+    libmicrohttpd-dev libsystemd-dev
 installed=$(mktemp -d)
 trap 'rm -rf "$installed"' EXIT
 

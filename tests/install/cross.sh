@@ -26,7 +26,8 @@ need_packages cmake ninja-build g++ "g++-$triplet" qemu-user-static bubblewrap p
     zbar-tools
 # Those of the other architecture are asked for by their full names.
 DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends \
-    "libstdc++6:$arch" "barcode:$arch" "libsqlite3-dev:$arch" "nettle-dev:$arch" "libgtest-dev:$arch" "libgmock-dev:$arch" >/dev/null
+    "libstdc++6:$arch" "barcode:$arch" "libsqlite3-dev:$arch" "nettle-dev:$arch" \
+    "libmicrohttpd-dev:$arch" "libsystemd-dev:$arch" "libgtest-dev:$arch" "libgmock-dev:$arch" >/dev/null
 
 # Inside /usr, which the driver's private root has as well.
 build=/usr/local/lib/voltis-$arch

@@ -1,0 +1,303 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// Who sends nothing, too slowly or too much, and who comes too often.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include <fstream>
+#include <list>
+#include <random>
+
+#include "tests/server/Clients.h"
+#include "tests/support/Sanitized.h"
+
+using namespace std::chrono_literals;
+using testing::Each;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+server::ServerOptions Impatient() {
+    server::ServerOptions options;
+    options.idle = 150ms;
+    options.receive = 150ms;
+    options.send = 150ms;
+    return options;
+}
+
+// So many may wait to be accepted.
+constexpr std::size_t aFew = 50;
+
+std::size_t ResidentBytes() {
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> all >> resident;
+    return resident * 4096;
+}
+
+void AllowDescriptors(rlim_t count) {
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = count;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0) << "at most " << limit.rlim_max;
+}
+
+}  // namespace
+
+TEST(HttpServerLimits, AConnectionWithoutARequestIsClosed) {
+    Stage stage(Impatient());
+    Client& silent = stage.Connect();
+    Client& slow = stage.Connect();
+    EXPECT_TRUE(stage.Until(
+        [&] {
+            slow.Send("G");  // never a whole line
+            return silent.isClosed && slow.isClosed;
+        },
+        2s));
+}
+
+TEST(HttpServerLimits, SlowHeadersAreNotWaitedFor) {
+    Stage stage(Impatient());
+    Client& client = stage.Connect();
+    client.Send("GET / HTTP/1.1\r\nHost: localhost\r\n");
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(stage.Until([&] {
+        client.Send("X: a\r\n");  // it is never silent
+        return client.isClosed;
+    }));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    EXPECT_EQ(client.received.find(" 200 "), std::string::npos);
+}
+
+TEST(HttpServerLimits, ASlowBodyIsNotWaitedFor) {
+    Stage stage(Impatient());
+    Client& client = stage.Connect();
+    client.Send("POST / HTTP/1.1\r\nHost: localhost\r\nContent-Length: 60000\r\n\r\n");
+    EXPECT_TRUE(stage.Until(
+        [&] {
+            client.Send("a");
+            return client.isClosed;
+        },
+        2s));
+    EXPECT_THAT(stage.service.requests, IsEmpty());
+}
+
+TEST(HttpServerLimits, WhoDoesNotReadTheAnswerIsNotWaitedFor) {
+    Stage stage(Impatient());
+    const std::string large(20'000'000, 'a');
+    stage.service.answer = [&](const http::Request&) {
+        return http::Response{200, "text/plain", large};
+    };
+    Client client(stage.Address());  // the stage does not read for it
+    client.Send(GetRequest("/"));
+    ASSERT_TRUE(stage.Until([&] { return stage.service.requests.size() == 1; }));
+    EXPECT_TRUE(stage.Until([&] { return stage.server.Connections() == 0; }, 2s));
+}
+
+TEST(HttpServerLimits, AnActiveConnectionStays) {
+    Stage stage(Impatient());
+    Client& client = stage.Connect();
+    for (int i = 0; i < 10; ++i) {
+        stage.Let(40ms);
+        client.Send(GetRequest("/"));
+        ASSERT_EQ(stage.Next(client).status, 200) << i;
+    }
+}
+
+TEST(HttpServerLimits, AnAddressHasSoManyConnections) {
+    server::ServerOptions options;
+    options.connectionsOfAddress = 3;
+    Stage stage(options);
+    std::vector<Client*> clients(3);
+    for (Client*& client : clients) client = &stage.Connect();
+    ASSERT_TRUE(stage.Until([&] { return stage.server.Connections() == 3; }));
+    Client& further = stage.Connect();
+    EXPECT_TRUE(stage.Until([&] { return further.isClosed; }));
+    Client& byPath = stage.ConnectByPath();
+    byPath.Send(GetRequest("/"));
+    EXPECT_EQ(stage.Next(byPath).status, 200);
+    clients[0]->Close();
+    ASSERT_TRUE(stage.Until([&] { return stage.server.Connections() == 3; }));
+    EXPECT_EQ(stage.Get("/").status, 200);
+}
+
+TEST(HttpServerLimits, AFullSocketLeavesTheOtherOneFree) {
+    server::ServerOptions options;
+    options.connections = 2;
+    Stage stage(options);
+    stage.Connect();
+    stage.Connect();
+    ASSERT_TRUE(stage.Until([&] { return stage.server.Connections() == 2; }));
+    Client& further = stage.Connect();
+    EXPECT_TRUE(stage.Until([&] { return further.isClosed; }));
+    Client& byPath = stage.ConnectByPath();
+    byPath.Send(GetRequest("/"));
+    EXPECT_EQ(stage.Next(byPath).status, 200);
+}
+
+TEST(HttpServerLimits, TwoThousandIdleConnectionsKeepNobodyElseOut) {
+    constexpr std::size_t idle = 2'000;
+    AllowDescriptors(5'000);
+    server::ServerOptions options;
+    options.connections = idle + 10;
+    options.connectionsOfAddress = idle + 10;
+    options.idle = 6s;
+    Stage stage(options);
+    ASSERT_EQ(stage.Get("/").status, 200);
+    const std::size_t before = ResidentBytes();
+    for (std::size_t i = 1; i <= idle; ++i) {
+        stage.Connect();
+        const bool isPause = i % aFew == 0;
+        ASSERT_TRUE(!isPause || stage.Until([&] { return stage.server.Connections() == i; })) << i;
+    }
+    EXPECT_EQ(stage.Get("/").status, 200);
+    EXPECT_LT(ResidentBytes() - before, sanitized ? 256'000'000U : 32'000'000U);
+    EXPECT_TRUE(stage.Until([&] { return stage.server.Connections() == 0; }, 30s));
+    EXPECT_EQ(stage.Get("/").status, 200);
+}
+
+TEST(HttpServerLimits, OfTwoThousandConnectionsTheSurplusIsClosed) {
+    AllowDescriptors(5'000);
+    Stage stage;
+    std::vector<Client*> clients;
+    const auto closed = [&] {
+        return static_cast<std::size_t>(
+            std::ranges::count_if(clients, [](const Client* client) { return client->isClosed; }));
+    };
+    for (std::size_t i = 1; i <= 2'000; ++i) {
+        clients.push_back(&stage.Connect());
+        const auto isDealtWith = [&] { return stage.server.Connections() + closed() == i; };
+        ASSERT_TRUE(i % aFew != 0 || stage.Until(isDealtWith)) << i;
+    }
+    EXPECT_EQ(stage.server.Connections(), server::ServerOptions().connectionsOfAddress);
+}
+
+TEST(HttpServerLimits, NobodyIsAwakeForConnectionsThatWait) {
+    Stage stage;
+    stage.service.answer = [](const http::Request& request) -> http::Reply {
+        if (request.path == "/later")
+            return http::Later{1h, [](bool) { return std::optional<http::Response>(); }};
+        http::Stream stream;
+        stream.next = [] { return std::string(); };
+        return stream;
+    };
+    stage.Connect();
+    stage.Connect().Send("GET / HT");
+    stage.Connect().Send(GetRequest("/stream"));
+    Client& halfClosed = stage.Connect();
+    halfClosed.Send(GetRequest("/later"));
+    halfClosed.CloseHalf();
+    stage.Let(100ms);
+    ASSERT_EQ(stage.server.Connections(), 4U);
+    const auto end = std::chrono::steady_clock::now() + 300ms;
+    int turns = 0;
+    for (; std::chrono::steady_clock::now() < end; ++turns) {
+        const auto left =
+            std::min<std::chrono::milliseconds>(stage.server.Timeout().value(), 100ms);
+        pollfd news{stage.server.Fd(), POLLIN, 0};
+        poll(&news, 1, static_cast<int>(left.count()));
+        stage.server.Run();
+    }
+    EXPECT_LE(turns, 6);
+}
+
+// --- requests of any kind ----------------------------------------------------------------------
+
+namespace {
+
+// Requests that were spoilt in a few places. The same seed makes the same ones.
+class Spoiler {
+  public:
+    explicit Spoiler(unsigned seed) : random_(seed) {}
+
+    std::string Next() {
+        const std::vector<std::string> good = {
+            GetRequest("/v1/jobs/a%20b?wait=5"), PostRequest("SALE: DEPTNR=1"),
+            "POST / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: "
+            "chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n",
+            "DELETE /v1/jobs/7 HTTP/1.0\r\nAuthorization: Bearer x\r\n\r\n"};
+        std::string text = good[Below(good.size())];
+        for (std::size_t left = Below(5); left > 0; --left) Spoil(text);
+        return text;
+    }
+
+  private:
+    std::size_t Below(std::size_t limit) { return random_() % limit; }
+
+    void Spoil(std::string& text) {
+        static const std::vector<std::string> pieces = {"\r\n",
+                                                        "\n",
+                                                        "\r",
+                                                        " ",
+                                                        ":",
+                                                        std::string(1, '\0'),
+                                                        "%c0%af",
+                                                        "%",
+                                                        "\xff",
+                                                        "\r\n\r\n",
+                                                        "Content-Length: 5\r\n",
+                                                        "Transfer-Encoding: chunked\r\n",
+                                                        "Host: b\r\n",
+                                                        "0\r\n\r\n",
+                                                        "Expect: 100-continue\r\n",
+                                                        " HTTP/1.1\r\n",
+                                                        "99999999999999999999",
+                                                        "-1",
+                                                        "/../",
+                                                        std::string(20'000, 'a'),
+                                                        "GET / HTTP/1.1\r\n\r\n"};
+        const std::size_t at = Below(text.size() + 1);
+        switch (Below(3)) {
+            case 0:
+                text.insert(at, pieces[Below(pieces.size())]);
+                break;
+            case 1:
+                text.erase(at, Below(20));
+                break;
+            default:
+                text.insert(at, text.substr(Below(text.size() + 1), Below(40)));
+        }
+    }
+
+    std::mt19937 random_;
+};
+
+}  // namespace
+
+TEST(HttpServerLimits, TenThousandSpoiltRequestsAreAnsweredOrClosed) {
+    constexpr int count = sanitized ? 2'000 : 10'000;
+    server::ServerOptions options;
+    options.idle = options.receive = options.send = 50ms;
+    Stage stage(options);
+    ASSERT_EQ(stage.Get("/").status, 200);
+    const std::size_t before = ResidentBytes();
+    Spoiler spoiler(20'261'122);
+    std::size_t answered = 0;
+    for (int done = 0; done < count; done += static_cast<int>(aFew)) {
+        std::list<Client> clients;
+        for (std::size_t i = 0; i < aFew; ++i) {
+            Client& client = clients.emplace_back(stage.Address());
+            client.Send(spoiler.Next());
+            client.CloseHalf();
+        }
+        ASSERT_TRUE(stage.Until([&] {
+            for (Client& client : clients) client.Read();
+            return std::ranges::all_of(clients, &Client::isClosed);
+        })) << done;
+        for (const Client& client : clients) {
+            if (client.received.empty()) continue;
+            EXPECT_THAT(client.received, testing::StartsWith("HTTP/1."));
+            ++answered;
+        }
+    }
+    EXPECT_TRUE(stage.Until([&] { return stage.server.Connections() == 0; }));
+    EXPECT_GT(answered, static_cast<std::size_t>(count / 4));
+    EXPECT_LT(answered, static_cast<std::size_t>(count));
+    EXPECT_GT(stage.service.requests.size(), static_cast<std::size_t>(count / 10));
+    EXPECT_LT(ResidentBytes() - before, sanitized ? 256'000'000U : 32'000'000U);
+    EXPECT_EQ(stage.Get("/").status, 200);
+}
