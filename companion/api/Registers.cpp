@@ -104,25 +104,6 @@ bool IsServed(const Settings& settings, const std::string& name) {
     return !settings.isServed || settings.isServed(name);
 }
 
-Json RegisterJson(const Call& call, const Profile& profile) {
-    const auto last = LastOn(call.journal, profile.name);
-    const auto job = last ? call.journal.Find(last->last) : std::nullopt;
-    const auto up = HasAnswered(job);
-    const auto doubts = call.journal.OpenJobs(journal::State::InDoubt);
-    const auto doubt = doubts.find(profile.name);
-    return {{"name", profile.name},
-            {"device", TextOrNull(profile.device)},
-            {"network", TextOrNull(profile.network)},
-            {"code_page", profile.codePage},
-            {"habit", profile.habit},
-            {"served", IsServed(call.settings, profile.name)},
-            {"up", up ? Json(*up) : Json()},
-            {"queue", QueueJson(call, profile.name)},
-            {"in_doubt", doubt == doubts.end() ? 0 : doubt->second},
-            {"last", last && job ? LastJson(*last, *job) : Json()},
-            {"status", job ? LastStatus(profile, *job) : Json()}};
-}
-
 // --- a check -------------------------------------------------------------------------------------
 
 Json FindingJson(const check::Finding& finding) {
@@ -192,6 +173,25 @@ std::optional<bool> HasAnswered(const std::optional<Job>& job) {
     const auto code = outcome->driver->errorCode;
     if (!code) return std::nullopt;
     return std::ranges::find(silent, *code) == silent.end();
+}
+
+Json RegisterJson(const Call& call, const Profile& profile) {
+    const auto last = LastOn(call.journal, profile.name);
+    const auto job = last ? call.journal.Find(last->last) : std::nullopt;
+    const auto up = HasAnswered(job);
+    const auto doubts = call.journal.OpenJobs(journal::State::InDoubt);
+    const auto doubt = doubts.find(profile.name);
+    return {{"name", profile.name},
+            {"device", TextOrNull(profile.device)},
+            {"network", TextOrNull(profile.network)},
+            {"code_page", profile.codePage},
+            {"habit", profile.habit},
+            {"served", IsServed(call.settings, profile.name)},
+            {"up", up ? Json(*up) : Json()},
+            {"queue", QueueJson(call, profile.name)},
+            {"in_doubt", doubt == doubts.end() ? 0 : doubt->second},
+            {"last", last && job ? LastJson(*last, *job) : Json()},
+            {"status", job ? LastStatus(profile, *job) : Json()}};
 }
 
 Reply ListRegisters(const Call& call) {

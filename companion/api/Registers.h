@@ -16,6 +16,9 @@ http::Reply ListRegisters(const Call& call);
 http::Reply ShowRegister(const Call& call);
 http::Reply CheckCommandFile(const Call& call);
 
+/// What is known of the register, as GET /v1/registers/{register} has it.
+Json RegisterJson(const Call& call, const runner::Profile& profile);
+
 /// A check ends with so many.
 inline constexpr std::size_t mostFindings = 1000;
 

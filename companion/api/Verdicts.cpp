@@ -44,16 +44,6 @@ const Entry* EntryOfCode(const std::string& key, int code) {
     return found.empty() ? nullptr : found.front();
 }
 
-const Entry* EntryOf(const job::Outcome& outcome) {
-    const std::string message =
-        outcome.driver && outcome.reason.empty() ? outcome.driver->message : outcome.reason;
-    if (const Entry* entry = EntryOfMessage(message)) return entry;
-    if (outcome.driver && outcome.driver->errorCode)
-        if (const Entry* entry = EntryOfCode("ErrorCode=", *outcome.driver->errorCode))
-            return entry;
-    return EntryOfCode("ResultCode=", outcome.exitCode);
-}
-
 Json AnswerJson(const explain::Answer& answer) {
     return {{"answer", explain::NameOf(answer.word)}, {"text", answer.text}};
 }
@@ -108,6 +98,16 @@ std::optional<job::Outcome> RecordOf(const Job& job) try {
     return job::FromRecord(job.outcome);
 } catch (const std::exception&) {
     return std::nullopt;
+}
+
+const Entry* EntryOf(const job::Outcome& outcome) {
+    const std::string message =
+        outcome.driver && outcome.reason.empty() ? outcome.driver->message : outcome.reason;
+    if (const Entry* entry = EntryOfMessage(message)) return entry;
+    if (outcome.driver && outcome.driver->errorCode)
+        if (const Entry* entry = EntryOfCode("ErrorCode=", *outcome.driver->errorCode))
+            return entry;
+    return EntryOfCode("ResultCode=", outcome.exitCode);
 }
 
 bool IsSettled(const Job& job) {

@@ -6,6 +6,7 @@
 
 #include <optional>
 
+#include "companion/explain/Catalogue.h"
 #include "companion/http/Message.h"
 #include "companion/job/Outcome.h"
 #include "companion/journal/Journal.h"
@@ -14,6 +15,9 @@ namespace api {
 
 /// What the journal has of the run; nothing: it has none yet, or one that cannot be read.
 std::optional<job::Outcome> RecordOf(const journal::Job& job);
+
+/// What the catalogue says of how the run ended: of its message, else of its code; nullptr: nothing.
+const explain::Entry* EntryOf(const job::Outcome& outcome);
 
 /// It was done, failed, or is in doubt.
 bool IsSettled(const journal::Job& job);
