@@ -16,7 +16,7 @@ namespace api {
 /// What the journal has of the run; nothing: it has none yet, or one that cannot be read.
 std::optional<job::Outcome> RecordOf(const journal::Job& job);
 
-/// What the catalogue says of how the run ended: of its message, else of its code; nullptr: nothing.
+/// What the catalogue has about how the run ended, by its message, else by its code; nullptr: none.
 const explain::Entry* EntryOf(const job::Outcome& outcome);
 
 /// It was done, failed, or is in doubt.
