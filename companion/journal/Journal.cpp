@@ -593,6 +593,10 @@ std::map<std::string, std::int64_t> Journal::OpenJobs(State state) const {
     return jobs;
 }
 
+std::int64_t Journal::DataVersion() const {
+    return Number(database_, "PRAGMA data_version");
+}
+
 // The row is the latest attempt. One that was never begun has no history.
 void Journal::TakeUpAgain(const Job& old, const NewJob& job) {
     if (old.state == State::Failed) {

@@ -203,6 +203,8 @@ class Journal {
     std::vector<Event> EventsAfter(std::int64_t number, int limit) const;
     /// The number of the last one that there was; 0: there was none.
     std::int64_t LastEvent() const;
+    /// Another number when another program has changed the journal since this was last asked.
+    std::int64_t DataVersion() const;
     /// The same of one job: as long as it is the same, so is all of the job but what is before it
     /// in its queue.
     std::int64_t LastEventOf(std::int64_t number) const;

@@ -302,6 +302,15 @@ TEST_F(JournalEvents, AreMadeForOtherProgramsToo) {
     EXPECT_THAT(Events(), ElementsAre("1 received", "1 failed not-printed"));
 }
 
+TEST_F(JournalEvents, ShowThatAnotherProgramHasChangedTheJournal) {
+    const std::int64_t before = journal_.DataVersion();
+    EXPECT_EQ(journal_.DataVersion(), before);
+    Journal(path_).Receive({"a", "default", "", tart});
+    const std::int64_t after = journal_.DataVersion();
+    EXPECT_NE(after, before);
+    EXPECT_EQ(journal_.DataVersion(), after);
+}
+
 // --- counts --------------------------------------------------------------------------------------
 
 TEST_F(JournalCounts, AreOfAttemptsThatHaveEndedByTheirResults) {
