@@ -29,7 +29,7 @@ struct Stream {
     std::string type;
     std::vector<std::pair<std::string, std::string>> headers = {};
     /// Called when something may have changed, and after what it returned was sent: what is to be
-    /// sent now, perhaps nothing.
+    /// sent now, perhaps nothing. What it throws ends the stream.
     std::function<std::string()> next;
     /// Sent when there was nothing for so long, so that both ends notice a broken line.
     std::string keepAlive;

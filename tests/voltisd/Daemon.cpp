@@ -1,0 +1,140 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "tests/voltisd/Daemon.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
+#include "companion/runner/Files.h"
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+std::string OwnGroup() {
+    const group* entry = getgrgid(getegid());
+    return entry == nullptr ? "root" : entry->gr_name;
+}
+
+bool TakesConnections(const std::string& socket) {
+    try {
+        return Client(socket).fd >= 0;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+Daemon::Daemon(const std::string& device) {
+    for (const char* name : {"etc", "etc/registers", "locks", "logs", "state"})
+        std::filesystem::create_directory(File(name));
+    folder_.Write("etc/voltis.ini", "[VOLTIS]\nDevice=" + device + "\nStandardLog=1\n");
+    Configure("");
+}
+
+Daemon::~Daemon() {
+    Kill();
+}
+
+void Daemon::Configure(const std::string& lines) const {
+    std::string all = "[voltisd]\nSocket=" + Socket() + "\nGroup=" + OwnGroup() +
+                      "\nTokens=" + File("etc/tokens") + "\n";
+    if (lines.find("Listen=") == std::string::npos) all += "Listen=none\n";
+    runner::WriteFile(File("etc/voltisd.conf"), all + lines);
+}
+
+std::vector<std::string> Daemon::Command() const {
+    return {VOLTISD_PATH, "--config",    File("etc"), "--journal", File("state/journal.db"),
+            "--locks",    File("locks"), "--logs",    File("logs")};
+}
+
+bool Daemon::Start() {
+    const std::vector<std::string> command = Command();
+    std::vector<char*> arguments;
+    std::ranges::transform(command, std::back_inserter(arguments),
+                           [](const std::string& word) { return const_cast<char*>(word.c_str()); });
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, File("said").c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+    const int failed =
+        posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failed != 0) process_ = -1;
+    const auto end = Clock::now() + 20s;
+    while (process_ > 0 && Clock::now() < end) {
+        if (TakesConnections(Socket())) return true;
+        siginfo_t ended{};
+        waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOHANG | WNOWAIT);
+        if (ended.si_pid != 0) return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return false;
+}
+
+void Daemon::Signal(int signal) const {
+    if (process_ > 0) kill(process_, signal);
+}
+
+int Daemon::WaitForEnd(std::chrono::milliseconds longest) {
+    int status = 0;
+    for (const auto end = Clock::now() + longest; Clock::now() < end;) {
+        if (waitpid(process_, &status, WNOHANG) == process_) {
+            process_ = -1;
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return -1;
+}
+
+void Daemon::Kill() {
+    if (process_ <= 0) return;
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+    process_ = -1;
+}
+
+Answer Daemon::Ask(const std::string& method, const std::string& target,
+                   const std::vector<std::string>& headers, const std::string& body) const {
+    std::string request = method + " " + target + " HTTP/1.1\r\nHost: localhost\r\n";
+    for (const std::string& header : headers) request += header + "\r\n";
+    if (!body.empty()) request += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    Client client(Socket());
+    client.Send(request + "Connection: close\r\n\r\n" + body);
+    for (const auto end = Clock::now() + 60s; Clock::now() < end && !client.isClosed;) {
+        pollfd news{client.fd, POLLIN, 0};
+        poll(&news, 1, 100);
+        client.Read();
+    }
+    return TakeAnswer(client.received, client.isClosed).value_or(Answer());
+}
+
+Answer Daemon::HandIn(const std::string& key, const std::string& content, int wait) const {
+    return Ask("POST", "/v1/registers/default/jobs",
+               {"Idempotency-Key: " + key, "Content-Type: text/plain",
+                "Prefer: wait=" + std::to_string(wait)},
+               content);
+}
+
+nlohmann::json Daemon::JsonOf(const Answer& answer) {
+    return nlohmann::json::parse(answer.body, nullptr, false);
+}
+
+std::string Daemon::Said() const {
+    return runner::ReadFileIfAny(File("said"));
+}

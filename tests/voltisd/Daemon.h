@@ -1,0 +1,51 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// The shipped service in a process of its own, in a folder that has all that a machine would have.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/server/Clients.h"
+#include "tests/support/TempDir.h"
+
+class Daemon {
+  public:
+    /// Of a register at that device. Nothing is started yet.
+    explicit Daemon(const std::string& device);
+    /// Kills it if it is still there.
+    ~Daemon();
+    Daemon(const Daemon&) = delete;
+    Daemon& operator=(const Daemon&) = delete;
+
+    /// voltisd.conf, beside the socket, the group and the file of tokens.
+    void Configure(const std::string& lines) const;
+    /// Returns when the socket takes connections. False: it has ended instead.
+    bool Start();
+    void Signal(int signal) const;
+    /// -1: it has not ended in time, or by a signal.
+    int WaitForEnd(std::chrono::milliseconds longest = std::chrono::seconds(30));
+    /// As kill -9; its worker goes on until it notices.
+    void Kill();
+
+    Answer Ask(const std::string& method, const std::string& target,
+               const std::vector<std::string>& headers = {}, const std::string& body = "") const;
+    /// With the key, waiting for so many seconds at most.
+    Answer HandIn(const std::string& key, const std::string& content, int wait) const;
+    static nlohmann::json JsonOf(const Answer& answer);
+
+    /// What it has written to standard error.
+    std::string Said() const;
+    std::string File(const std::string& name) const { return folder_.File(name); }
+    std::string Socket() const { return File("voltisd.sock"); }
+    std::vector<std::string> Command() const;
+
+  private:
+    TempDir folder_;
+    pid_t process_ = -1;
+};

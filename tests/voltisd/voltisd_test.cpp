@@ -1,0 +1,184 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+// The service as it is shipped, with the driver that is shipped, and an emulated register.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "companion/journal/Journal.h"
+#include "companion/runner/Files.h"
+#include "companion/workbench/Serving.h"
+#include "tests/companion/Till.h"
+#include "tests/voltisd/Daemon.h"
+
+using journal::State;
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+namespace {
+
+class Voltisd : public testing::Test {
+  protected:
+    ~Voltisd() override { EndRegister(); }
+
+    void Start() { ASSERT_TRUE(daemon_.Start()) << daemon_.Said(); }
+    void StartRegister() {
+        serving_ = std::make_unique<workbench::Serving>(till_.Station().server);
+    }
+    void EndRegister() {
+        if (serving_) serving_->Finish();
+        serving_.reset();
+    }
+    std::int64_t Receipts() {
+        EndRegister();
+        return std::ranges::count_if(
+            printed_.Lines(), [](const std::string& line) { return line.starts_with("RECEIPT "); });
+    }
+    State StateOf(const std::string& id) const {
+        return journal::Journal::ForReading(daemon_.File("state/journal.db"))->Find(id)->state;
+    }
+    bool WaitFor(const std::string& id, State state) const {
+        for (int i = 0; i < 2000; ++i) {
+            if (StateOf(id) == state) return true;
+            std::this_thread::sleep_for(10ms);
+        }
+        return false;
+    }
+
+    Till till_;
+    workbench::Since printed_{till_.Device()};
+    Daemon daemon_{till_.profile.device};
+    std::unique_ptr<workbench::Serving> serving_;
+};
+
+}  // namespace
+
+TEST_F(Voltisd, PrintsAJobOnceHoweverOftenItIsHandedIn) {
+    Start();
+    StartRegister();
+    const Answer first = daemon_.HandIn("sale 1", oneSale, 20);
+    EXPECT_EQ(first.status, 200) << first.body;
+    EXPECT_EQ(Daemon::JsonOf(first)["verdict"], "printed");
+    EXPECT_EQ(Daemon::JsonOf(first)["replayed"], false);
+    const Answer again = daemon_.HandIn("sale 1", oneSale, 20);
+    EXPECT_EQ(again.status, 200) << again.body;
+    EXPECT_EQ(Daemon::JsonOf(again)["replayed"], true);
+    EXPECT_EQ(Receipts(), 1);
+}
+
+TEST_F(Voltisd, AnswersBeforeTheReceiptIsPrintedToWhoDoesNotWait) {
+    Start();
+    const Answer accepted = daemon_.HandIn("sale 1", oneSale, 0);
+    EXPECT_EQ(accepted.status, 202) << accepted.body;
+    EXPECT_EQ(accepted.headers.at("location"), "/v1/jobs/sale%201");
+    StartRegister();
+    const Answer job = daemon_.Ask("GET", "/v1/jobs/sale%201", {"Prefer: wait=20"});
+    EXPECT_EQ(Daemon::JsonOf(job)["verdict"], "printed") << job.body;
+    EXPECT_EQ(Receipts(), 1);
+}
+
+TEST_F(Voltisd, PrintsAfterARestartWhatItHadTakenBefore) {
+    Start();
+    EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 0).status, 202);
+    EXPECT_EQ(daemon_.HandIn("sale 2", oneSale, 0).status, 202);
+    daemon_.Kill();
+    StartRegister();
+    Start();
+    EXPECT_TRUE(WaitFor("sale 1", State::Done));
+    EXPECT_TRUE(WaitFor("sale 2", State::Done));
+    EXPECT_EQ(Receipts(), 2);
+}
+
+TEST_F(Voltisd, EndsAfterTheReceiptThatIsBeingPrinted) {
+    Start();
+    StartRegister();
+    EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 0).status, 202);
+    ASSERT_TRUE(WaitFor("sale 1", State::Sending));
+    daemon_.Signal(SIGTERM);
+    EXPECT_EQ(daemon_.WaitForEnd(), 0);
+    EXPECT_EQ(StateOf("sale 1"), State::Done);
+    EXPECT_EQ(Receipts(), 1);
+}
+
+TEST_F(Voltisd, TellsWhoWaitsThatTheRegisterDoesNotAnswer) {
+    Start();
+    const Answer answer = daemon_.HandIn("sale 1", oneSale, 40);
+    EXPECT_EQ(answer.status, 503) << answer.body;
+    EXPECT_EQ(Daemon::JsonOf(answer)["job"]["verdict"], "not-printed");
+}
+
+// The first job keeps the register, which does not answer, for some seconds.
+TEST_F(Voltisd, TellsWhoWaitsWhatAnotherProgramHasDone) {
+    Start();
+    EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 0).status, 202);
+    EXPECT_EQ(daemon_.HandIn("sale 2", oneSale, 0).status, 202);
+    Answer answer;
+    std::thread waiting(
+        [&] { answer = daemon_.Ask("GET", "/v1/jobs/sale%202", {"Prefer: wait=30"}); });
+    std::this_thread::sleep_for(300ms);
+    journal::Journal other(daemon_.File("state/journal.db"));
+    other.Withdraw(other.Find("sale 2")->number, "anna", "{}", 2);
+    waiting.join();
+    EXPECT_EQ(Daemon::JsonOf(answer)["withdrawn_by"], "anna") << answer.body;
+    EXPECT_NE(StateOf("sale 1"), State::Failed);  // so it was not the worker's news
+}
+
+TEST_F(Voltisd, WantsATokenFromTheNetwork) {
+    daemon_.Configure("Listen=127.0.0.1:0\n");
+    Start();
+    const std::string said = daemon_.Said();
+    const std::size_t at = said.find("127.0.0.1:");
+    ASSERT_NE(at, std::string::npos) << said;
+    const std::string address = said.substr(at, said.find_first_of(" \n", at) - at);
+    Client client(address);
+    client.Send("GET /v1/registers HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
+    while (!client.isClosed) client.Read();
+    const Answer answer = TakeAnswer(client.received, true).value_or(Answer());
+    EXPECT_EQ(answer.status, 401);
+    EXPECT_THAT(answer.headers.at("www-authenticate"), HasSubstr("Bearer"));
+}
+
+TEST_F(Voltisd, ServesNoOtherMachineInTheOpen) {
+    daemon_.Configure("Listen=0.0.0.0:0\n");
+    EXPECT_FALSE(daemon_.Start());
+    EXPECT_EQ(daemon_.WaitForEnd(), 2);
+    EXPECT_THAT(daemon_.Said(), HasSubstr("Certificate= and Key= are needed"));
+}
+
+TEST_F(Voltisd, NamesTheLineOfAMistakeInItsConfiguration) {
+    daemon_.Configure("Listne=none\n");
+    EXPECT_FALSE(daemon_.Start());
+    EXPECT_EQ(daemon_.WaitForEnd(), 2);
+    EXPECT_THAT(daemon_.Said(), HasSubstr("/etc/voltisd.conf:"));
+    EXPECT_THAT(daemon_.Said(), HasSubstr("there is no key Listne="));
+}
+
+TEST_F(Voltisd, ReadsItsConfigurationAgainWhenItIsAskedTo) {
+    Start();
+    const std::string another = "[VOLTIS]\nDevice=/dev/ttyS77\n";
+    runner::WriteFile(daemon_.File("etc/registers/bar.ini"), another);
+    EXPECT_EQ(daemon_.Ask("GET", "/v1/registers/bar").status, 404);
+    daemon_.Signal(SIGHUP);
+    int status = 404;
+    for (int i = 0; i < 500 && status == 404; ++i) {
+        std::this_thread::sleep_for(10ms);
+        status = daemon_.Ask("GET", "/v1/registers/bar").status;
+    }
+    EXPECT_EQ(status, 200);
+}
+
+TEST_F(Voltisd, KeepsItsConfigurationWhenTheNewOneMakesNoSense) {
+    Start();
+    daemon_.Configure("LongestQueue=0\n");
+    daemon_.Signal(SIGHUP);
+    for (int i = 0; i < 500 && daemon_.Said().find("stays as it was") == std::string::npos; ++i)
+        std::this_thread::sleep_for(10ms);
+    EXPECT_THAT(daemon_.Said(), HasSubstr("the configuration stays as it was: "));
+    EXPECT_EQ(daemon_.Ask("GET", "/v1/registers/default").status, 200);
+}

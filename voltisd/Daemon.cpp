@@ -1,0 +1,237 @@
+// SPDX-FileCopyrightText: VOLTIS developers
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+#include "voltisd/Daemon.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <utility>
+
+#include "companion/journal/Journal.h"
+#include "companion/server/Listening.h"
+#include "companion/server/Loop.h"
+#include "companion/server/Manager.h"
+#include "companion/server/Peer.h"
+#include "companion/server/Serving.h"
+#include "companion/server/Workers.h"
+#include "companion/tokens/Book.h"
+#include "voltisd/Door.h"
+#include "voltisd/Site.h"
+#include "voltisd/Version.h"
+
+namespace voltisd {
+
+namespace {
+
+using server::ListeningSocket;
+using namespace std::chrono_literals;
+
+// What other programs write to the journal is looked for so often; it costs one call of SQLite's.
+constexpr std::chrono::milliseconds lookPause = 200ms;
+
+// To standard error, which systemd takes into its journal: with the time, and with a level.
+void Log(const std::string& line) {
+    std::cerr << line << '\n' << std::flush;
+}
+
+std::string Program() {
+    return std::filesystem::read_symlink("/proc/self/exe").string();
+}
+
+std::vector<std::string> WorkerCommand(const Place& place, const std::string& registerName,
+                                       std::chrono::seconds patience) {
+    std::vector<std::string> command = {Program(),
+                                        "--worker",
+                                        registerName,
+                                        "--config",
+                                        place.config,
+                                        "--journal",
+                                        JournalOf(place),
+                                        "--locks",
+                                        place.locks,
+                                        "--logs",
+                                        place.logs,
+                                        "--patience",
+                                        std::to_string(patience.count())};
+    if (!place.driver.empty()) command.insert(command.end(), {"--driver", place.driver});
+    return command;
+}
+
+std::vector<ListeningSocket> OwnSockets(const Configuration& configuration) {
+    std::vector<ListeningSocket> sockets;
+    sockets.reserve(configuration.listen.size() + 1);
+    for (const std::string& address : configuration.listen)
+        sockets.push_back(server::ListenAt(address));
+    if (!configuration.socket.empty()) {
+        sockets.push_back(
+            server::ListenAtPath(configuration.socket, server::GroupOf(configuration.group)));
+    }
+    return sockets;
+}
+
+std::vector<ListeningSocket> SocketsOf(const Configuration& configuration) {
+    auto sockets = server::SocketsOfSystemd();
+    if (sockets.empty()) sockets = OwnSockets(configuration);
+    if (sockets.empty())
+        throw ConfigurationError("neither Listen= nor Socket= says where callers arrive");
+    return sockets;
+}
+
+// What is said on another address could be read, and changed, by everybody on the way.
+void RefuseOpenAddress(const ListeningSocket& socket, const Site& site, const tokens::Book& book) {
+    if (socket.IsLocal()) return;
+    if (!site.tls) {
+        throw ConfigurationError("'" + socket.Name() +
+                                 "' can be reached from other machines: Certificate= and Key= are "
+                                 "needed for it");
+    }
+    if (!book.Trouble().empty()) throw ConfigurationError(book.Trouble());
+    if (book.All().empty()) {
+        throw ConfigurationError("'" + socket.Name() +
+                                 "' can be reached from other machines: make a token for each "
+                                 "caller first, by voltisctl token add");
+    }
+}
+
+server::ServerOptions OptionsOf(const Configuration& configuration) {
+    server::ServerOptions options;
+    options.group = server::GroupOf(configuration.group);
+    options.report = [](const std::string& what) { Log("an answer failed: " + what); };
+    return options;
+}
+
+gate::Settings GateOf(const Site& site) {
+    gate::Settings settings;
+    settings.access = RulesOf(site);
+    return settings;
+}
+
+class Daemon {
+  public:
+    explicit Daemon(const Place& place)
+        : place_(place),
+          site_(ReadSite(place)),
+          journal_(JournalOf(place)),
+          book_(site_.configuration.tokens),
+          gate_(GateOf(site_), book_),
+          api_(journal_, settings_),
+          page_(journal_, settings_),
+          door_(gate_, api_, page_, RulesOf(site_)),
+          server_(door_, OptionsOf(site_.configuration)),
+          workers_(loop_, [this](const std::string& name) {
+              return WorkerCommand(place_, name, site_.configuration.patience);
+          }) {
+        Configure();
+        Connect();
+        for (const ListeningSocket& socket : sockets_) Serve(socket);
+        for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
+    }
+
+    void Run() {
+        Look();
+        server::KeepWatchdogQuiet(loop_);
+        server::TellReady(Status());
+        Log(Status());
+        const auto left = server::ServeUntilTheEnd(loop_, server_, workers_, {});
+        for (const std::string& name : left)
+            Log("the receipt of register '" + name + "' is still being printed");
+    }
+
+  private:
+    void Configure() {
+        const Configuration& configuration = site_.configuration;
+        settings_.profiles = site_.profiles;
+        settings_.version = versionText;
+        settings_.longestQueue = configuration.longestQueue;
+        settings_.longestWait = configuration.longestWait;
+        settings_.woken = [this](const std::string& name) { workers_.Wake(name); };
+        settings_.isServed = [this](const std::string& name) {
+            return std::ranges::count(workers_.Running(), name) > 0;
+        };
+    }
+
+    void Connect() {
+        door_.OnLine(Log);
+        door_.OnChange([this] { server_.News(); });
+        workers_.OnTold([this](const std::string&) { server_.News(); });
+        workers_.OnDied([](const std::string& name, const std::string& how) {
+            Log("the worker of register '" + name + "' " + how);
+        });
+        loop_.OnReload([this] { Reload(); });
+    }
+
+    void Serve(const ListeningSocket& socket) {
+        RefuseOpenAddress(socket, site_, book_);
+        server_.Serve(socket.Fd(), socket.IsUnix() ? std::nullopt : site_.tls);
+    }
+
+    // What others have changed, as voltisctl does.
+    void Look() {
+        loop_.After(lookPause, [this] {
+            Look();
+            const std::int64_t now = journal_.DataVersion();
+            if (std::exchange(seen_, now) != now) server_.News();
+        });
+    }
+
+    std::string Status() const {
+        std::string status = "serving";
+        for (const runner::Profile& profile : site_.profiles) status += " " + profile.name;
+        status += " at";
+        for (const ListeningSocket& socket : sockets_) status += " " + socket.Name();
+        return status;
+    }
+
+    // What does not make sense changes nothing. Sockets and certificates stay as they are.
+    void Reload() {
+        server::TellReloading();
+        try {
+            TakeOver(ReadSite(place_));
+            Log("the configuration was read again");
+        } catch (const std::exception& failure) {
+            Log(std::string("the configuration stays as it was: ") + failure.what());
+        }
+        server::TellReady(Status());
+    }
+
+    void TakeOver(Site site) {
+        site.tls = site_.tls;
+        const std::vector<runner::Profile> before = std::exchange(site_, std::move(site)).profiles;
+        Configure();
+        gate_.Configure(GateOf(site_));
+        door_.SetRules(RulesOf(site_));
+        // A worker reads its profile when it starts.
+        for (const runner::Profile& profile : before) workers_.Stop(profile.name);
+        for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
+    }
+
+    Place place_;
+    server::Loop loop_;
+    Site site_;
+    journal::Journal journal_;
+    std::vector<ListeningSocket> sockets_ = SocketsOf(site_.configuration);
+    tokens::Book book_;
+    gate::Gate gate_;
+    api::Settings settings_;
+    api::Api api_;
+    page::Page page_;
+    Door door_;
+    server::HttpServer server_;
+    server::Workers workers_;
+    std::int64_t seen_ = 0;
+};
+
+}  // namespace
+
+void Serve(const Place& place) {
+    Daemon(place).Run();
+}
+
+void CheckConfiguration(const Place& place) {
+    const Site site = ReadSite(place);
+    server::GroupOf(site.configuration.group);
+}
+
+}  // namespace voltisd
