@@ -244,7 +244,7 @@ void Jobs::Finish(std::int64_t number, Outcome& outcome, const Work& work) {
 // What cannot be removed now is removed after another run.
 void Jobs::RemoveOldRuns() try {
     for (const std::string& folder :
-         journal_.Prune(profile_.journalDays, std::chrono::system_clock::now())) {
+         journal_.Prune(profile_.journalDays, std::chrono::system_clock::now(), profile_.name)) {
         // Only what is ours: the journal may have come from another place.
         if (folder.starts_with(runs_ + "/")) register_->Remove(folder);
     }

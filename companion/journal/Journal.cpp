@@ -672,19 +672,21 @@ std::string Journal::Damage() const {
     return said.empty() || said.front() == "ok" ? "" : said.front();
 }
 
-std::vector<std::string> Journal::Prune(int days, Clock::time_point now) {
+std::vector<std::string> Journal::Prune(int days, Clock::time_point now,
+                                        const std::string& registerName) {
     const std::string limit = TimeText(now - std::chrono::hours(24) * days);
     Transaction transaction(database_);
     const std::string old =
-        "(SELECT number FROM jobs WHERE state IN('done','failed') AND ended<?1)";
+        "(SELECT number FROM jobs WHERE state IN('done','failed') AND ended<?1"
+        " AND (?2='' OR register=?2))";
     std::vector<std::string> logs =
         Texts(Statement(database_,
                         "SELECT logs FROM jobs WHERE logs<>'' AND number IN" + old +
                             " UNION SELECT logs FROM attempts WHERE logs<>'' AND job IN" + old,
-                        limit));
-    Run(database_, "DELETE FROM attempts WHERE job IN" + old, limit);
-    Run(database_, "DELETE FROM events WHERE job IN" + old, limit);
-    Run(database_, "DELETE FROM jobs WHERE number IN" + old, limit);
+                        limit, registerName));
+    Run(database_, "DELETE FROM attempts WHERE job IN" + old, limit, registerName);
+    Run(database_, "DELETE FROM events WHERE job IN" + old, limit, registerName);
+    Run(database_, "DELETE FROM jobs WHERE number IN" + old, limit, registerName);
     transaction.Commit();
     return logs;
 }

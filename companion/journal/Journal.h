@@ -245,9 +245,10 @@ class Journal {
     std::string Damage() const;
 
     /// Removes jobs, done or failed, that ended more than so many days ago, with their history and
-    /// events.
+    /// events; those of one register, or of all without a name.
     /// Returns their folders of logs, which are the caller's to remove.
-    std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now);
+    std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now,
+                                   const std::string& registerName = "");
 
   private:
     explicit Journal(Database database) : database_(std::move(database)) {}

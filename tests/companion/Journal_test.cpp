@@ -352,6 +352,16 @@ TEST_F(JournalPrune, KeepsWhatIsYoungEnough) {
     EXPECT_THAT(Ids({}), ElementsAre("a"));
 }
 
+// Each has its own time in its profile.
+TEST_F(JournalPrune, RemovesOnlyJobsOfTheRegisterThatIsNamed) {
+    Finished("a", printed, "/logs/1");
+    const std::int64_t other = journal.Receive({"b", "bar", someFile, sale});
+    journal.StartSending(other, "bar", "/logs/2");
+    journal.Finish(other, {printed, "{}", 0, false});
+    EXPECT_THAT(journal.Prune(400, InDays(401), "bar"), ElementsAre("/logs/2"));
+    EXPECT_THAT(Ids({}), ElementsAre("a"));
+}
+
 TEST_F(JournalPrune, KeepsWhatHasNotEndedWhateverItsAge) {
     Received("received");
     Sending("sending", "/logs/1");
