@@ -3,7 +3,6 @@
 
 #include "voltisd/Daemon.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -40,9 +39,10 @@ std::string Program() {
     return std::filesystem::read_symlink("/proc/self/exe").string();
 }
 
-std::vector<std::string> WorkerCommand(const Place& place, const std::string& registerName,
+std::vector<std::string> WorkerCommand(const std::string& program, const Place& place,
+                                       const std::string& registerName,
                                        std::chrono::seconds patience) {
-    std::vector<std::string> command = {Program(),
+    std::vector<std::string> command = {program,
                                         "--worker",
                                         registerName,
                                         "--config",
@@ -121,7 +121,7 @@ class Daemon {
           door_(gate_, api_, page_, RulesOf(site_)),
           server_(door_, OptionsOf(site_.configuration)),
           workers_(loop_, [this](const std::string& name) {
-              return WorkerCommand(place_, name, site_.configuration.patience);
+              return WorkerCommand(program_, place_, name, site_.configuration.patience);
           }) {
         Configure();
         Connect();
@@ -147,9 +147,7 @@ class Daemon {
         settings_.longestQueue = configuration.longestQueue;
         settings_.longestWait = configuration.longestWait;
         settings_.woken = [this](const std::string& name) { workers_.Wake(name); };
-        settings_.isServed = [this](const std::string& name) {
-            return std::ranges::count(workers_.Running(), name) > 0;
-        };
+        settings_.isServed = [this](const std::string& name) { return workers_.IsAtWork(name); };
     }
 
     void Connect() {
@@ -171,9 +169,16 @@ class Daemon {
     void Look() {
         loop_.After(lookPause, [this] {
             Look();
-            const std::int64_t now = journal_.DataVersion();
-            if (std::exchange(seen_, now) != now) server_.News();
+            if (HasChanged()) server_.News();
         });
+    }
+
+    // A journal that cannot be read now may be so the next time.
+    bool HasChanged() try {
+        const std::int64_t now = journal_.DataVersion();
+        return std::exchange(seen_, now) != now;
+    } catch (const journal::JournalError&) {
+        return false;
     }
 
     std::string Status() const {
@@ -208,6 +213,7 @@ class Daemon {
     }
 
     Place place_;
+    std::string program_ = Program();  // of the start: an upgrade puts another file in its place
     server::Loop loop_;
     Site site_;
     journal::Journal journal_;

@@ -41,7 +41,7 @@ std::string Shown(std::string text) {
 http::Reply Door::Answer(const http::Request& request) {
     Visit visit{request, ""};
     http::Reply reply = Decide(visit);
-    if (Changes(request)) onChange_();
+    if (Changes(request) && !visit.caller.empty()) onChange_();
     return Finished(visit, std::move(reply));
 }
 

@@ -30,7 +30,8 @@ class Door : public http::Service {
     http::Reply Answer(const http::Request& request) override;
 
     void SetRules(http::AccessRules rules) { rules_ = std::move(rules); }
-    /// Called after each request that may have changed something, so that who waits is told.
+    /// Called after each request that was let in and may have changed something, so that who waits
+    /// is told.
     void OnChange(std::function<void()> call) { onChange_ = std::move(call); }
     /// A line for each request that was refused, or that wanted to change something: the caller,
     /// the method, the path, the status. Nothing of the bodies.

@@ -3,6 +3,8 @@
 
 #include "voltisd/Working.h"
 
+#include <fcntl.h>
+
 #include <filesystem>
 
 #include "companion/job/Job.h"
@@ -14,7 +16,18 @@
 
 namespace voltisd {
 
+namespace {
+
+// Neither bubblewrap nor the driver is to have them.
+void KeepPipesHere() {
+    for (const int pipe : {server::Workers::wakeFd, server::Workers::tellFd})
+        fcntl(pipe, F_SETFD, FD_CLOEXEC);
+}
+
+}  // namespace
+
 void Work(const Place& place, const std::string& registerName, std::chrono::seconds patience) {
+    KeepPipesHere();
     const runner::Profile profile = runner::LoadProfile(place.config, registerName);
     const std::string path = JournalOf(place);
     journal::Journal journal(path);

@@ -200,8 +200,12 @@ Response BadTarget(const std::string& detail) {
     return ProblemOf(400, "bad-target", detail);
 }
 
-// Of a text that begins with a slash.
+// Of a text that begins with a slash. That of "/" has no parts.
 Refusal TakePath(std::string_view text, http::Request& request) {
+    if (text == "/") {
+        request.path = text;
+        return std::nullopt;
+    }
     for (const std::string_view part : Split(text.substr(1), '/')) {
         const std::optional<std::string> segment = Decoded(part);
         if (!segment) return BadTarget("The path has a byte that stands for no character");

@@ -46,6 +46,7 @@ class Serving {
         if (step_ != Step::Working) return;
         step_ = Step::PrintingTheLast;
         TellStopping("Printing the last receipts");
+        loop_.OnReload([] {});  // it would start workers again
         server_.StopAccepting();
         workers_.StopAll();
         timer_ = loop_.After(times_.receipts, [this] { AnswerTheLast(); });

@@ -184,6 +184,11 @@ std::vector<std::string> Workers::Running() const {
     return names;
 }
 
+bool Workers::IsAtWork(const std::string& registerName) const {
+    const auto worker = workers_.find(registerName);
+    return worker != workers_.end() && worker->second.process.IsOpen();
+}
+
 // However many jobs have changed, it is told once.
 void Workers::TakeNews(Worker& worker) {
     std::array<char, 64> bytes{};

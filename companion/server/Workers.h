@@ -58,6 +58,8 @@ class Workers {
     void Stop(const std::string& registerName);
     void StopAll();
 
+    /// Whether its worker runs at this moment.
+    bool IsAtWork(const std::string& registerName) const;
     /// The registers whose workers have not ended, or will be started again.
     std::vector<std::string> Running() const;
 

@@ -13,6 +13,7 @@ using server::Head;
 using server::RequestLimits;
 using server::RequestOf;
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Pair;
 
 namespace {
@@ -58,7 +59,8 @@ TEST(Target, IsPathAndQueryDecoded) {
 TEST(Target, HasSegmentsThatAreDecodedOneByOne) {
     EXPECT_THAT(Taken({"GET", "/v1/jobs/a%2Fb%3f", {}}).segments,
                 ElementsAre("v1", "jobs", "a/b?"));
-    EXPECT_THAT(Taken({"GET", "/", {}}).segments, ElementsAre(""));
+    EXPECT_THAT(Taken({"GET", "/?a=1", {}}).segments, IsEmpty());
+    EXPECT_EQ(Taken({"GET", "/", {}}).path, "/");
     EXPECT_THAT(Taken({"GET", "/jobs/", {}}).segments, ElementsAre("jobs", ""));
 }
 

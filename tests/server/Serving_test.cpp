@@ -253,6 +253,8 @@ TEST(Workers, ThatCannotBeStartedAreTriedAgain) {
     workers.Start("kasse");
     EXPECT_TRUE(Turns(loop, [&] { return told.died.size() == 3; }));
     EXPECT_THAT(told.died[0], HasSubstr("/no/such/program"));
+    EXPECT_FALSE(workers.IsAtWork("kasse"));
+    EXPECT_THAT(workers.Running(), ElementsAre("kasse"));
     EXPECT_EQ(OpenDescriptors(), descriptors);
     workers.StopAll();
     EXPECT_THAT(workers.Running(), IsEmpty());
@@ -421,7 +423,12 @@ TEST(Serving, EndsWithTheReceiptThenTheAnswersThenTheStreams) {
     Client idle(shop.listening.Name());
     waiting.Send(GetRequest("/job"));
     events.Send(GetRequest("/events"));
-    shop.loop.After(100ms, [] { raise(SIGTERM); });
+    shop.loop.OnReload([&] { shop.order.push_back("reloaded"); });
+    shop.loop.After(100ms, [&] {
+        EXPECT_TRUE(workers.IsAtWork("kasse"));
+        raise(SIGTERM);
+    });
+    shop.loop.After(150ms, [] { raise(SIGHUP); });  // would start workers again
     shop.loop.After(200ms, [&] {
         EXPECT_EQ(manager.Next(), "STOPPING=1\nSTATUS=Printing the last receipts");
         EXPECT_THAT(shop.order, IsEmpty());

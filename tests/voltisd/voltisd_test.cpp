@@ -51,6 +51,14 @@ class Voltisd : public testing::Test {
         return false;
     }
 
+    bool WaitUntilItSays(const std::string& text) const {
+        for (int i = 0; i < 2000; ++i) {
+            if (daemon_.Said().find(text) != std::string::npos) return true;
+            std::this_thread::sleep_for(10ms);
+        }
+        return false;
+    }
+
     Till till_;
     workbench::Since printed_{till_.Device()};
     Daemon daemon_{till_.profile.device};
@@ -129,9 +137,19 @@ TEST_F(Voltisd, TellsWhoWaitsWhatAnotherProgramHasDone) {
     EXPECT_NE(StateOf("sale 1"), State::Failed);  // so it was not the worker's news
 }
 
+TEST_F(Voltisd, ShowsThePageOfTheTechnicianAtItsRoot) {
+    Start();
+    const Answer page = daemon_.Ask("GET", "/", {"Accept: text/html"});
+    EXPECT_EQ(page.status, 200);
+    EXPECT_THAT(page.headers.at("content-type"), HasSubstr("text/html"));
+    EXPECT_THAT(page.body, HasSubstr("default"));
+    EXPECT_EQ(daemon_.Ask("GET", "/page.css").status, 200);
+}
+
 TEST_F(Voltisd, WantsATokenFromTheNetwork) {
     daemon_.Configure("Listen=127.0.0.1:0\n");
     Start();
+    ASSERT_TRUE(WaitUntilItSays("serving default at "));
     const std::string said = daemon_.Said();
     const std::size_t at = said.find("127.0.0.1:");
     ASSERT_NE(at, std::string::npos) << said;
@@ -177,8 +195,6 @@ TEST_F(Voltisd, KeepsItsConfigurationWhenTheNewOneMakesNoSense) {
     Start();
     daemon_.Configure("LongestQueue=0\n");
     daemon_.Signal(SIGHUP);
-    for (int i = 0; i < 500 && daemon_.Said().find("stays as it was") == std::string::npos; ++i)
-        std::this_thread::sleep_for(10ms);
-    EXPECT_THAT(daemon_.Said(), HasSubstr("the configuration stays as it was: "));
+    EXPECT_TRUE(WaitUntilItSays("the configuration stays as it was: ")) << daemon_.Said();
     EXPECT_EQ(daemon_.Ask("GET", "/v1/registers/default").status, 200);
 }
