@@ -30,7 +30,7 @@ using namespace std::chrono_literals;
 // What other programs write to the journal is looked for so often; it costs one call of SQLite's.
 constexpr std::chrono::milliseconds lookPause = 200ms;
 
-// To standard error, which systemd takes into its journal: with the time, and with a level.
+// systemd takes standard error into its journal, and adds the time.
 void Log(const std::string& line) {
     std::cerr << line << '\n' << std::flush;
 }
