@@ -149,6 +149,7 @@ TEST_F(DoorOfService, AllowsAPageOfAnotherOriginNothing) {
     sale.headers["origin"] = "https://evil.example";
     EXPECT_EQ(StatusOf(door_.Answer(sale)), 403);
     EXPECT_EQ(journal_.Find("a"), std::nullopt);
+    EXPECT_EQ(changes_, 0);  // nobody who waits is asked because of it
 }
 
 TEST_F(DoorOfService, LetsANamedPageReadTheAnswer) {
