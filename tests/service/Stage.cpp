@@ -19,13 +19,13 @@ void Stage::Enter(Process process, std::function<void()> act) {
     auto actor = std::make_unique<Actor>();
     actor->process = process;
     actor->thread = std::thread([this, self = actor.get(), act = std::move(act)] {
-        self->turn.acquire();
+        self->turn.Take();
         try {
             if (!self->killed) act();
         } catch (const Killed&) {
         }
         self->gone = true;
-        back_.release();
+        back_.Give();
     });
     actors_.push_back(std::move(actor));
 }
@@ -33,8 +33,8 @@ void Stage::Enter(Process process, std::function<void()> act) {
 void Stage::Pause() {
     Actor& self = *current_;
     if (self.killed) throw Killed();
-    back_.release();
-    self.turn.acquire();
+    back_.Give();
+    self.turn.Take();
     if (self.killed) throw Killed();
 }
 
@@ -59,8 +59,8 @@ bool Stage::IsAlive(Process process) const {
 void Stage::Give(Actor& actor) {
     current_ = &actor;
     last_ = actor.process;
-    actor.turn.release();
-    back_.acquire();
+    actor.turn.Give();
+    back_.Take();
     current_ = nullptr;
     Clean();
 }

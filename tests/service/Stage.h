@@ -5,14 +5,34 @@
 // belongs to a process, which can be killed while it pauses. There is no time but the turns.
 #pragma once
 
+#include <semaphore.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <random>
-#include <semaphore>
 #include <thread>
 #include <vector>
+
+/// Whose turn it is. std::binary_semaphore yields its processor some times before it sleeps, to
+/// whatever else the machine has to do: then a turn takes as long as a slice of that.
+class Baton {
+  public:
+    Baton() { sem_init(&semaphore_, 0, 0); }
+    ~Baton() { sem_destroy(&semaphore_); }
+    Baton(const Baton&) = delete;
+    Baton& operator=(const Baton&) = delete;
+
+    void Give() { sem_post(&semaphore_); }
+    void Take() {
+        while (sem_wait(&semaphore_) != 0) {  // a signal came
+        }
+    }
+
+  private:
+    sem_t semaphore_{};
+};
 
 /// Thrown in an actor whose process was killed: nothing that handles failures takes it for one.
 struct Killed {};
@@ -54,7 +74,7 @@ class Stage {
     struct Actor {
         Process process;
         std::thread thread;
-        std::binary_semaphore turn{0};
+        Baton turn;
         Condition ready;
         bool killed = false;
         bool gone = false;
@@ -66,7 +86,7 @@ class Stage {
     std::mt19937_64 random_;
     std::vector<std::unique_ptr<Actor>> actors_;
     Actor* current_ = nullptr;
-    std::binary_semaphore back_{0};
+    Baton back_;
     Process processes_ = 0;
     Process last_ = 0;
 };
