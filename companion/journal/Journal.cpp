@@ -11,6 +11,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <thread>
 
@@ -22,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-constexpr int schemaVersion = 2;
+constexpr int schemaVersion = 3;
 constexpr int applicationId = 0x564F4C54;  // the file's mark, at byte 68
 
 // Small enough to be read again in no time by the next process, which finds what is not yet in the
@@ -86,6 +87,15 @@ constexpr const char* toSecondVersion[] = {
     " seconds REAL NOT NULL, PRIMARY KEY(register, bound)) STRICT, WITHOUT ROWID",
 };
 
+// Old jobs are removed by register: those of another one, which keeps them longer, are not looked
+// at.
+constexpr const char* toThirdVersion[] = {
+    "CREATE INDEX events_register ON events(register, number)",
+    "DROP INDEX jobs_ended",
+    "CREATE INDEX jobs_ended ON jobs(register, ended) WHERE state IN('done','failed')",
+    "CREATE TABLE served(register TEXT PRIMARY KEY, socket TEXT NOT NULL) STRICT, WITHOUT ROWID",
+};
+
 // A negative bound: longer than all.
 std::string TriggerOfDurations() {
     const std::string seconds =
@@ -102,7 +112,7 @@ std::string TriggerOfDurations() {
            "  SET jobs=jobs+1, seconds=seconds+excluded.seconds; END";
 }
 
-// What the second version has more, for a file that may not be changed.
+// What later versions have more, for a file that may not be changed.
 constexpr const char* asSecondVersion[] = {
     "CREATE TEMP VIEW jobs AS SELECT *, '' AS till, NULL AS place, '' AS withdrawn_by"
     " FROM main.jobs",
@@ -110,6 +120,9 @@ constexpr const char* asSecondVersion[] = {
     " verdict TEXT, at TEXT)",
     "CREATE TEMP TABLE counts(register TEXT, result TEXT, jobs INTEGER, last INTEGER, ended TEXT)",
     "CREATE TEMP TABLE durations(register TEXT, bound INTEGER, jobs INTEGER, seconds REAL)",
+};
+constexpr const char* asThirdVersion[] = {
+    "CREATE TEMP TABLE served(register TEXT, socket TEXT)",
 };
 
 // What makes SQLite use the index of open jobs, which it does only for the words of that index; it
@@ -175,20 +188,25 @@ void UseWal(const Database& database) {
     Refuse(database.Path(), "another process keeps it locked, or its file system cannot share it");
 }
 
+void RunAll(const Database& database, std::span<const char* const> statements) {
+    for (const char* statement : statements) Run(database, statement);
+}
+
 void MakeFirstTables(const Database& database) {
-    for (const char* statement : firstSchema) Run(database, statement);
+    RunAll(database, firstSchema);
     Run(database, "PRAGMA application_id=" + std::to_string(applicationId));
 }
 
 void MakeTables(const Database& database) {
     Transaction transaction(database);
-    const std::int64_t version = VersionOf(database);
+    const std::int64_t version = VersionOf(database);  // another process may have been quicker
     if (version == 0) MakeFirstTables(database);
-    if (version < schemaVersion) {  // else another process was quicker
-        for (const char* statement : toSecondVersion) Run(database, statement);
+    if (version < 2) {
+        RunAll(database, toSecondVersion);
         Run(database, TriggerOfDurations());
-        Run(database, "PRAGMA user_version=" + std::to_string(schemaVersion));
     }
+    if (version < 3) RunAll(database, toThirdVersion);
+    Run(database, "PRAGMA user_version=" + std::to_string(schemaVersion));
     transaction.Commit();
 }
 
@@ -392,10 +410,9 @@ std::optional<Journal> Journal::ForReading(const std::string& path) {
     Database database = Database::ForReading(path);
     const std::int64_t version = VersionOf(database);
     if (version == 0) return std::nullopt;
-    if (version == 1) {
-        Run(database, "PRAGMA temp_store=MEMORY");
-        for (const char* statement : asSecondVersion) Run(database, statement);
-    }
+    if (version < schemaVersion) Run(database, "PRAGMA temp_store=MEMORY");
+    if (version < 2) RunAll(database, asSecondVersion);
+    if (version < 3) RunAll(database, asThirdVersion);
     return Journal(std::move(database));
 }
 
@@ -665,6 +682,20 @@ void Journal::Resolve(std::int64_t number, Decision decision, const std::string&
         std::string(Word(StateAfter(verdict))), verdict, user, TimeText(Clock::now()), note,
         number);
     transaction.Commit();
+}
+
+void Journal::Serve(const std::vector<std::string>& registers, const std::string& socket) {
+    Transaction transaction(database_);
+    Run(database_, "DELETE FROM served");
+    for (const std::string& name : registers)
+        Run(database_, "INSERT OR REPLACE INTO served VALUES(?, ?)", name, socket);
+    transaction.Commit();
+}
+
+std::optional<std::string> Journal::ServedAt(const std::string& registerName) const {
+    Statement row(database_, "SELECT socket FROM served WHERE register=?", registerName);
+    if (!row.Step()) return std::nullopt;
+    return row.Text(0);
 }
 
 std::string Journal::Damage() const {

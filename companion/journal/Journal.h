@@ -241,6 +241,14 @@ class Journal {
     void Resolve(std::int64_t number, Decision decision, const std::string& user,
                  const std::string& note);
 
+    /// From now on the jobs of these registers are to be handed to the program that listens at the
+    /// Unix socket with that absolute path. It replaces all that was said before: any other
+    /// register is served by nobody.
+    void Serve(const std::vector<std::string>& registers, const std::string& socket);
+    /// The path of that socket; nothing: the register is served by nobody. A program that was
+    /// killed has not taken back what it said: whether it is there shows when it is called.
+    std::optional<std::string> ServedAt(const std::string& registerName) const;
+
     /// What SQLite finds wrong with the file, the first of it; empty: nothing. Reads all of it.
     std::string Damage() const;
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: VOLTIS developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// The queues of the registers, the events, and files of the version before there were any.
+// The queues of the registers, the events, and files of the versions before.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -514,6 +514,11 @@ class FirstVersion : public testing::Test {
 
 using JournalOfTheFirstVersion = FirstVersion;
 
+std::int64_t VersionOf(const Database& database) {
+    Statement version(database, "PRAGMA user_version");
+    return version.Step() ? version.Integer(0) : -1;
+}
+
 }  // namespace
 
 TEST_F(JournalOfTheFirstVersion, IsUsedWithAllThatItHas) {
@@ -557,7 +562,77 @@ TEST_F(JournalOfTheFirstVersion, IsLookedAtWithoutAChange) {
     EXPECT_THAT(journal->Counts(), IsEmpty());
     EXPECT_THAT(journal->Durations(), IsEmpty());
     EXPECT_EQ(journal->Latest({}, 99, 9).size(), 1U);
-    Statement version(old_, "PRAGMA user_version");
-    ASSERT_TRUE(version.Step());
-    EXPECT_EQ(version.Integer(0), 1);
+    EXPECT_EQ(journal->ServedAt("default"), std::nullopt);
+    EXPECT_EQ(VersionOf(old_), 1);
+}
+
+// --- a file of the second version ----------------------------------------------------------------
+
+namespace {
+
+// It differs from the present one in what is taken back here.
+class SecondVersion : public testing::Test {
+  protected:
+    SecondVersion() {
+        Journal journal(path_);
+        journal.GiveUp(journal.Receive({"old", "default", "", tart, "till 1", true}), "{}", 2);
+        for (const char* statement :
+             {"DROP INDEX events_register", "DROP TABLE served", "DROP INDEX jobs_ended",
+              "CREATE INDEX jobs_ended ON jobs(ended) WHERE state IN('done','failed')",
+              "PRAGMA user_version=2"})
+            journal::Run(old_, statement);
+    }
+
+    TempDir folder_;
+    std::string path_ = folder_.File("journal.db");
+    Database old_{path_, nullptr};
+};
+
+using JournalOfTheSecondVersion = SecondVersion;
+
+// Everything that it is made of, in the order of the names.
+std::string SchemaOf(const std::string& path) {
+    const Database database(path, nullptr);
+    Statement row(database, "SELECT sql FROM sqlite_schema ORDER BY name");
+    std::string schema;
+    while (row.Step()) schema += row.Text(0) + "\n";
+    return schema;
+}
+
+}  // namespace
+
+TEST_F(JournalOfTheSecondVersion, IsUsedWithAllThatItHas) {
+    Journal journal(path_);
+    EXPECT_EQ(journal.Find("old")->till, "till 1");
+    EXPECT_EQ(journal.LastEvent(), 2);
+    journal.Serve({"default"}, "/run/one.sock");
+    EXPECT_EQ(journal.ServedAt("default"), "/run/one.sock");
+}
+
+TEST_F(JournalOfTheSecondVersion, BecomesTheSameAsANewOne) {
+    const std::string before = SchemaOf(path_);
+    { const Journal journal(path_); }
+    { const Journal journal(folder_.File("new.db")); }
+    EXPECT_EQ(SchemaOf(path_), SchemaOf(folder_.File("new.db")));
+    EXPECT_NE(SchemaOf(path_), before);
+}
+
+TEST_F(JournalOfTheSecondVersion, GoesOnServingAProgramThatHasItOpen) {
+    journal::Run(old_, "UPDATE jobs SET note='before'");  // its statement is kept
+    Journal journal(path_);
+    journal::Run(old_, "UPDATE jobs SET note='before'");
+    journal::Run(old_,
+                 "INSERT INTO jobs(id, register, file, content, state, received, till, place)"
+                 " VALUES('b','bar','/sale.txt',x'02','received','2025','till 1',9)");
+    journal::Run(old_, "DELETE FROM jobs WHERE id='old'");
+    EXPECT_EQ(journal.NextInQueue("bar"), 2);
+    EXPECT_EQ(journal.LastEvent(), 3);
+    EXPECT_EQ(journal.Damage(), "");
+}
+
+TEST_F(JournalOfTheSecondVersion, IsLookedAtWithoutAChange) {
+    const std::optional<Journal> journal = Journal::ForReading(path_);
+    EXPECT_EQ(journal->ServedAt("default"), std::nullopt);
+    EXPECT_EQ(journal->EventsAfter(0, 10).size(), 2U);
+    EXPECT_EQ(VersionOf(old_), 2);
 }

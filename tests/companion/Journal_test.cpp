@@ -93,6 +93,7 @@ using JournalResolve = JournalTest;
 using JournalPrune = JournalTest;
 using JournalList = JournalTest;
 using JournalRegisters = JournalTest;
+using JournalServed = JournalTest;
 using JournalFile = JournalTest;
 
 constexpr char timePattern[] = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3}Z";
@@ -409,6 +410,34 @@ TEST_F(JournalRegisters, RemembersEachByItself) {
     EXPECT_EQ(journal.MayHold("three"), std::nullopt);
 }
 
+// --- who serves ----------------------------------------------------------------------------------
+
+TEST_F(JournalServed, TellsEveryProgramWhereARegisterIsServed) {
+    EXPECT_EQ(journal.ServedAt("default"), std::nullopt);
+    journal.Serve({"default", "bar"}, "/run/one.sock");
+    EXPECT_EQ(Journal(path).ServedAt("default"), "/run/one.sock");
+    EXPECT_EQ(Journal::ForReading(path)->ServedAt("bar"), "/run/one.sock");
+    EXPECT_EQ(journal.ServedAt("Bar"), std::nullopt);
+    EXPECT_EQ(journal.ServedAt(""), std::nullopt);
+}
+
+TEST_F(JournalServed, ForgetsWhatWasSaidBefore) {
+    journal.Serve({"default", "bar"}, "/run/one.sock");
+    journal.Serve({"bar", "bar"}, "/run/other.sock");
+    EXPECT_EQ(journal.ServedAt("default"), std::nullopt);
+    EXPECT_EQ(journal.ServedAt("bar"), "/run/other.sock");
+    journal.Serve({}, "");
+    EXPECT_EQ(journal.ServedAt("bar"), std::nullopt);
+}
+
+TEST_F(JournalServed, IsNoEventOfAJob) {
+    journal.Serve({"default"}, "/run/one.sock");
+    EXPECT_EQ(journal.LastEvent(), 0);
+    EXPECT_EQ(journal.MayHold("default"), std::nullopt);
+}
+
+// --- the file ------------------------------------------------------------------------------------
+
 TEST_F(JournalFile, IsForOwnerAndGroupLessTheUmask) {
     const mode_t before = umask(0007);
     const std::string made = folder.File("a/b/other.db");
@@ -435,9 +464,9 @@ TEST_F(JournalFile, SurvivesAProcessThatEndsInTheMiddle) {
 }
 
 TEST_F(JournalFile, OfANewerVersionIsRefusedAndLeftAlone) {
-    Statement(Database(path, nullptr), "PRAGMA user_version=3").Run();
+    Statement(Database(path, nullptr), "PRAGMA user_version=99").Run();
     EXPECT_THAT(MessageOf([&] { Journal other(path); }),
-                testing::AllOf(HasSubstr("'" + path + "'"), HasSubstr("it has version 3")));
+                testing::AllOf(HasSubstr("'" + path + "'"), HasSubstr("it has version 99")));
 }
 
 TEST_F(JournalFile, IsNoDatabaseOfSomethingElse) {
