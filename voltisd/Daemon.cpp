@@ -3,10 +3,13 @@
 
 #include "voltisd/Daemon.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "companion/journal/Journal.h"
 #include "companion/server/Listening.h"
@@ -79,6 +82,20 @@ std::vector<ListeningSocket> SocketsOf(const Configuration& configuration) {
     return sockets;
 }
 
+// Of the Unix socket, for who knows a path only. Empty: there is none.
+std::string PathAmong(const std::vector<ListeningSocket>& sockets) {
+    const auto found = std::ranges::find_if(sockets, [](const ListeningSocket& socket) {
+        return socket.IsUnix() && socket.Name().starts_with('/');
+    });
+    return found == sockets.end() ? "" : found->Name();
+}
+
+std::vector<std::string> NamesOf(const std::vector<runner::Profile>& profiles) {
+    std::vector<std::string> names;
+    std::ranges::transform(profiles, std::back_inserter(names), &runner::Profile::name);
+    return names;
+}
+
 // What is said on another address could be read, and changed, by everybody on the way.
 void RefuseOpenAddress(const ListeningSocket& socket, const Site& site, const tokens::Book& book) {
     if (socket.IsLocal()) return;
@@ -126,6 +143,7 @@ class Daemon {
         Configure();
         Connect();
         for (const ListeningSocket& socket : sockets_) Serve(socket);
+        TellWhere();
         for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
     }
 
@@ -137,6 +155,7 @@ class Daemon {
         const auto left = server::ServeUntilTheEnd(loop_, server_, workers_, {});
         for (const std::string& name : left)
             Log("the receipt of register '" + name + "' is still being printed");
+        TellTheEnd();
     }
 
   private:
@@ -165,10 +184,31 @@ class Daemon {
         server_.Serve(socket.Fd(), socket.IsUnix() ? std::nullopt : site_.tls);
     }
 
+    // For programs on this machine, which are to hand over what they would print.
+    void TellWhere() {
+        const std::string socket = PathAmong(sockets_);
+        journal_.Serve(socket.empty() ? std::vector<std::string>() : NamesOf(site_.profiles),
+                       socket);
+    }
+
+    // Or at the next look, and so on.
+    void TryToTellWhere() try {
+        TellWhere();
+        isTold_ = true;
+    } catch (const journal::JournalError& failure) {
+        if (std::exchange(isTold_, false)) Log(failure.what());
+    }
+
+    // Who finds the old word finds nobody who answers.
+    void TellTheEnd() try { journal_.Serve({}, ""); } catch (const journal::JournalError& failure) {
+        Log(failure.what());
+    }
+
     // What others have changed, as voltisctl does.
     void Look() {
         loop_.After(lookPause, [this] {
             Look();
+            if (!isTold_) TryToTellWhere();
             if (HasChanged()) server_.News();
         });
     }
@@ -209,6 +249,7 @@ class Daemon {
         door_.SetRules(RulesOf(site_));
         // A worker reads its profile when it starts.
         for (const runner::Profile& profile : before) workers_.Stop(profile.name);
+        TryToTellWhere();
         for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
     }
 
@@ -227,6 +268,7 @@ class Daemon {
     server::HttpServer server_;
     server::Workers workers_;
     std::int64_t seen_ = 0;
+    bool isTold_ = true;  // where callers are served
 };
 
 }  // namespace

@@ -50,8 +50,8 @@ Daemon::~Daemon() {
 }
 
 void Daemon::Configure(const std::string& lines) const {
-    std::string all = "[voltisd]\nSocket=" + Socket() + "\nGroup=" + OwnGroup() +
-                      "\nTokens=" + File("etc/tokens") + "\n";
+    std::string all = "[voltisd]\nGroup=" + OwnGroup() + "\nTokens=" + File("etc/tokens") + "\n";
+    if (lines.find("Socket=") == std::string::npos) all += "Socket=" + Socket() + "\n";
     if (lines.find("Listen=") == std::string::npos) all += "Listen=none\n";
     runner::WriteFile(File("etc/voltisd.conf"), all + lines);
 }
@@ -61,7 +61,7 @@ std::vector<std::string> Daemon::Command() const {
             "--locks",    File("locks"), "--logs",    File("logs")};
 }
 
-bool Daemon::Start() {
+void Daemon::Launch() {
     const std::vector<std::string> command = Command();
     std::vector<char*> arguments;
     std::ranges::transform(command, std::back_inserter(arguments),
@@ -75,6 +75,10 @@ bool Daemon::Start() {
         posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (failed != 0) process_ = -1;
+}
+
+bool Daemon::Start() {
+    Launch();
     const auto end = Clock::now() + 20s;
     while (process_ > 0 && Clock::now() < end) {
         if (TakesConnections(Socket())) return true;

@@ -23,8 +23,9 @@ class Daemon {
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
 
-    /// voltisd.conf, beside the socket, the group and the file of tokens.
+    /// voltisd.conf, beside the socket, if there is none in it, the group and the file of tokens.
     void Configure(const std::string& lines) const;
+    void Launch();
     /// Returns when the socket takes connections. False: it has ended instead.
     bool Start();
     void Signal(int signal) const;

@@ -51,6 +51,10 @@ class Voltisd : public testing::Test {
         return false;
     }
 
+    std::string ServedAt(const std::string& registerName) const {
+        const journal::Journal book(daemon_.File("state/journal.db"));
+        return book.ServedAt(registerName).value_or("nowhere");
+    }
     bool WaitUntilItSays(const std::string& text) const {
         for (int i = 0; i < 2000; ++i) {
             if (daemon_.Said().find(text) != std::string::npos) return true;
@@ -189,6 +193,34 @@ TEST_F(Voltisd, ReadsItsConfigurationAgainWhenItIsAskedTo) {
         status = daemon_.Ask("GET", "/v1/registers/bar").status;
     }
     EXPECT_EQ(status, 200);
+}
+
+TEST_F(Voltisd, TellsProgramsOfThisMachineWhatItServesUntilItEnds) {
+    runner::WriteFile(daemon_.File("etc/registers/bar.ini"), "[VOLTIS]\nDevice=/dev/ttyS77\n");
+    Start();
+    ASSERT_TRUE(WaitUntilItSays("serving "));
+    EXPECT_EQ(ServedAt("default"), daemon_.Socket());
+    EXPECT_EQ(ServedAt("bar"), daemon_.Socket());
+    EXPECT_EQ(ServedAt("other"), "nowhere");
+    daemon_.Configure("Registers=default\n");
+    daemon_.Signal(SIGHUP);
+    EXPECT_TRUE(WaitUntilItSays("the configuration was read again"));
+    EXPECT_EQ(ServedAt("default"), daemon_.Socket());
+    EXPECT_EQ(ServedAt("bar"), "nowhere");
+    daemon_.Signal(SIGTERM);
+    EXPECT_EQ(daemon_.WaitForEnd(), 0);
+    EXPECT_EQ(ServedAt("default"), "nowhere");
+}
+
+TEST_F(Voltisd, TellsThemNothingAboutItsPlaceOnTheNetwork) {
+    Start();
+    ASSERT_TRUE(WaitUntilItSays("serving "));
+    daemon_.Kill();
+    EXPECT_EQ(ServedAt("default"), daemon_.Socket());
+    daemon_.Configure("Socket=none\nListen=127.0.0.1:0\n");
+    daemon_.Launch();
+    EXPECT_TRUE(WaitUntilItSays("serving default at 127.0.0.1:"));
+    EXPECT_EQ(ServedAt("default"), "nowhere");
 }
 
 TEST_F(Voltisd, KeepsItsConfigurationWhenTheNewOneMakesNoSense) {
