@@ -8,14 +8,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "companion/runner/DeviceLock.h"
+#include "tests/companion/Languages.h"
 #include "tests/companion/Tool.h"
 #include "tests/support/Programs.h"
 #include "tests/support/Regex.h"
@@ -27,37 +26,17 @@ namespace {
 
 const std::string pos = examples + "/pos/";
 
-struct Language {
-    std::string name;
-    std::string source;  // in examples/pos/
-    Words needs;         // programs of Debian packages
-};
-
 const std::vector<Language> languages = {
     {"Shell", "sell.sh", {"sh"}}, {"Python", "sell.py", {"python3"}},
     {"PHP", "sell.php", {"php"}}, {"CSharp", "Sell.cs", {"mcs", "mono"}},
     {"Cpp", "sell.cpp", {}},
 };
 
-bool OnPath(const std::string& program) {
-    return system(("command -v " + program + " >/dev/null").c_str()) == 0;
-}
-
-std::string Missing(const Language& language) {
-    for (const std::string& program : language.needs)
-        if (!OnPath(program)) return program;
-    return "";
-}
-
 // What is typed after the name of the example.
 Words CommandOf(const Language& language, const TempDir& folder) {
     if (language.name == "Cpp") return {ProgramPath("POS_SELL_PATH", "tests/pos_sell")};
     if (language.name != "CSharp") return language.needs + Words{pos + language.source};
-    const std::string program = folder.File("Sell.exe");
-    Tool compiler(CommandLine{{"mcs", "-warnaserror", "-r:System.Runtime.Serialization,System.Xml",
-                               "-out:" + program, pos + language.source}});
-    EXPECT_EQ(compiler.Wait(), 0) << compiler.Said();
-    return {"mono", program};
+    return CompiledSharp(pos + language.source, "System.Runtime.Serialization,System.Xml", folder);
 }
 
 // --- the day -------------------------------------------------------------------------------------
@@ -274,16 +253,9 @@ RECEIPT 000010
 class PointOfSale : public testing::TestWithParam<Language> {
   protected:
     void SetUp() override {
-        const std::string missing = Missing(GetParam());
-        if (missing.empty()) {
-            example_ = CommandOf(GetParam(), shop_);
-            Open();
-        } else if (getenv("CI") != nullptr) {
-            FAIL() << missing << " is not installed; scripts/test installs it";
-        } else {
-            printf("%s is not installed: skipped\n", missing.c_str());  // for ctest
-            GTEST_SKIP();
-        }
+        if (!IsInstalled(GetParam())) return;
+        example_ = CommandOf(GetParam(), shop_);
+        Open();
     }
 
     void Open() {
@@ -388,10 +360,6 @@ void PointOfSale::WaitForAnotherTill() const {
     EXPECT_TRUE(Holds(answer.text, {"G-3: not printed: the register is in use by process " +
                                         std::to_string(getpid()),
                                     "\n  Then sell it again under the same ID.\n"}));
-}
-
-std::string NameOf(const testing::TestParamInfo<Language>& info) {
-    return info.param.name;
 }
 
 }  // namespace
