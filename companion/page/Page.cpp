@@ -116,8 +116,15 @@ std::string DetailOf(const Response& refusal) {
     return json.is_object() ? json.value("detail", "") : "";
 }
 
+// Otherwise there is no form to type a token into: the name that was asked for may be somebody
+// else's.
+bool IsWorthAnotherToken(int status) {
+    return status == 401 || status == 429 || status == 503;
+}
+
 Response PageFor(const Request& request, const Response& refusal) {
-    if (IsLogin(request)) return LoginPage(refusal.status, DetailOf(refusal));
+    if (IsLogin(request) && IsWorthAnotherToken(refusal.status))
+        return LoginPage(refusal.status, DetailOf(refusal));
     if (refusal.status == 401 && IsReading(request)) return LeadTo("/login");
     if (refusal.status == 401) return LoginPage(401, DetailOf(refusal));
     return Complaint(refusal.status, DetailOf(refusal) + ".", nullptr);
@@ -148,7 +155,8 @@ std::optional<Response> Page::Answer(const Request& request, const http::Caller&
 
 // What the refusal tells besides, such as when to come again, holds for the page as well.
 Response Page::ForPerson(const Request& request, Response refusal) {
-    if (refusal.status < 400 || !IsForPerson(request)) return refusal;
+    const bool isPage = refusal.type.starts_with("text/html");
+    if (refusal.status < 400 || isPage || !IsForPerson(request)) return refusal;
     Response response = PageFor(request, refusal);
     for (const auto& [name, value] : refusal.headers)
         if (name != "Cache-Control") response.headers.emplace_back(name, value);

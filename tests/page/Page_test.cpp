@@ -242,8 +242,24 @@ TEST_F(Refusal, OfAFormSaysWhy) {
     EXPECT_THAT(response.body, HasSubstr("<p>Load &lt;it&gt; again.</p>"));
 }
 
+TEST_F(Refusal, OfTheNameOfTheHostShowsNoFormForTokens) {
+    const http::Response response = page::Page::ForPerson(
+        Of("GET", "/login"),
+        http::ProblemOf(421, "foreign-host", "That is no name of this service"));
+    EXPECT_EQ(response.status, 421);
+    EXPECT_THAT(response.body, HasSubstr("<p>That is no name of this service.</p>"));
+    EXPECT_THAT(response.body, Not(HasSubstr("name=\"token\"")));
+}
+
 TEST_F(Refusal, LeavesWhatIsNoneAlone) {
     EXPECT_EQ(page::Page::ForPerson(Of("POST", "/login"), {303, "", "", {}}).status, 303);
+}
+
+TEST_F(Refusal, OfThePageItselfStaysAsItIs) {
+    const http::Response own{422, "text/html; charset=utf-8", "<p>The note is missing.</p>", {}};
+    const http::Response response = page::Page::ForPerson(Of("POST", "/jobs/1/resolve"), own);
+    EXPECT_EQ(response.status, 422);
+    EXPECT_EQ(response.body, own.body);
 }
 
 }  // namespace
