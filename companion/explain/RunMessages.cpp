@@ -70,11 +70,13 @@ constexpr Entry runMessageRows[] = {
            "This account may not use the device.",
            "As root, add the account to the group of the device, dialout on Debian; then log in "
            "again."),
-    Reason("The register may hold the command number of an earlier run and could not be made to "
-           "forget it; nothing was sent. Run the job again when the register answers",
-           "An earlier run was cut off in such a way that the register could take this file's "
-           "first command for a repetition.",
-           "Switch the register on and run the job again, under the same ID."),
+    Reason(
+        "The register may hold the command number of an earlier run and could not be made to "
+        "forget it; nothing was sent. Run the job again when the register answers",
+        "An earlier run was cut off in such a way that the register could take this file's "
+        "first command for a repetition.",
+        "Switch the register on, finish a receipt that is open there, and clear what it complains "
+        "of; then run the job again, under the same ID."),
     // The configuration.
     Reason("'{X}': there is no such file", "The register of that name has no configuration.",
            "Give the right --register, or write the file."),

@@ -34,6 +34,11 @@ constexpr std::chrono::milliseconds forever = std::chrono::hours(24 * 365);
 constexpr int statusReads = 2;  // a second one when the first has told nothing
 constexpr int pollStepMs = 100;
 
+/// The register would refuse whatever is sent to it, and be left with that refusal to show.
+bool TakesNothing(const verdict::Status& status) {
+    return status.ReceiptOpen() && !status.InFiscalMode();
+}
+
 /// All that a register whose past nobody knows may still have to say.
 verdict::Remains AnythingMayRemain() {
     constexpr int answers = 4;
@@ -226,7 +231,7 @@ bool Attempt::MakeForgetOnce(const std::string& folder) {
     const auto before = AskStatus(folder + "/before");
     if (!before || interrupted_) return false;
     const auto status = FirstStatus(profile_, *before);
-    if (!status) return false;
+    if (!status || TakesNothing(*status)) return false;
     const Errand errand = {displayOffName, status->ReceiptOpen() ? displayOffInReceipt : displayOff,
                            folder + "/forget"};
     journal::MakeRunFolder(errand.folder);

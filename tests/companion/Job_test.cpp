@@ -482,6 +482,7 @@ TEST_F(JobForgetting, WaitsForTheEndOfAReceiptThatIsOpenOutsideFiscalMode) {
     EXPECT_EQ(refused.verdict, Kind::NotPrinted) << ToJson(refused);
     EXPECT_THAT(refused.reason, HasSubstr("could not be made to forget"));
     EXPECT_EQ(Done(), std::vector{sale});
+    EXPECT_TRUE(Device().Journal().back().accepted) << "the last thing that it was asked to do";
     Device().FinishReceipt();
     EXPECT_EQ(Do("C").verdict, Kind::Printed);
     EXPECT_EQ(Done(), (std::vector{sale, display, sale, tender}));
