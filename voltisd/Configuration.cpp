@@ -69,6 +69,11 @@ std::chrono::seconds SecondsOf(const std::string& text) {
     return std::chrono::seconds(NumberOf(text, 0, anHour));
 }
 
+std::int64_t RateOf(const std::string& text) {
+    constexpr std::int64_t most = 100'000;
+    return NumberOf(text, 1, most);
+}
+
 std::string PathOf(const std::string& text) {
     if (!text.starts_with('/')) throw Senseless("it is a path that begins at /");
     return text;
@@ -149,6 +154,13 @@ const std::vector<KeyRow>& Rows() {
           "So long a job waits for a register that another program uses, before it is told that "
           "nothing was printed."},
          [](auto& to, const auto& text) { to.patience = SecondsOf(text); }},
+        {{"RatePerAddress", "a number of requests, 1 to 100000", "200",
+          "So many requests a second from one address in the long run, and twice as many at once; "
+          "further ones are refused. By the Unix socket nobody is counted."},
+         [](auto& to, const auto& text) { to.ratePerAddress = RateOf(text); }},
+        {{"RatePerToken", "a number of requests, 1 to 100000", "100",
+          "Likewise with one token, its sessions in browsers included."},
+         [](auto& to, const auto& text) { to.ratePerToken = RateOf(text); }},
     };
     return rows;
 }

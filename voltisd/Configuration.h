@@ -33,6 +33,7 @@ struct Configuration {
     std::int64_t longestQueue = 0;       // in jobs
     std::chrono::seconds longestWait{0};
     std::chrono::seconds patience{0};
+    std::int64_t ratePerAddress = 0, ratePerToken = 0;  // in requests a second
 };
 
 struct Key {

@@ -119,9 +119,15 @@ server::ServerOptions OptionsOf(const Configuration& configuration) {
     return options;
 }
 
+gate::Rate RateOf(std::int64_t aSecond) {
+    return {2 * static_cast<double>(aSecond), static_cast<double>(aSecond)};
+}
+
 gate::Settings GateOf(const Site& site) {
     gate::Settings settings;
     settings.access = RulesOf(site);
+    settings.ofAddress = RateOf(site.configuration.ratePerAddress);
+    settings.ofToken = RateOf(site.configuration.ratePerToken);
     return settings;
 }
 

@@ -83,6 +83,15 @@ TEST(Configuration, ReadsNumbers) {
     EXPECT_EQ(configuration.patience, 1h);
 }
 
+TEST(Configuration, ReadsHowManyRequestsASecondAreTaken) {
+    EXPECT_EQ(Of("").ratePerAddress, 200);
+    EXPECT_EQ(Of("").ratePerToken, 100);
+    EXPECT_EQ(Of("RatePerAddress=100000").ratePerAddress, 100'000);
+    EXPECT_EQ(Of("RatePerToken=1").ratePerToken, 1);
+    for (const char* wrong : {"RatePerToken=0", "RatePerAddress=100001", "RatePerToken=many"})
+        EXPECT_THAT(Mistake(wrong), HasSubstr("it is a number from 1 to 100000")) << wrong;
+}
+
 TEST(Configuration, RefusesNumbersThatMakeNoSense) {
     EXPECT_EQ(Mistake("\nLongestQueue=0"),
               "/etc/voltis/voltisd.conf:3: LongestQueue=0: it is a number from 1 to 100000");
