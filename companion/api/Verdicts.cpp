@@ -32,7 +32,7 @@ bool IsMessage(const Entry& entry) {
 // Only an entry with that very text: the nearest ones are for people who search.
 const Entry* EntryOfMessage(const std::string& message) {
     if (message.empty()) return nullptr;
-    const std::vector<const Entry*> found = explain::Find(message).entries;
+    const std::vector<const Entry*> found = explain::FindMessage(message);
     const auto entry = std::ranges::find_if(found, [&](const Entry* candidate) {
         return IsMessage(*candidate) && explain::OccursIn(candidate->text, message);
     });

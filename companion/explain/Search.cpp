@@ -135,8 +135,9 @@ Entries NearestTexts(const std::string& query) {
     std::vector<Candidate> candidates;
     const Entries all = Where([](const Entry&) { return true; });
     candidates.reserve(all.size());
+    const std::set<std::string> ofQuery = TripletsOf(query);
     for (const Entry* entry : all)
-        candidates.push_back({entry, Likeness(TripletsOf(query), TripletsOf(Shown(entry->text)))});
+        candidates.push_back({entry, Likeness(ofQuery, TripletsOf(Shown(entry->text)))});
     std::ranges::stable_sort(candidates, std::greater(), &Candidate::likeness);
     Entries nearest;
     for (const Candidate& candidate : candidates) {
@@ -147,14 +148,8 @@ Entries NearestTexts(const std::string& query) {
 }
 
 Found FindText(const std::string& query) {
-    constexpr std::size_t tooShort = 8;  // to be found in the middle of a text
-    const std::string message = WithoutPlace(query);
     Found found;
-    found.entries = MostFixed(Where([&](const Entry& entry) { return IsMessage(entry, message); }));
-    if (!found.entries.empty()) return found;
-    found.entries = MostFixed(Where([&](const Entry& entry) {
-        return FixedLength(entry.text) >= tooShort && OccursIn(entry.text, query);
-    }));
+    found.entries = FindMessage(query);
     if (!found.entries.empty()) return found;
     const std::vector<std::string> words = WordsOf(query);
     found.entries = Where([&](const Entry& entry) { return HasWords(entry, words); });
@@ -178,6 +173,16 @@ Found Find(const std::string& query) {
         if (number != noCode) return FindCode(number, key == resultKey, key == errorKey);
     }
     return FindText(query);
+}
+
+std::vector<const Entry*> FindMessage(const std::string& line) {
+    constexpr std::size_t tooShort = 8;  // to be found in the middle of a text
+    const std::string message = WithoutPlace(line);
+    Entries found = MostFixed(Where([&](const Entry& entry) { return IsMessage(entry, message); }));
+    if (!found.empty()) return found;
+    return MostFixed(Where([&](const Entry& entry) {
+        return FixedLength(entry.text) >= tooShort && OccursIn(entry.text, line);
+    }));
 }
 
 std::vector<const Entry*> MessagesOf(const Entry& errorCode) {

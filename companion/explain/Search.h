@@ -21,6 +21,9 @@ struct Found {
 /// else words, which an entry's text must all have.
 Found Find(const std::string& query);
 
+/// A real message only, whole or in a longer line: soon also where there is none.
+std::vector<const Entry*> FindMessage(const std::string& line);
+
 /// The number, when the query is one.
 int NumberIn(const std::string& query);
 

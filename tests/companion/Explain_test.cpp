@@ -466,6 +466,17 @@ TEST(ExplainFind, TakesACodeOfItsOwnBeforeARange) {
     EXPECT_THAT(TextsFor("ErrorCode=2"), ElementsAre("wrong arguments of the driver"));
 }
 
+TEST(ExplainFindMessage, TakesARealMessageAndNoWordsOfOne) {
+    const auto whole = explain::FindMessage("Receipt not started");
+    ASSERT_EQ(whole.size(), 1U);
+    EXPECT_EQ(whole[0]->text, "Receipt not started");
+    EXPECT_EQ(explain::FindMessage("14:02 Message=Receipt not started (line: 3)"), whole);
+    for (const char* other : {"receipt start", "Receipt not startled", ""}) {
+        EXPECT_THAT(explain::FindMessage(other), IsEmpty()) << other;
+    }
+    EXPECT_FALSE(explain::Find("receipt start").entries.empty());
+}
+
 TEST(ExplainFind, NamesTheNearestOfWhatIsUnknown) {
     const auto text = explain::Find("Recipt not startet");
     EXPECT_THAT(text.entries, IsEmpty());
