@@ -39,6 +39,10 @@ endfunction()
 # twice.
 set(VOLTIS_OUTSIDE_TESTS "" CACHE PATH "Test programs of another build, for the tests from outside")
 
+# What a unit does is the same in every build, and the sanitizers see more of it; so where both builds
+# are tested, scripts/test has its tests built and run once.
+option(VOLTIS_UNITS_ELSEWHERE "Leave tests of units out, for another build has them" OFF)
+
 # Every test of an executable runs in a process of its own, so that flags which the driver never
 # clears start fresh. With EACH_ALONE these are children of one process, all one test of ctest: to
 # start a program takes longer than most tests do. With SHARDS as well, they are divided among so many
@@ -46,9 +50,9 @@ set(VOLTIS_OUTSIDE_TESTS "" CACHE PATH "Test programs of another build, for the 
 # units without state of the process. With TOGETHER, the tests that match one of these patterns run in
 # one process, as a test with the name of the program. With UNITY, so many sources are compiled as one:
 # what they share of the headers takes longer than their own lines. With OUTSIDE, the tests only start
-# other programs.
+# other programs. With ONCE, they are tests of units, built where VOLTIS_UNITS_ELSEWHERE is off.
 function(voltis_add_test name)
-    cmake_parse_arguments(arg "WHOLE;EACH_ALONE;OUTSIDE" "TIMEOUT;UNITY;SHARDS"
+    cmake_parse_arguments(arg "WHOLE;EACH_ALONE;OUTSIDE;ONCE" "TIMEOUT;UNITY;SHARDS"
         "SOURCES;LIBS;LABELS;TOGETHER" ${ARGN})
     if(NOT arg_TIMEOUT AND arg_EACH_ALONE)
         set(arg_TIMEOUT 300)
@@ -72,6 +76,9 @@ function(voltis_add_test name)
         set(main)
     endif()
     voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} GTest::gtest ${main})
+    if(arg_ONCE AND VOLTIS_UNITS_ELSEWHERE)
+        set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    endif()
     # The C++ library first: otherwise a template instance that it has, too, may come from an archive
     # member of ours, and bring in the very functions that a test replaces.
     target_link_options(${name} PRIVATE -Wl,--no-as-needed,-lstdc++,--as-needed)
@@ -89,6 +96,9 @@ function(voltis_add_test name)
             # to it, only the outermost file is not a header
             target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
         endif()
+    endif()
+    if(arg_ONCE AND VOLTIS_UNITS_ELSEWHERE)
+        return()
     endif()
     if(arg_EACH_ALONE)
         voltis_register_alone($<TARGET_FILE:${name}> "${arg_SHARDS}" ${properties})
@@ -108,6 +118,18 @@ function(voltis_add_test name)
     endif()
 endfunction()
 
+# What tests from outside take this build's programs from: tests/support/Programs.h.
+function(voltis_program_paths variable)
+    set(paths VOLTIS_PATH=$<TARGET_FILE:voltis>)
+    if(VOLTIS_TOOLS)
+        list(APPEND paths VOLTISCTL_PATH=$<TARGET_FILE:voltisctl>)
+    endif()
+    if(VOLTIS_SERVICE)
+        list(APPEND paths VOLTISD_PATH=$<TARGET_FILE:voltisd>)
+    endif()
+    set(${variable} "${paths}" PARENT_SCOPE)
+endfunction()
+
 # Tests of ctest for a program that has each of its own alone; from voltis_add_test.
 function(voltis_register_alone program shards)
     if(NOT shards)
@@ -121,10 +143,7 @@ function(voltis_register_alone program shards)
             string(APPEND test "_${number}_of_${shards}")
         endif()
         add_test(NAME ${test} COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} ${program})
-        set(environment VOLTIS_PATH=$<TARGET_FILE:voltis>)
-        if(VOLTIS_TOOLS)
-            list(APPEND environment VOLTISCTL_PATH=$<TARGET_FILE:voltisctl>)
-        endif()
+        voltis_program_paths(environment)
         # by these, gtest's own main would divide them as well
         list(APPEND environment GTEST_TOTAL_SHARDS=${shards} GTEST_SHARD_INDEX=${i})
         set_tests_properties(${test} PROPERTIES
@@ -143,15 +162,29 @@ endfunction()
 set(VOLTIS_COST_LONG 100)
 
 # A program that prints one line with its counts: <name>_sample belongs to the usual tests,
-# <name>_full to the long ones.
+# <name>_full to the long ones. With OUTSIDE and ONCE as above.
 function(voltis_add_fault_test name)
-    cmake_parse_arguments(arg "" "TIMEOUT;PROCESSORS" "SOURCES;LIBS" ${ARGN})
-    set(VOLTIS_TESTS_PCH)  # of no use without gtest
-    voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
-    add_test(NAME ${name}_sample COMMAND ${name})
+    cmake_parse_arguments(arg "OUTSIDE;ONCE" "TIMEOUT;PROCESSORS" "SOURCES;LIBS" ${ARGN})
+    set(program ${name})
+    if(arg_OUTSIDE AND VOLTIS_OUTSIDE_TESTS)
+        set(program ${VOLTIS_OUTSIDE_TESTS}/${name})
+    else()
+        set(VOLTIS_TESTS_PCH)  # of no use without gtest
+        voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
+    endif()
+    if(arg_ONCE AND VOLTIS_UNITS_ELSEWHERE)
+        set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+        return()
+    endif()
+    if(arg_OUTSIDE AND NOT VOLTIS_OUTSIDE_TESTS)
+        add_dependencies(voltis_outside_tests ${name})
+    endif()
+    add_test(NAME ${name}_sample COMMAND ${program})
     set_tests_properties(${name}_sample PROPERTIES
         LABELS faults TIMEOUT ${arg_TIMEOUT} PROCESSORS ${arg_PROCESSORS} COST ${VOLTIS_COST_LONG})
-    add_test(NAME ${name}_full COMMAND ${name} --full)
+    add_test(NAME ${name}_full COMMAND ${program} --full)
     set_tests_properties(${name}_full PROPERTIES
         LABELS soak TIMEOUT 3600 PROCESSORS ${arg_PROCESSORS})
+    voltis_program_paths(environment)
+    set_tests_properties(${name}_sample ${name}_full PROPERTIES ENVIRONMENT "${environment}")
 endfunction()

@@ -96,7 +96,10 @@ class UnitsOfThisBuild(unittest.TestCase):
         self.assertNotIn("faults_test", names)
 
     def test_every_unit_of_the_driver_has_a_test(self):
-        self.assertEqual([u for u in self.units.tests if u.startswith(("src/", "ini/", "emulator/"))
+        # A unit of the emulated register may have its test among those that another build has.
+        elsewhere = "VOLTIS_UNITS_ELSEWHERE:BOOL=ON" in (BUILD / "CMakeCache.txt").read_text()
+        folders = ("src/", "ini/") if elsewhere else ("src/", "ini/", "emulator/")
+        self.assertEqual([u for u in self.units.tests if u.startswith(folders)
                           and not self.units.tests[u]], [])
 
 

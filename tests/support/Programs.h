@@ -20,6 +20,10 @@ inline std::string VoltisPath() {
     return ProgramPath("VOLTIS_PATH", "voltis");
 }
 
+inline std::string VoltisdPath() {
+    return ProgramPath("VOLTISD_PATH", "voltisd");
+}
+
 inline std::string VoltisctlPath() {
     return ProgramPath("VOLTISCTL_PATH", "voltisctl");
 }

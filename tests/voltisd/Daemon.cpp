@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "companion/runner/Files.h"
+#include "tests/support/Programs.h"
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -57,8 +58,8 @@ void Daemon::Configure(const std::string& lines) const {
 }
 
 std::vector<std::string> Daemon::Command() const {
-    return {VOLTISD_PATH, "--config",    File("etc"), "--journal", File("state/journal.db"),
-            "--locks",    File("locks"), "--logs",    File("logs")};
+    return {VoltisdPath(), "--config",    File("etc"), "--journal", File("state/journal.db"),
+            "--locks",     File("locks"), "--logs",    File("logs")};
 }
 
 void Daemon::Launch() {

@@ -257,10 +257,10 @@ class NetworkTill : public testing::TestWithParam<Language> {
     void StartService(const std::string& address) {
         shop_.Write("etc/voltisd.conf", "[voltisd]\nListen=" + address + "\nSocket=none\nTokens=" +
                                             shop_.File("etc/tokens") + "\n");
-        service_ = std::make_unique<Tool>(CommandLine{
-            {ProgramPath("VOLTISD_PATH", "voltisd"), "--config", shop_.File("etc"), "--journal",
-             shop_.File("state/journal.db"), "--locks", shop_.File("locks"), "--logs",
-             shop_.File("logs"), "--driver", VoltisPath()}});
+        service_ = std::make_unique<Tool>(
+            CommandLine{{VoltisdPath(), "--config", shop_.File("etc"), "--journal",
+                         shop_.File("state/journal.db"), "--locks", shop_.File("locks"), "--logs",
+                         shop_.File("logs"), "--driver", VoltisPath()}});
         const auto serving = Regex("serving default at ([0-9.:]+)").Find(service_->SaidUpTo("\n"));
         ASSERT_TRUE(serving);
         address_ = serving->at(1);

@@ -7,6 +7,7 @@
 #include <future>
 
 #include "companion/workbench/Defaults.h"
+#include "tests/support/Programs.h"
 
 namespace fs = std::filesystem;
 
@@ -55,7 +56,7 @@ runner::CommandLine RunSite::RunLine(const std::string& job, const std::string& 
             "--journal",
             File("journal.db"),
             "--driver",
-            VOLTIS_PATH,
+            VoltisPath(),
             "--register",
             registerName,
             "--wait",

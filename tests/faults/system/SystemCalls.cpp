@@ -52,10 +52,9 @@ std::vector<SystemCall> ReadRecord(const std::string& file) {
 }  // namespace
 
 std::vector<std::string> Strace(const std::vector<std::string>& arguments, Processes whose) {
-    std::vector<std::string> words = {"strace"};
+    // The leak detector of a driver under the sanitizers wants to trace the process, too.
+    std::vector<std::string> words = {"env", "ASAN_OPTIONS=detect_leaks=0", "strace"};
     if (whose == Processes::All) words.push_back("-f");
-    // The leak detector wants to trace the process, too.
-    if (sanitized) words.insert(words.begin(), {"env", "ASAN_OPTIONS=detect_leaks=0"});
     words.insert(words.end(), arguments.begin(), arguments.end());
     return words;
 }

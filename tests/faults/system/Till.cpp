@@ -7,6 +7,7 @@
 
 #include "companion/runner/Sandbox.h"
 #include "companion/workbench/Defaults.h"
+#include "tests/support/Programs.h"
 
 namespace faults {
 
@@ -41,7 +42,7 @@ TillRun Till::Run(FaultyPort& port) {
     plan.workDir = folder_.Files().Path();
     plan.bwrapArguments = sandbox;
     runner::CommandLine command = wrapper;
-    command.insert(command.end(), {VOLTIS_PATH, "cmd.txt"});
+    command.insert(command.end(), {VoltisPath(), "cmd.txt"});
 
     TillRun told;
     const auto begin = std::chrono::steady_clock::now();
