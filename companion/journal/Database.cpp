@@ -110,16 +110,23 @@ Database::Database(const std::string& path, const std::string& name, int flags, 
     handle_.reset(handle);  // there is one to close after a failure, too
     if (result != SQLITE_OK) Fail();
     sqlite3_extended_result_codes(handle, 1);
-    sqlite3_busy_timeout(handle, busyTimeoutMs);
+    SetPatience(usualPatience);
     // The end of a run is not the time to move pages about, and to look is no reason.
     sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
+void Database::SetPatience(std::chrono::milliseconds patience) {
+    sqlite3_busy_timeout(Handle(), static_cast<int>(patience.count()));
+}
+
 void Database::Fail() const {
+    const int code = sqlite3_errcode(Handle());
     const int systemError = sqlite3_system_errno(Handle());
     std::string reason = sqlite3_errmsg(Handle());
     if (systemError != 0) reason += std::string(" (") + std::strerror(systemError) + ")";
-    FailFor(path_, reason + RemedyFor(sqlite3_errcode(Handle())));
+    reason += RemedyFor(code);
+    if ((code & 0xFF) != SQLITE_BUSY) FailFor(path_, reason);
+    throw JournalBusy("cannot use the journal '" + path_ + "' - " + reason);
 }
 
 void Database::Finalize::operator()(sqlite3_stmt* handle) const {

@@ -5,6 +5,7 @@
 // Whatever fails is a JournalError with the file's name.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -16,11 +17,12 @@ struct sqlite3_stmt;
 
 namespace journal {
 
-/// A connection. Statements wait for other processes, up to busyTimeoutMs. When it ends it leaves
+/// A connection. Statements wait for other processes, up to usualPatience or what is set; then they
+/// fail with JournalBusy. When it ends it leaves
 /// the changes beside the file as they are, so that nobody reads a file that has half of them.
 class Database {
   public:
-    static constexpr int busyTimeoutMs = 10'000;
+    static constexpr std::chrono::milliseconds usualPatience{10'000};
 
     /// Opens the file, and makes it where the virtual file system has none. vfs null: the usual
     /// one.
@@ -30,6 +32,8 @@ class Database {
     /// made, whoever has it open. A file with changes beside it that only a write could bring in is
     /// a JournalError.
     static Database ForReading(const std::string& path);
+
+    void SetPatience(std::chrono::milliseconds patience);
 
     const std::string& Path() const { return path_; }
     sqlite3* Handle() const { return handle_.get(); }

@@ -171,8 +171,7 @@ std::int64_t VersionOf(const Database& database) {
 bool TryWal(const Database& database) {
     try {
         return Texts(Statement(database, "PRAGMA journal_mode=WAL")).at(0) == "wal";
-    } catch (const JournalError&) {
-        if ((sqlite3_errcode(database.Handle()) & 0xFF) != SQLITE_BUSY) throw;
+    } catch (const JournalBusy&) {
         return false;
     }
 }
@@ -180,8 +179,7 @@ bool TryWal(const Database& database) {
 // SQLite does not wait for others with this change.
 void UseWal(const Database& database) {
     constexpr std::chrono::milliseconds step(5);
-    for (int waited = 0; waited < Database::busyTimeoutMs;
-         waited += static_cast<int>(step.count())) {
+    for (auto waited = step; waited <= Database::usualPatience; waited += step) {
         if (TryWal(database)) return;
         std::this_thread::sleep_for(step);
     }
@@ -549,12 +547,14 @@ void Journal::Withdraw(std::int64_t number, const std::string& who, const std::s
     transaction.Commit();
 }
 
-std::vector<Event> Journal::EventsAfter(std::int64_t number, int limit) const {
+std::vector<Event> Journal::EventsAfter(std::int64_t number, int limit,
+                                        const std::string& registerName) const {
+    const std::string condition = registerName.empty() ? "?3=?3" : "events.register=?3";
     Statement row(database_,
                   "SELECT events.number, job, events.register, events.state, events.verdict, at, id"
-                  " FROM events LEFT JOIN jobs ON jobs.number=job WHERE events.number>?"
-                  " ORDER BY events.number LIMIT ?",
-                  number, limit);
+                  " FROM events LEFT JOIN jobs ON jobs.number=job WHERE events.number>?1 AND " +
+                      condition + " ORDER BY events.number LIMIT ?2",
+                  number, limit, registerName);
     std::vector<Event> events;
     while (row.Step()) {
         events.push_back({row.Integer(0),
@@ -608,6 +608,10 @@ std::map<std::string, std::int64_t> Journal::OpenJobs(State state) const {
     std::map<std::string, std::int64_t> jobs;
     while (row.Step()) jobs[row.Text(0)] = row.Integer(1);
     return jobs;
+}
+
+void Journal::SetPatience(std::chrono::milliseconds patience) {
+    database_.SetPatience(patience);
 }
 
 std::int64_t Journal::DataVersion() const {
@@ -706,10 +710,11 @@ std::string Journal::Damage() const {
 std::vector<std::string> Journal::Prune(int days, Clock::time_point now,
                                         const std::string& registerName) {
     const std::string limit = TimeText(now - std::chrono::hours(24) * days);
-    Transaction transaction(database_);
     const std::string old =
-        "(SELECT number FROM jobs WHERE state IN('done','failed') AND ended<?1"
-        " AND (?2='' OR register=?2))";
+        "(SELECT number FROM jobs WHERE state IN('done','failed') AND ended<?1 AND " +
+        std::string(registerName.empty() ? "?2=?2" : "register=?2") +
+        " ORDER BY ended, number LIMIT " + std::to_string(mostRemoved) + ")";
+    Transaction transaction(database_);
     std::vector<std::string> logs =
         Texts(Statement(database_,
                         "SELECT logs FROM jobs WHERE logs<>'' AND number IN" + old +

@@ -23,8 +23,9 @@
 //   nothing may be sent, and a job found in `sending` was perhaps sent; after Finish has thrown the
 //   verdict may be written by another call, when the state is still `sending`.
 //
-// Processes may use one file at the same time: each call is one transaction, and waits up to
-// Database::busyTimeoutMs for the others. A Journal belongs to one thread at a time.
+// Processes may use one file at the same time: each call is one transaction, and waits for the
+// others, but not for ever: after Database::usualPatience, or what SetPatience says, it throws
+// JournalBusy, and nothing was changed. A Journal belongs to one thread at a time.
 #pragma once
 
 #include <chrono>
@@ -167,6 +168,9 @@ class Journal {
     /// when nobody can tell, and false when there is no journal at all (IsAbsent).
     static bool PerhapsSent(const std::string& path, const std::string& id);
 
+    /// How long each call waits for other processes from now on.
+    void SetPatience(std::chrono::milliseconds patience);
+
     std::optional<Job> Find(const std::string& id) const;
     std::optional<Job> Find(std::int64_t number) const;
     /// JournalError: no such job.
@@ -199,8 +203,10 @@ class Journal {
     void Withdraw(std::int64_t number, const std::string& who, const std::string& outcome,
                   int exitCode);
 
-    /// The events after that number, so many at most, in their order.
-    std::vector<Event> EventsAfter(std::int64_t number, int limit) const;
+    /// The events after that number, so many at most, in their order; those of one register, or of
+    /// all without a name.
+    std::vector<Event> EventsAfter(std::int64_t number, int limit,
+                                   const std::string& registerName = "") const;
     /// The number of the last one that there was; 0: there was none.
     std::int64_t LastEvent() const;
     /// Another number when another program has changed the journal since this was last asked.
@@ -252,8 +258,11 @@ class Journal {
     /// What SQLite finds wrong with the file, the first of it; empty: nothing. Reads all of it.
     std::string Damage() const;
 
+    /// So many jobs a call of Prune removes at most: others have to wait meanwhile.
+    static constexpr int mostRemoved = 100;
     /// Removes jobs, done or failed, that ended more than so many days ago, with their history and
-    /// events; those of one register, or of all without a name.
+    /// events, the oldest first; those of one register, or of all without a name. What is more than
+    /// mostRemoved is left to the next call.
     /// Returns their folders of logs, which are the caller's to remove.
     std::vector<std::string> Prune(int days, std::chrono::system_clock::time_point now,
                                    const std::string& registerName = "");

@@ -13,6 +13,12 @@ class JournalError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Another program has kept the journal locked for longer than the call was to wait; nothing was
+/// changed.
+class JournalBusy : public JournalError {
+    using JournalError::JournalError;
+};
+
 /// The ID belongs to a job with another content.
 class OtherContent : public JournalError {
     using JournalError::JournalError;

@@ -270,6 +270,23 @@ TEST_F(JournalEvents, GoOnAfterAnyNumber) {
     EXPECT_EQ(journal_.LastEvent(), 3);
 }
 
+TEST_F(JournalEvents, MayBeThoseOfOneRegister) {
+    Queue("a");
+    Queue("b", "bar");
+    Fail(Queue("c"));
+    Queue("d", "bar");
+    const auto numbers = [&](std::int64_t after, int limit, const char* registerName) {
+        std::vector<std::int64_t> found;
+        for (const Event& event : journal_.EventsAfter(after, limit, registerName))
+            found.push_back(event.number);
+        return found;
+    };
+    EXPECT_THAT(numbers(0, 10, "bar"), ElementsAre(2, 5));
+    EXPECT_THAT(numbers(1, 2, "default"), ElementsAre(3, 4));
+    EXPECT_THAT(numbers(0, 1, "bar"), ElementsAre(2));
+    EXPECT_THAT(numbers(0, 10, "other"), IsEmpty());
+}
+
 TEST_F(JournalEvents, NeverUseANumberAgain) {
     EXPECT_EQ(journal_.LastEvent(), 0);
     Print(Queue("a"));
@@ -468,6 +485,14 @@ TEST_F(JournalCosts, AreThoseOfOpenJobsAlone) {
     cheap("counts", [&] { EXPECT_THAT(journal.Counts(), testing::SizeIs(1)); });
     cheap("durations", [&] { EXPECT_THAT(journal.Durations(), testing::SizeIs(1)); });
     cheap("an event", [&] { EXPECT_GT(journal.LastEventOf(doubt), 20'000); });
+    cheap("events of a register", [&] {
+        EXPECT_THAT(journal.EventsAfter(0, 5, "bar"), IsEmpty());
+        EXPECT_THAT(journal.EventsAfter(20'001, 2, "default"), testing::SizeIs(2));
+    });
+    cheap("what is to be removed", [&] {
+        const auto inAYear = std::chrono::system_clock::now() + std::chrono::hours(24 * 365);
+        EXPECT_THAT(journal.Prune(1, inAYear, "bar"), IsEmpty());
+    });
     steps = 0;
     EXPECT_EQ(journal.List().size(), 20'002U);
     EXPECT_GT(steps, 20'000) << "the steps are counted";

@@ -363,6 +363,18 @@ TEST_F(JournalPrune, RemovesOnlyJobsOfTheRegisterThatIsNamed) {
     EXPECT_THAT(Ids({}), ElementsAre("a"));
 }
 
+TEST_F(JournalPrune, RemovesSoManyAtOnceTheOldestFirst) {
+    constexpr int more = 3;
+    for (int i = 0; i < Journal::mostRemoved + more; ++i)
+        Finished(std::to_string(i), printed, "/logs/" + std::to_string(i));
+    EXPECT_EQ(journal.Prune(0, InDays(1), "default").size(), size_t{Journal::mostRemoved});
+    EXPECT_THAT(Ids({}), ElementsAre("100", "101", "102"));
+    EXPECT_EQ(journal.EventsAfter(0, 100).size(), size_t{3 * more});
+    EXPECT_THAT(journal.Prune(0, InDays(1)),
+                testing::UnorderedElementsAre("/logs/100", "/logs/101", "/logs/102"));
+    EXPECT_THAT(Ids({}), IsEmpty());
+}
+
 TEST_F(JournalPrune, KeepsWhatHasNotEndedWhateverItsAge) {
     Received("received");
     Sending("sending", "/logs/1");
@@ -549,6 +561,27 @@ TEST_F(JournalFile, IsWaitedForWhileAnotherWrites) {
     transaction.Commit();
     writer.join();
     EXPECT_EQ(journal.MayHold("default"), true);
+}
+
+TEST_F(JournalFile, IsWaitedForAsLongAsTheProgramWantsTo) {
+    const std::int64_t waiting = Received("waiting");
+    const std::int64_t doubt = Finished("doubt", unknown);
+    Database other(path, nullptr);
+    Transaction transaction(other);
+    journal.SetPatience(std::chrono::milliseconds(1));
+    EXPECT_THROW(Received("a"), JournalBusy);
+    EXPECT_THROW(journal.StartSending(waiting, "default", ""), JournalBusy);
+    EXPECT_THROW(journal.GiveUp(waiting, "{}", 2), JournalBusy);
+    EXPECT_THROW(journal.Resolve(doubt, Decision::Printed, "anna", ""), JournalBusy);
+    EXPECT_THROW(journal.Prune(0, InDays(1)), JournalBusy);
+    EXPECT_THROW(journal.Serve({"default"}, "/run/one.sock"), JournalBusy);
+    EXPECT_THAT(MessageOf([&] { Received("a"); }), HasSubstr("try again when that has ended"));
+    EXPECT_EQ(journal.List().size(), 2U) << "it can be read all the time";
+    transaction.Commit();
+    EXPECT_FALSE(journal.Find("a"));
+    EXPECT_EQ(StateOfJob(waiting), State::Received);
+    EXPECT_EQ(StateOfJob(doubt), State::InDoubt);
+    EXPECT_EQ(StateOfJob(Received("a")), State::Received);
 }
 
 // --- to look at ---------------------------------------------------------------------------------
