@@ -22,7 +22,9 @@ using http::Response;
 
 namespace {
 
-constexpr int retryAfter = 5;  // seconds
+// Seconds: until another program has written what it writes, or somebody has put the disk right.
+constexpr int retryWhenBusy = 1;
+constexpr int retryAfter = 5;
 
 // --- which route ---------------------------------------------------------------------------------
 
@@ -121,8 +123,11 @@ std::optional<Response> RefusalOf(const Route& route, const Call& call) {
     return std::nullopt;
 }
 
-Response JournalFails() {
-    return RefusalForNow(Problem::Journal, "The journal cannot be used", retryAfter);
+Response Failure(const journal::JournalError& error) {
+    const bool busy = dynamic_cast<const journal::JournalBusy*>(&error) != nullptr;
+    return busy ? RefusalForNow(Problem::Journal, "Another program keeps the journal locked",
+                                retryWhenBusy)
+                : RefusalForNow(Problem::Journal, "The journal cannot be used", retryAfter);
 }
 
 // What is asked later may fail as well.
@@ -132,8 +137,8 @@ Reply Guarded(Reply reply) {
     later->ask = [ask = std::move(later->ask)](bool last) -> std::optional<Response> {
         try {
             return ask(last);
-        } catch (const journal::JournalError&) {
-            return JournalFails();
+        } catch (const journal::JournalError& error) {
+            return Failure(error);
         }
     };
     return reply;
@@ -153,8 +158,8 @@ Reply Api::Answer(const Request& request, const Caller& caller) try {
     const Call call{journal_, settings_, request, caller, std::move(chosen.parameters)};
     if (auto refusal = RefusalOf(*chosen.route, call)) return *std::move(refusal);
     return Guarded(chosen.route->answer(call));
-} catch (const journal::JournalError&) {
-    return JournalFails();
+} catch (const journal::JournalError& error) {
+    return Failure(error);
 }
 
 }  // namespace api

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "companion/api/JobJson.h"
 
@@ -35,10 +34,14 @@ class Reading {
         : journal_(journal), register_(std::move(registerName)), after_(after) {}
 
     // A journal that cannot be read now may be so later.
+    // More of them after others had their turn.
     std::string Next() try {
         std::string text = std::exchange(greeting_, "");
-        for (std::vector<Event> events = More(); !events.empty() && text.empty(); events = More())
-            text = Take(events);
+        if (!text.empty()) return text;
+        for (const Event& event : journal_.EventsAfter(after_, mostAtOnce, register_)) {
+            after_ = event.number;
+            text += TextOf(event);
+        }
         return text;
     } catch (const journal::JournalError&) {
         return "";
@@ -51,17 +54,6 @@ class Reading {
     }
 
   private:
-    std::vector<Event> More() const { return journal_.EventsAfter(after_, mostAtOnce); }
-
-    std::string Take(const std::vector<Event>& events) {
-        std::string text;
-        for (const Event& event : events) {
-            after_ = event.number;
-            if (register_.empty() || event.registerName == register_) text += TextOf(event);
-        }
-        return text;
-    }
-
     const Journal& journal_;
     std::string register_;  // empty: all
     std::int64_t after_;
@@ -89,12 +81,13 @@ Json EventJson(const Event& event) {
 Reply ShowEvents(const Call& call) {
     const std::string header = call.request.Header("last-event-id");
     const std::string given = header.empty() ? call.Query("after") : header;
+    const std::string wanted = call.Query("register");
+    if (!wanted.empty() && ProfileOf(call.settings, wanted) == nullptr) return NoSuchRegister();
     if (!given.empty() && !PlaceIn(given))
         return Refusal(Problem::BadRequest, "Last-Event-ID is to be an event's number");
     const std::int64_t last = call.journal.LastEvent();
     // A number that is to come is one of another journal, which was there before.
     const std::int64_t after = std::min(PlaceIn(given).value_or(last), last);
-    const std::string wanted = call.Query("register");
     const auto reading = std::make_shared<Reading>(
         call.journal, wanted.empty() ? call.caller.registerName.value_or("") : wanted, after);
     if (call.request.method == "HEAD") return http::Response{200, eventType, "", {}};

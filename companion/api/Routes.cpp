@@ -125,6 +125,7 @@ constexpr std::array resolveProblems = {Problem::BadRequest, Problem::NotFound,
 constexpr std::array withdrawProblems = {Problem::NotYours, Problem::NotFound, Problem::NotQueued};
 constexpr std::array checkProblems = {Problem::BadRequest, Problem::NotFound, Problem::Encoding};
 constexpr std::array ofRequest = {Problem::BadRequest};
+constexpr std::array eventProblems = {Problem::BadRequest, Problem::NotFound};
 
 // A path that names a job comes twice: with its ID, and with its number.
 constexpr std::array routes = {
@@ -208,7 +209,7 @@ constexpr std::array routes = {
           Body::CommandFile, checkParameters, checkAnswers, checkProblems},
     Route{"GET", "/v1/events", Right::Read, ShowEvents, "showEvents",
           "Server-Sent Events: every change of a job's state", Body::None, eventParameters,
-          eventAnswers, ofRequest},
+          eventAnswers, eventProblems},
     Route{"GET",
           "/openapi.json",
           Right::Any,

@@ -4,6 +4,8 @@
 // Registers, checks, pictures, events, counts, the description, and what holds for all requests.
 #include <sqlite3.h>
 
+#include <chrono>
+#include <memory>
 #include <set>
 
 #include "companion/api/Routes.h"
@@ -39,6 +41,16 @@ class Services : public Asking {
         return text;
     }
     std::string Metrics() { return Get("/metrics").body; }
+    // By another program; nobody waits for it.
+    void Lock() {
+        journal_.SetPatience(std::chrono::milliseconds(0));
+        other_ = std::make_unique<journal::Database>(folder_.File("journal.db"), nullptr);
+        writing_ = std::make_unique<journal::Transaction>(*other_);
+    }
+    void Unlock() {
+        writing_.reset();
+        other_.reset();
+    }
     void BreakJournal() {
         sqlite3* database = nullptr;
         ASSERT_EQ(sqlite3_open(folder_.File("journal.db").c_str(), &database), SQLITE_OK);
@@ -47,6 +59,10 @@ class Services : public Asking {
                          nullptr);
         sqlite3_close(database);
     }
+
+  private:
+    std::unique_ptr<journal::Database> other_;
+    std::unique_ptr<journal::Transaction> writing_;
 };
 
 using Routing = Services;
@@ -55,6 +71,7 @@ using Registers = Services;
 using CheckFiles = Services;
 using Receipts = Services;
 using Events = Services;
+using BusyJournal = Services;
 using ServiceMetrics = Services;
 using Health = Services;
 using OpenApiDescription = Services;
@@ -406,6 +423,12 @@ TEST_F(Events, MayBeOfOneRegister) {
     EXPECT_EQ(ProblemIn(GetBy(ofBar_, "/v1/events?register=default")), "403 foreign-register");
 }
 
+TEST_F(Events, AreOfARegisterThatThereIs) {
+    EXPECT_EQ(ProblemIn(Get("/v1/events?register=other")), "404 not-found");
+    EXPECT_EQ(ProblemIn(Get("/v1/events?after=0&register=Bar")), "404 not-found");
+    EXPECT_EQ(ProblemIn(GetBy(ofBar_, "/v1/events?register=other")), "403 foreign-register");
+}
+
 TEST_F(Events, OfOthersDoNotHideWhatComesAfterThem) {
     for (int i = 0; i < 500; ++i) RunByItself();
     HandIn("b", tart, "bar");
@@ -437,6 +460,33 @@ TEST_F(Events, WaitForAJournalThatCannotBeRead) {
     Next(stream);
     BreakJournal();
     EXPECT_EQ(Next(stream), "");
+}
+
+// --- a journal that another program writes to ----------------------------------------------------
+
+TEST_F(BusyJournal, IsToldToWhoWantsToChangeSomethingAndChangesNothing) {
+    HandIn("waiting");
+    Doubt("doubt");
+    const http::Request resolving =
+        RequestFor("POST", "/v1/jobs/doubt/resolve", {{"content-type", "application/json"}},
+                   R"({"decision":"printed","note":"seen"})");
+    const std::vector<http::Request> requests = {
+        HandingIn("a"), RequestFor("DELETE", "/v1/jobs/waiting"), resolving};
+    const std::int64_t before = journal_.LastEvent();
+    Lock();
+    for (const http::Request& request : requests) {
+        const http::Response response = Ask(request, boss_);
+        EXPECT_EQ(ProblemIn(response), "503 journal") << response.body;
+        EXPECT_EQ(HeaderOf(response, "Retry-After"), "1");
+        EXPECT_THAT(response.body, HasSubstr("keeps the journal locked"));
+    }
+    EXPECT_EQ(Get("/v1/jobs/waiting").status, 200);
+    EXPECT_EQ(Get("/v1/jobs").status, 200);
+    EXPECT_EQ(journal_.LastEvent(), before);
+    Unlock();
+    EXPECT_EQ(Ask(requests[0], boss_).status, 202);
+    EXPECT_EQ(Ask(requests[1], boss_).status, 200);
+    EXPECT_EQ(Ask(requests[2], boss_).status, 200);
 }
 
 // --- counts --------------------------------------------------------------------------------------
