@@ -33,6 +33,9 @@ using namespace std::chrono_literals;
 // What other programs write to the journal is looked for so often; it costs one call of SQLite's.
 constexpr std::chrono::milliseconds lookPause = 200ms;
 
+// Nobody else is answered while the server waits for a program that writes to the journal.
+constexpr std::chrono::milliseconds patienceForOne = 200ms;
+
 // systemd takes standard error into its journal, and adds the time.
 void Log(const std::string& line) {
     std::cerr << line << '\n' << std::flush;
@@ -150,6 +153,7 @@ class Daemon {
         Connect();
         for (const ListeningSocket& socket : sockets_) Serve(socket);
         TellWhere();
+        journal_.SetPatience(patienceForOne);
         for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
     }
 

@@ -107,6 +107,20 @@ TEST_F(JobPage, RecordsADecision) {
     EXPECT_THAT(Shown(number), HasSubstr("<dt>Because</dt><dd><bdi>I saw it</bdi>"));
 }
 
+TEST_F(JobPage, AsksToComeAgainWhileAnotherProgramWritesToTheJournal) {
+    const std::int64_t number = Doubt("a");
+    journal_.SetPatience(std::chrono::milliseconds(0));
+    const journal::Database other(folder_.File("journal.db"), nullptr);
+    {
+        const journal::Transaction writing(other);
+        const http::Response response = Post(PathOf(number) + "/resolve", itIsPrinted);
+        EXPECT_EQ(response.status, 503);
+        EXPECT_EQ(HeaderOf(response, "Retry-After"), "5");
+        EXPECT_EQ(journal_.Get(number).state, journal::State::InDoubt);
+    }
+    EXPECT_EQ(Post(PathOf(number) + "/resolve", itIsPrinted).status, 303);
+}
+
 TEST_F(JobPage, RecordsThatNothingIsPrinted) {
     const std::int64_t number = Doubt("a");
     Post(PathOf(number) + "/resolve", "decision=not-printed&note=blank");

@@ -141,6 +141,35 @@ TEST_F(Voltisd, TellsWhoWaitsWhatAnotherProgramHasDone) {
     EXPECT_NE(StateOf("sale 1"), State::Failed);  // so it was not the worker's news
 }
 
+TEST_F(Voltisd, SaysThatItCannotWriteNowInsteadOfKeepingAllOthersWaiting) {
+    Start();
+    ASSERT_TRUE(WaitUntilItSays("serving "));
+    const journal::Database other(daemon_.File("state/journal.db"), nullptr);
+    auto writing = std::make_unique<journal::Transaction>(other);
+    const Answer refused = daemon_.HandIn("sale 1", oneSale, 0);
+    EXPECT_EQ(refused.status, 503) << refused.body;
+    EXPECT_EQ(Daemon::JsonOf(refused)["type"], "urn:voltis:problem:journal");
+    EXPECT_EQ(refused.headers.at("retry-after"), "1");
+    EXPECT_EQ(daemon_.Ask("GET", "/v1/jobs/sale%201").status, 404);
+    writing.reset();
+    EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 0).status, 202);
+}
+
+TEST_F(Voltisd, TellsAtTheNextOccasionWhatItServesWhenTheJournalWasBusy) {
+    Start();
+    ASSERT_TRUE(WaitUntilItSays("serving "));
+    const journal::Database other(daemon_.File("state/journal.db"), nullptr);
+    auto writing = std::make_unique<journal::Transaction>(other);
+    runner::WriteFile(daemon_.File("etc/registers/bar.ini"), "[VOLTIS]\nDevice=/dev/ttyS77\n");
+    daemon_.Signal(SIGHUP);
+    EXPECT_TRUE(WaitUntilItSays("the configuration was read again"));
+    EXPECT_THAT(daemon_.Said(), HasSubstr("database is locked"));
+    writing.reset();
+    for (int i = 0; i < 1000 && ServedAt("bar") == "nowhere"; ++i)
+        std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(ServedAt("bar"), daemon_.Socket());
+}
+
 TEST_F(Voltisd, ShowsThePageOfTheTechnicianAtItsRoot) {
     Start();
     const Answer page = daemon_.Ask("GET", "/", {"Accept: text/html"});
