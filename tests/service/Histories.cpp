@@ -217,8 +217,9 @@ void History::Resolve(const Job& job) {
 
 void History::StartService() {
     service_ = stage_.NewProcess();
-    if (const auto all = disk_.journal->List(); !all.empty()) {
-        for (const Job& job : all) forgotten_ = std::max(forgotten_, job.place.value_or(0));
+    if (defect_ == Defect::NoQueue) {
+        for (const Job& job : disk_.journal->List())
+            forgotten_ = std::max(forgotten_, job.place.value_or(0));
     }
     for (const auto& tape : tapes_)
         stage_.Enter(*service_, [this, place = tape.get()] { Serve(*place); });
