@@ -33,6 +33,15 @@ Ticket TicketOf(Job job, const Submission& submission) {
     return {admission, std::move(job)};
 }
 
+job::Outcome Unprinted(const Job& job, const std::string& reason) {
+    job::Outcome outcome;
+    outcome.id = job.id;
+    outcome.registerName = job.registerName;
+    constexpr int errorSystem = 50;
+    job::SettleUnsent(outcome, false, job::exitNotPrinted, errorSystem, reason);
+    return outcome;
+}
+
 }  // namespace
 
 Ticket Desk::Submit(const Submission& submission) {
@@ -58,14 +67,17 @@ Ticket Desk::Enqueue(const Submission& submission) {
 }
 
 Job Desk::Withdraw(std::int64_t number, const std::string& till) {
-    const Job job = journal_.Get(number);
-    job::Outcome outcome;
-    outcome.id = job.id;
-    outcome.registerName = job.registerName;
-    constexpr int errorSystem = 50;
-    job::SettleUnsent(outcome, false, job::exitNotPrinted, errorSystem,
-                      "The job was withdrawn by '" + till + "' before it was printed");
+    const job::Outcome outcome = Unprinted(
+        journal_.Get(number), "The job was withdrawn by '" + till + "' before it was printed");
     journal_.Withdraw(number, till, job::ToRecord(outcome), outcome.exitCode);
+    return journal_.Get(number);
+}
+
+Job Desk::GiveUp(std::int64_t number, const std::string& reason) {
+    const Job job = journal_.Get(number);
+    if (!job.InQueue()) throw journal::WrongState("the job is in no queue");
+    const job::Outcome outcome = Unprinted(job, reason);
+    journal_.GiveUp(number, job::ToRecord(outcome), outcome.exitCode);
     return journal_.Get(number);
 }
 

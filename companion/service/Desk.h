@@ -47,6 +47,9 @@ class Desk {
 
     /// Takes a job out of its queue. WrongState: it is in none; JournalError: there is no such job.
     journal::Job Withdraw(std::int64_t number, const std::string& till);
+    /// Takes a job out of its queue because nobody waits for it any more, for that reason: it ends
+    /// as any other that could not be printed, and may be handed in again. The same exceptions.
+    journal::Job GiveUp(std::int64_t number, const std::string& reason);
 
   private:
     Ticket Enqueue(const Submission& submission);

@@ -165,6 +165,7 @@ bool History::HandIn(const Client& client) {
     promised_.insert(ticket.job.number);
     stage_.Pause();
     WithdrawPerhaps(ticket.job.number);
+    if (GivesUp(ticket.job.number)) return stage_.Chance(30);
     return Await(ticket.job.number);
 }
 
@@ -175,6 +176,19 @@ void History::WithdrawPerhaps(std::int64_t number) {
         ++counts_["withdrawn"];
     } catch (const journal::WrongState&) {
         ++counts_["withdrawn too late"];
+    }
+}
+
+// Who does not wait any longer may hand it in again later.
+bool History::GivesUp(std::int64_t number) {
+    if (!stage_.Chance(15)) return false;
+    try {
+        service::Desk(*disk_.journal, longestQueue).GiveUp(number, "the caller is gone");
+        ++counts_["given up by their callers"];
+        return true;
+    } catch (const journal::WrongState&) {
+        ++counts_["given up too late"];
+        return false;
     }
 }
 

@@ -70,6 +70,7 @@ class History {
     bool HandIn(const Client& client);
     bool Await(std::int64_t number);
     void WithdrawPerhaps(std::int64_t number);
+    bool GivesUp(std::int64_t number);
     void Resolve(const journal::Job& job);
     bool Next(const std::string& registerName) const;
     void FindOut(job::Jobs& jobs);

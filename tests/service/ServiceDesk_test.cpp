@@ -117,6 +117,28 @@ TEST_F(Desk, WithdrawsAJobForGood) {
     EXPECT_EQ(Submit("a", "TENDER\n", "kiosk").admission, Admission::OtherRegister);
 }
 
+TEST_F(Desk, TakesAJobThatNobodyWaitsForOutOfTheQueueUntilItIsHandedInAgain) {
+    const Ticket ticket = Submit("a");
+    const journal::Job job = desk_.GiveUp(ticket.job.number, "the caller is gone");
+    EXPECT_EQ(job.state, State::Failed);
+    EXPECT_EQ(job.withdrawnBy, "");
+    const job::Outcome outcome = job::FromRecord(job.outcome);
+    EXPECT_EQ(outcome.exitCode, job::exitNotPrinted);
+    EXPECT_EQ(outcome.reason, "the caller is gone");
+    EXPECT_EQ(journal_.QueueLength("bar"), 0);
+    EXPECT_EQ(Submit("a").admission, Admission::Queued);
+}
+
+TEST_F(Desk, GivesUpNothingThatIsInNoQueue) {
+    const Ticket ticket = Submit("a");
+    journal_.StartSending(ticket.job.number, "bar", "");
+    EXPECT_THROW(desk_.GiveUp(ticket.job.number, "gone"), journal::WrongState);
+    EXPECT_EQ(journal_.Get(ticket.job.number).state, State::Sending);
+    const std::int64_t byItself = journal_.Receive({"b", "bar", "job.txt", "TENDER\n"});
+    EXPECT_THROW(desk_.GiveUp(byItself, "gone"), journal::WrongState);
+    EXPECT_EQ(journal_.Get(byItself).state, State::Received);
+}
+
 TEST_F(Desk, WithdrawsNothingThatIsBeingPrinted) {
     const Ticket ticket = Submit("a");
     journal_.StartSending(ticket.job.number, "bar", "");
