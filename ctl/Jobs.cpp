@@ -77,6 +77,8 @@ void PrintAttempt(const Job& job) {
 void PrintJob(const Job& job, const std::vector<Job>& history) {
     PrintField("number", std::to_string(job.number));
     PrintField("ID", job.id.value_or(""));
+    PrintField("till", job.till);
+    PrintField("withdrawn by", job.withdrawnBy);
     PrintAttempt(job);
     for (const Job& attempt : history) {
         std::cout << "--- an attempt before\n";

@@ -3,15 +3,13 @@
 
 #include "ctl/Resolve.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <iostream>
 #include <memory>
 #include <string>
 
 #include "ctl/JobChoice.h"
 #include "ctl/UsageError.h"
+#include "ctl/UserName.h"
 
 namespace {
 
@@ -28,11 +26,6 @@ struct ResolveOptions {
     std::string verdict;
     std::string note;
 };
-
-std::string UserName() {
-    const passwd* entry = getpwuid(getuid());
-    return entry != nullptr ? entry->pw_name : "user " + std::to_string(getuid());
-}
 
 void CheckResolve(const ResolveOptions& options) {
     if (!options.choice.IsMade()) throw UsageError("no job is named");

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "companion/job/Job.h"
 #include "companion/job/Outcome.h"
@@ -16,6 +17,7 @@
 #include "companion/runner/DriverPath.h"
 #include "companion/runner/Files.h"
 #include "companion/runner/ResultPublication.h"
+#include "ctl/HandOver.h"
 #include "ctl/Interrupts.h"
 #include "ctl/JobChoice.h"
 #include "ctl/OutcomeText.h"
@@ -135,9 +137,14 @@ class Call {
         ProgressBar bar;
         runner::LockWait wait = WaitFor(options_.site);
         wait.goOn = [&] { return interrupts_.Take() == 0; };
-        return jobs.Do(
-            {options_.id, options_.file, content, wait},
-            options_.json ? job::Watcher{interrupts_.Fd(), {}} : WatcherOf(interrupts_, bar));
+        const job::Request request{options_.id, options_.file, content, wait};
+        const job::Watcher watcher =
+            options_.json ? job::Watcher{interrupts_.Fd(), {}} : WatcherOf(interrupts_, bar);
+        if (const auto socket = journal.ServedAt(profile_.name)) {
+            HandOver handOver({journal, jobs, profile_, *socket}, request, watcher);
+            if (auto outcome = handOver.Do()) return *std::move(outcome);
+        }
+        return jobs.Do(request, watcher);
     }
 
     job::Outcome Refuse(int exitCode, int errorCode, const std::string& reason) const {

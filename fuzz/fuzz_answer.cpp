@@ -48,7 +48,8 @@ void RequireSense(const client::Answer& answer) {
 
 std::string Written(const client::Answer& answer) {
     std::string text = "HTTP/1.1 " + std::to_string(answer.status) + " \r\n";
-    for (const auto& [name, value] : answer.headers) text.append(name).append(":").append(value).append("\r\n");
+    for (const auto& [name, value] : answer.headers)
+        text.append(name).append(":").append(value).append("\r\n");
     return text + "\r\n" + answer.body;
 }
 

@@ -40,7 +40,8 @@ sockaddr_un AddressOf(const std::string& socket) {
 
 std::string TextOf(const Request& request) {
     std::string text = request.method + " " + request.target + " HTTP/1.1\r\nHost: localhost\r\n";
-    for (const auto& [name, value] : request.headers) text.append(name).append(": ").append(value).append("\r\n");
+    for (const auto& [name, value] : request.headers)
+        text.append(name).append(": ").append(value).append("\r\n");
     if (request.method != "GET" || !request.body.empty())
         text += "Content-Length: " + std::to_string(request.body.size()) + "\r\n";
     return text + "Connection: close\r\n\r\n" + request.body;

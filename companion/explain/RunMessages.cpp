@@ -77,6 +77,34 @@ constexpr Entry runMessageRows[] = {
         "first command for a repetition.",
         "Switch the register on, finish a receipt that is open there, and clear what it complains "
         "of; then run the job again, under the same ID."),
+    // The service that has the register, and its queue.
+    Reason("this account may not use '{X}', where the service takes jobs for the register. As "
+           "root, add it to the group {X}, and log it in again",
+           "voltisd prints on this register, and takes jobs from the accounts of its group.",
+           "Do as the message says."),
+    Reason("other jobs are before this one on the register, and --wait was over; it has left the "
+           "queue",
+           "voltisd prints for several tills, and others were first.",
+           "Run it again, under the same ID; give --wait more seconds."),
+    Reason("the call was ended before the job was printed; it has left the queue",
+           "SIGINT or SIGTERM came while other jobs were printed.",
+           "Run it again, under the same ID."),
+    Reason("the service has not begun to print the job for a long time; it has left the queue",
+           "voltisd runs, but the process that prints on this register does not get on.",
+           "Look what voltisd says (journalctl -u voltisd), then run it again."),
+    Reason("the queue does not take the job", "A thousand jobs wait for the register.",
+           "Look why nothing is printed there."),
+    Reason("the service at '{X}' does not take the job - {...}",
+           "voltisd has refused the job, or was too busy until the end of --wait.",
+           "Do what the reason after the dash asks for; then run it again, under the same ID."),
+    {Kind::RunMessage, noCode, "the service at '{X}' does not answer, and may still take the job",
+     exit101, "voltisd has the job's request, but hangs. It may print the job later.",
+     &asTheRunSays,
+     "Look at voltisd, and at the paper. Run it again under the same ID: it is not printed twice."},
+    {Kind::RunMessage, noCode, "the service at '{X}' keeps its jobs in another journal", exit101,
+     "The journal of this call names a service that has another one by now, and has printed the "
+     "job, perhaps.",
+     &asTheRunSays, "Look at the paper; give --journal the journal of voltisd."},
     // The configuration.
     Reason("'{X}': there is no such file", "The register of that name has no configuration.",
            "Give the right --register, or write the file."),

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "DriverException.h"
+#include "companion/runner/CommandPath.h"
 
 namespace fs = std::filesystem;
 
@@ -46,6 +47,18 @@ void TakeDecision(const journal::Job& job, bool oldFormat, Outcome& outcome) {
     outcome.nextLine.reset();
     outcome.exitCode = exitPrinted;
     outcome.result = oldFormat ? "0\nOK" : "[VOLTIS]\nResultCode=0\nMessage=OK";
+}
+
+void Replace(const std::string& what, const std::string& by, std::string& text) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
+        text.replace(at, what.size(), by);
+}
+
+void Rename(const std::string& file, const std::string& as, Outcome& outcome) {
+    if (file.empty()) return;
+    if (outcome.driver) Replace(file, as, outcome.driver->message);
+    Replace(file, as, outcome.reason);
+    Replace(file, as, outcome.result);
 }
 
 journal::Ended EndedOf(const Outcome& outcome, bool mayHold) {
@@ -110,9 +123,16 @@ std::optional<Outcome> Jobs::Known(const Request& request) const {
                                    job->received + " from '" + job->file + "'");
     const bool settled = job->state == State::Done || job->state == State::InDoubt;
     if (!settled && job->withdrawnBy.empty()) return std::nullopt;
-    Outcome outcome = FromRecord(job->outcome);
-    TakeDecision(*job, profile_.oldResultFileFormat, outcome);
+    Outcome outcome = Told(*job, request.file);
     outcome.replayed = true;
+    return outcome;
+}
+
+// The service, which knows no files of its callers, has given the driver a name of its own.
+Outcome Jobs::Told(const journal::Job& job, const std::string& file) const {
+    Outcome outcome = FromRecord(job.outcome);
+    if (!job.till.empty()) Rename(job.file, runner::DriversPath(file), outcome);
+    TakeDecision(job, profile_.oldResultFileFormat, outcome);
     return outcome;
 }
 

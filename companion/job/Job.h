@@ -40,6 +40,13 @@ class Jobs {
     /// Runs the job, or answers with what became of it before.
     Outcome Do(const Request& request, const Watcher& watcher);
 
+    /// What became of the job before; nothing: it is still to be printed.
+    std::optional<Outcome> Known(const Request& request) const;
+    /// What became of a job that has ended, as its caller names the file.
+    Outcome Told(const journal::Job& job, const std::string& file) const;
+    /// That this call has sent nothing, and why. An earlier one with the same ID may have.
+    Outcome NotNow(const Request& request, const std::string& reason) const;
+
     /// Runs the first job of the register's queue; nothing: there is none. When the register cannot
     /// be had, that is the job's outcome. JournalError: what the queue has cannot be read.
     std::optional<Outcome> DoNext(const runner::LockWait& wait, const Watcher& watcher);
@@ -50,7 +57,6 @@ class Jobs {
     void FindOut(const runner::LockWait& wait);
 
   private:
-    std::optional<Outcome> Known(const Request& request) const;
     Outcome DoLocked(const Request& request, const Watcher& watcher, Hold& hold);
     void RecoverAll(Hold& hold);
     void Recover(const journal::Job& lost, Hold& hold);
@@ -63,7 +69,6 @@ class Jobs {
     void Finish(std::int64_t number, Outcome& outcome, const Work& work);
     void RemoveOldRuns();
     bool PerhapsSent(const Request& request) const;
-    Outcome NotNow(const Request& request, const std::string& reason) const;
     Outcome Unsent(const Request& request, const std::string& reason) const;
     std::string FolderOf(std::int64_t number) const;
 

@@ -273,6 +273,9 @@ const std::vector<Raiser> runsRaisers = {
     {"verdict/Promises.cpp", "runtime_error", 0, "", "", ofRun},
     {"job/Outcome.cpp", "runtime_error", 0, "", "", ofRun},
     {"job/Job.cpp", "Unsent", 1, "", "", ofRun},
+    {"ctl/HandOver.cpp", "NotNow", 0, "", "", ofRun},
+    {"ctl/HandOver.cpp", "InDoubt", 0, "", "", ofRun},
+    {"ctl/HandOver.cpp", "GiveUp", 1, "", "", ofRun},
 };
 
 /// Arguments that are no message of their own: the functions above from inside, and messages that
@@ -291,6 +294,10 @@ const std::set<std::string> passedOnByRun = {
     R"(profile.name + "' " + what)",
     R"(companion/job/Job.cpp reason)",
     R"(companion/job/Job.cpp failure.what())",
+    R"(ctl/HandOver.cpp request_)",
+    R"(ctl/HandOver.cpp reason)",
+    R"(ctl/HandOver.cpp outcome.reason)",
+    R"(ctl/HandOver.cpp failure.what())",
     // Not of one register: `voltisctl run` does not ask for all of them.
     R"(companion/runner/Profile.cpp "there is no such file, and no other register")",
 };
@@ -313,6 +320,9 @@ std::vector<RaisedText> RaisedByRun() {
                 all.push_back(raised);
         }
     }
+    const std::string handOver = "ctl/HandOver.cpp";
+    for (const RaisedText& raised : RaisedByRunIn(handOver, Source(handOver)))
+        all.push_back(raised);
     return all;
 }
 
