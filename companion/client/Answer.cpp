@@ -71,7 +71,8 @@ void TakeHeader(std::string_view line, Answer& answer) {
     const auto [at, isFirst] = answer.headers.try_emplace(InSmallLetters(name), value);
     if (isFirst) return;
     if (at->first == "content-length") throw BadAnswer("the body has two lengths");
-    at->second += ", " + std::string(value);
+    if (value.empty()) return;
+    at->second += (at->second.empty() ? "" : ", ") + std::string(value);
 }
 
 // The lines up to the empty one.

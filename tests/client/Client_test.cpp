@@ -76,6 +76,8 @@ TEST(AnswerIn, ComesAfterInterimOnes) {
 TEST(AnswerIn, JoinsHeadersOfOneName) {
     const auto answer = AnswerIn("HTTP/1.1 204 x\r\nA: 1\r\na: 2\r\n\r\n", false);
     EXPECT_EQ(answer->Header("a"), "1, 2");
+    const auto empty = AnswerIn("HTTP/1.1 204 x\r\nA:\r\na: 2\r\nA: \r\n\r\n", false);
+    EXPECT_EQ(empty->Header("a"), "2");
 }
 
 TEST(AnswerIn, IsNoneWhenItCouldBeReadInAnotherWay) {
