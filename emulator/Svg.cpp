@@ -12,6 +12,7 @@ constexpr std::size_t lineHeight = 24;
 constexpr std::size_t baseline = 18;   // of a line's text, from the line's top
 constexpr std::size_t margin = 24;     // white paper around
 constexpr std::size_t barcodeGap = 6;  // between a line and the bars, and below them
+constexpr char noBreakSpace[] = "\xC2\xA0";
 
 std::string Number(std::size_t value) {
     return std::to_string(value);
@@ -49,11 +50,23 @@ std::size_t HeightOf(const TapeItem& item) {
     return barcodeGap + item.height + barcodeGap + lineHeight;
 }
 
+// Viewers make one blank of several, and none of the last; newer browsers also where xml:space says
+// that they are to be kept.
+std::string WithAllBlanks(const std::string& text) {
+    std::string kept;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const bool isLost =
+            text[at] == ' ' && (at + 1 == text.size() || (at > 0 && text[at - 1] == ' '));
+        kept += isLost ? std::string(noBreakSpace) : std::string(1, text[at]);
+    }
+    return kept;
+}
+
 // textLength pins the pitch of the characters, whatever font the viewer has.
 std::string TextElement(const std::string& text, std::size_t top) {
     const std::size_t blanks = text.find_first_not_of(' ');
     if (blanks == std::string::npos) return "";
-    const std::string shown = text.substr(blanks);
+    const std::string shown = WithAllBlanks(text.substr(blanks));
     return "<text x=\"" + Number(margin + blanks * charWidth) + "\" y=\"" + Number(top + baseline) +
            "\" textLength=\"" + Number(TextWidth(shown) * charWidth) +
            "\" lengthAdjust=\"spacingAndGlyphs\">" + Escape(shown) + "</text>\n";

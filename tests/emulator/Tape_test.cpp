@@ -173,10 +173,17 @@ TEST(RenderSvg, DrawsTextOnAFixedPitch) {
     EXPECT_TRUE(Has(svg, "viewBox=\"0 0 288 96\""));
     EXPECT_TRUE(Has(svg,
                     "<text x=\"24\" y=\"42\" textLength=\"144\" "
-                    "lengthAdjust=\"spacingAndGlyphs\">TOTAL   8.19</text>"));
+                    "lengthAdjust=\"spacingAndGlyphs\">TOTAL \u00A0\u00A08.19</text>"));
     EXPECT_TRUE(Has(svg, "<text x=\"48\" y=\"66\" textLength=\"12\""));
     EXPECT_TRUE(Has(svg, "xml:space=\"preserve\""));
     EXPECT_TRUE(svg.ends_with("</svg>\n"));
+}
+
+TEST(RenderSvg, KeepsBlanksWhereAViewerMakesOneOfThem) {
+    Slip slip;
+    slip.items = {{TapeItem::Kind::Text, "a b  c ", {}, 0}, {TapeItem::Kind::Text, "d", {}, 0}};
+    EXPECT_TRUE(Has(RenderSvg(slip, 20), ">a b \u00A0c\u00A0</text>"));
+    EXPECT_TRUE(Has(RenderSvg(slip, 20), ">d</text>"));
 }
 
 TEST(RenderSvg, DrawsEveryDotOfTheRasterAtItsPlaceAndHeight) {
