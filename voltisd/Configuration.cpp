@@ -121,10 +121,13 @@ const std::vector<KeyRow>& Rows() {
          [](auto& to, const auto& text) { to.registers = WordsOf(text); }},
         {{"Listen", "ADDRESS:PORT, several with blanks between, or none", "127.0.0.1:8631",
           "Where callers of the network arrive. Everybody needs a token there; on another address "
-          "than those of this machine alone, Certificate and Key as well."},
+          "than those of this machine alone, Certificate and Key as well. It does not count where "
+          "systemd opens a socket of the network."},
          [](auto& to, const auto& text) { to.listen = AddressesOf(text); }},
         {{"Socket", "a path, or none", "/run/voltisd/voltisd.sock",
-          "The Unix socket for programs on this machine."},
+          "The Unix socket for programs on this machine. It does not count where systemd opens "
+          "one, "
+          "as voltisd.socket does."},
          [](auto& to, const auto& text) { to.socket = PathOrNone(text); }},
         {{"Group", "the name of a group", "dialout",
           "Whose accounts may use the Unix socket; they need no token."},

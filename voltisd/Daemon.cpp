@@ -21,6 +21,7 @@
 #include "companion/tokens/Book.h"
 #include "voltisd/Door.h"
 #include "voltisd/Site.h"
+#include "voltisd/Sockets.h"
 #include "voltisd/Version.h"
 
 namespace voltisd {
@@ -63,26 +64,6 @@ std::vector<std::string> WorkerCommand(const std::string& program, const Place& 
                                         std::to_string(patience.count())};
     if (!place.driver.empty()) command.insert(command.end(), {"--driver", place.driver});
     return command;
-}
-
-std::vector<ListeningSocket> OwnSockets(const Configuration& configuration) {
-    std::vector<ListeningSocket> sockets;
-    sockets.reserve(configuration.listen.size() + 1);
-    for (const std::string& address : configuration.listen)
-        sockets.push_back(server::ListenAt(address));
-    if (!configuration.socket.empty()) {
-        sockets.push_back(
-            server::ListenAtPath(configuration.socket, server::GroupOf(configuration.group)));
-    }
-    return sockets;
-}
-
-std::vector<ListeningSocket> SocketsOf(const Configuration& configuration) {
-    auto sockets = server::SocketsOfSystemd();
-    if (sockets.empty()) sockets = OwnSockets(configuration);
-    if (sockets.empty())
-        throw ConfigurationError("neither Listen= nor Socket= says where callers arrive");
-    return sockets;
 }
 
 // Of the Unix socket, for who knows a path only. Empty: there is none.
@@ -268,7 +249,8 @@ class Daemon {
     server::Loop loop_;
     Site site_;
     journal::Journal journal_;
-    std::vector<ListeningSocket> sockets_ = SocketsOf(site_.configuration);
+    std::vector<ListeningSocket> sockets_ =
+        SocketsOf(site_.configuration, server::SocketsOfSystemd());
     tokens::Book book_;
     gate::Gate gate_;
     api::Settings settings_;
