@@ -7,6 +7,7 @@
 include(GNUInstallDirs)
 set(VOLTIS_TMPFILESDIR lib/tmpfiles.d CACHE STRING "Where systemd-tmpfiles looks")
 set(VOLTIS_SYSUSERSDIR lib/sysusers.d CACHE STRING "Where systemd-sysusers looks")
+set(VOLTIS_UNITDIR lib/systemd/system CACHE STRING "Where systemd looks for units")
 set(VOLTIS_BASHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/bash-completion/completions CACHE STRING "Where bash looks")
 set(VOLTIS_ZSHCOMPLETIONDIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks")
 
@@ -40,15 +41,16 @@ voltis_install_folders(${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_DOCDIR} ${VOLTIS_
     /etc/voltis/registers /etc/logrotate.d)
 install(TARGETS voltis RUNTIME)
 # A configuration that is there belongs to the shop: the new one is put beside it.
-install(CODE [[
-    set(file "$ENV{DESTDIR}/etc/voltis/voltis.ini")
-    if(EXISTS "${file}")
-        string(APPEND file ".new")
+function(voltis_install_configuration name)
+    install(CODE "set(file \"\$ENV{DESTDIR}/etc/voltis/${name}\")
+    if(EXISTS \"\${file}\")
+        string(APPEND file \".new\")
     endif()
-    message(STATUS "Installing: ${file}")
-]])
-install(CODE "file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/voltis.ini \"\${file}\")
+    message(STATUS \"Installing: \${file}\")
+    file(COPY_FILE ${CMAKE_CURRENT_SOURCE_DIR}/config/${name} \"\${file}\")
     file(CHMOD \"\${file}\" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
+endfunction()
+voltis_install_configuration(voltis.ini)
 # So does this one; a second file there would be one more configuration.
 install(CODE [[
     set(file "$ENV{DESTDIR}/etc/logrotate.d/voltis")
@@ -115,8 +117,28 @@ if(VOLTIS_TOOLS)
     install(FILES ${completion}/zsh DESTINATION ${VOLTIS_ZSHCOMPLETIONDIR} RENAME _voltisctl)
 endif()
 
+if(VOLTIS_SERVICE)
+    voltis_install_folders(${CMAKE_INSTALL_SBINDIR} ${VOLTIS_UNITDIR} ${VOLTIS_SYSUSERSDIR})
+    install(TARGETS voltisd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+    voltis_install_configuration(voltisd.conf)
+    install(FILES config/voltisd.socket DESTINATION ${VOLTIS_UNITDIR})
+    install(FILES config/sysusers-voltisd.conf DESTINATION ${VOLTIS_SYSUSERSDIR} RENAME voltisd.conf)
+    install(FILES config/tmpfiles-voltisd.conf DESTINATION ${VOLTIS_TMPFILESDIR} RENAME voltisd.conf)
+    # The path in it follows the prefix of the installation.
+    install(CODE "
+        get_filename_component(SBINDIR \"${CMAKE_INSTALL_SBINDIR}\" ABSOLUTE BASE_DIR \"\${CMAKE_INSTALL_PREFIX}\")
+        get_filename_component(folder \"${VOLTIS_UNITDIR}\" ABSOLUTE BASE_DIR \"\${CMAKE_INSTALL_PREFIX}\")
+        set(file \"\$ENV{DESTDIR}\${folder}/voltisd.service\")
+        message(STATUS \"Installing: \${file}\")
+        configure_file(${CMAKE_CURRENT_SOURCE_DIR}/config/voltisd.service.in \"\${file}\" @ONLY
+            FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
+endif()
+
 # Everything that is installed and has to be built.
 add_custom_target(voltis_installed DEPENDS voltis voltis_sbom)
 if(VOLTIS_TOOLS)
     add_dependencies(voltis_installed voltisctl voltis_completion voltis_man)
+endif()
+if(VOLTIS_SERVICE)
+    add_dependencies(voltis_installed voltisd)
 endif()

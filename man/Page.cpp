@@ -12,6 +12,7 @@
 #include "man/Codes.h"
 #include "man/Keys.h"
 #include "man/Mdoc.h"
+#include "man/Network.h"
 #include "man/Options.h"
 
 namespace manual {
@@ -63,7 +64,8 @@ std::string Commands(const std::string&, const Edition&) {
 std::string Keys(const std::string& whose, const Edition&) {
     if (whose == "driver") return DriverKeys();
     if (whose == "site") return SiteKeys();
-    throw TemplateError("keys are of 'driver' or 'site'");
+    if (whose == "service") return ServiceKeys();
+    throw TemplateError("keys are of 'driver', 'site' or 'service'");
 }
 
 std::string Codes(const std::string& kind, const Edition&) {
@@ -76,6 +78,14 @@ std::string Answers(const std::string&, const Edition&) {
     return SharedAnswers();
 }
 
+std::string Routes(const std::string&, const Edition&) {
+    return ServiceRoutes();
+}
+
+std::string Problems(const std::string&, const Edition&) {
+    return ServiceProblems();
+}
+
 struct Row {
     std::string_view word;
     std::string (*text)(const std::string& argument, const Edition& edition);
@@ -86,6 +96,7 @@ constexpr Row rows[] = {
     {"HEAD", Head},         {"SUMMARY", Summary},   {"SYNOPSIS", SynopsisOf},
     {"OPTIONS", OptionsOf}, {"EXAMPLE", ExampleOf}, {"COMMANDS", Commands},
     {"KEYS", Keys},         {"CODES", Codes},       {"ANSWERS", Answers},
+    {"ROUTES", Routes},     {"PROBLEMS", Problems},
 };
 
 // --- lines ---------------------------------------------------------------------------------------

@@ -30,9 +30,12 @@ struct Edition {
 ///     @OPTIONS run@            its options and what they mean; "voltisctl" has those of the whole
 ///     @EXAMPLE run@            the example of its --help
 ///     @COMMANDS@               the sub-commands
-///     @KEYS driver@            the configuration's keys; "site" has those of voltisctl
+///     @KEYS driver@            the configuration's keys; "site" has those of voltisctl,
+///                              "service" those of voltisd.conf
 ///     @CODES error-code@       a part of the catalogue of codes and messages
 ///     @ANSWERS@                the answers that the catalogue's entries share
+///     @ROUTES@                 what the service can be asked
+///     @PROBLEMS@               the errors that it answers with
 std::string Page(std::string_view text, const Edition& edition);
 
 }  // namespace manual

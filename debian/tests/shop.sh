@@ -6,11 +6,14 @@
 # folders before is there again afterwards.
 # shellcheck shell=bash
 
-shop=$(mktemp -d)
+shop=$(mktemp -d --tmpdir=/run voltis-test.XXXXXX)  # not in /tmp, of which a service has its own
 before=  # where what was there is kept: not in /tmp, for a journal must outlast a test that is killed
 user=voltis-test-$$
+socket=/run/voltisd/voltisd.sock
 folders=(/etc/voltis /var/log/voltis /var/lib/voltis)
 register=
+voltisd=  # the process, where the test has started it by itself
+was_served=
 old=  # the version before the test, once it is packed
 
 fail() {
@@ -21,16 +24,19 @@ fail() {
 # Whatever fails in here, as ending a register that has already ended does, the rest is done all the same.
 close_shop() {
     set +e
+    stop_service
     if [ -n "$register" ]; then kill "$register"; fi
     # A test that failed between two versions.
     if [ -n "$old" ] && [ "$(version)" != "$old" ]; then
-        dpkg --force-confold -i "$shop/old.deb" </dev/null
+        dpkg --force-confold -i "$shop"/old*.deb </dev/null
+        stop_service
     fi
     local folder whole=yes
     for folder in "${folders[@]}"; do
         put_back "$folder" || whole=
     done
     userdel --force --remove "$user" 2>/dev/null
+    if [ -n "$was_served" ]; then systemctl start voltisd.service; fi
     [ -n "$whole" ] || fail "what was in ${folders[*]} is in $before"
     rm -rf "$shop" "$before"
 }
@@ -50,13 +56,17 @@ open_shop() {
     done
     sync
     trap close_shop EXIT
+    if systemd_runs && systemctl --quiet is-active voltisd.service; then was_served=yes; fi
+    stop_service
     # Only the configuration is the test's as well: not the journal, which may be another account's, and not the log.
     find /var/log/voltis /var/lib/voltis -mindepth 1 -delete
     useradd --create-home --groups dialout "$user"
     cp /usr/share/doc/voltis/examples/first-receipt.txt "/home/$user/sale.txt"
     chown "$user" "/home/$user/sale.txt"
-    voltisctl emulate --strict --link "$shop/line" </dev/null >"$shop/tape" 2>"$shop/complaints" &
+    mkfifo "$shop/desk"
+    voltisctl emulate --strict --link "$shop/line" <"$shop/desk" >"$shop/tape" 2>"$shop/complaints" &
     register=$!
+    exec 7>"$shop/desk"  # for what is typed at it
     for _ in $(seq 100); do
         if [ -L "$shop/line" ]; then break; fi
         sleep 0.1
@@ -65,6 +75,63 @@ open_shop() {
     # What udev gives a port.
     chgrp dialout "$shop/line"
     chmod 660 "$shop/line"
+}
+
+systemd_runs() {
+    [ -d /run/systemd/system ]
+}
+
+# By systemd, or where that does not run, as the same account.
+start_service() {
+    if systemd_runs; then
+        systemctl start voltisd.service
+    else
+        systemd-tmpfiles --create voltisd.conf
+        setpriv --reuid voltis --regid voltis --init-groups voltisd >"$shop/said" 2>&1 </dev/null &
+        voltisd=$!
+    fi
+    for _ in $(seq 100); do
+        if as_user curl --silent --unix-socket "$socket" http://localhost/healthz >/dev/null; then return; fi
+        sleep 0.1
+    done
+    fail "the service does not answer: $(cat "$shop/said")"
+}
+
+stop_service() {
+    if systemd_runs; then
+        systemctl stop voltisd.socket voltisd.service 2>/dev/null || true
+    elif [ -n "$voltisd" ]; then
+        kill "$voltisd" || true
+        wait "$voltisd" || true
+        voltisd=
+    fi
+}
+
+# hand_in NUMBER SECONDS: the status of the answer to that job of this shop, waiting for so long at most.
+hand_in() {
+    as_user curl --silent --show-error --max-time 100 --unix-socket "$socket" --output "/home/$user/answer" \
+        --write-out '%{http_code}' --header "Idempotency-Key: $user-$1" --header "Prefer: wait=$2" \
+        --header "Content-Type: text/plain" --data-binary @sale.txt http://localhost/v1/registers/default/jobs
+}
+
+# answers STATUS NUMBER SECONDS
+answers() {
+    local status
+    status=$(hand_in "$2" "$3")
+    [ "$status" = "$1" ] || fail "job $2 is answered with $status instead of $1: $(cat "/home/$user/answer")"
+}
+
+# pack_version PACKAGE VERSION FILE [LINE]: this package with another version, and a line more in its
+# configuration; of the root that unpack has made of the installed one.
+pack_version() {
+    local root=$shop/$1
+    sed -i "s/^Version: .*/Version: $2/; s/voltis (= [^)]*)/voltis (= $2)/" "$root/DEBIAN/control"
+    if [ $# -gt 3 ]; then echo "$4" >>"$root/etc/voltis/voltis.ini"; fi
+    dpkg-deb -b "$root" "$shop/$3" >/dev/null
+}
+
+unpack() {
+    (cd "$shop" && dpkg-repack --generate "$1" >/dev/null && mv "dpkg-repack.$1."* "$1")
 }
 
 # set_key KEY VALUE: as an administrator edits the package's configuration.

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: VOLTIS developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# sbom.sh NAME VERSION DATE COMPILER: writes, as an SPDX 2.3 document, what of other projects is in the two
+# sbom.sh NAME VERSION DATE COMPILER: writes, as an SPDX 2.3 document, what of other projects is in the
 # programs themselves: linked statically, or compiled in from headers. The versions are those of the
 # installed Debian packages, NOASSERTION where there are none. DATE is in seconds; SOURCE_DATE_EPOCH
 # overrides it. The same packages make the same bytes.

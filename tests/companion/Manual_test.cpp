@@ -228,6 +228,8 @@ TEST(Manual, HasAPageForEachProgramAndEachSubCommand) {
                                       "voltis-commands.5", "voltis-errors.7"};
     for (const std::string& command : SubCommandsOfHelp())
         expected.insert("voltisctl-" + command + ".1");
+    if (VOLTIS_SERVICE)
+        expected.merge(std::set<std::string>{"voltisd.8", "voltisd.conf.5", "voltis-http.7"});
     std::set<std::string> pages;
     for (const paths::path& page : ManualPages()) pages.insert(page.filename());
     EXPECT_EQ(pages, expected);

@@ -39,9 +39,9 @@ try_compiler() {
     cmake --preset release -B "$build" -DCMAKE_CXX_COMPILER="$compiler" -DVOLTIS_TESTS=OFF >/dev/null
     cmake --build "$build" --target voltis_installed
     DESTDIR=$root cmake --install "$build" --prefix /usr >/dev/null
-    for program in voltis voltisctl; do
-        built_by "$compiler" "$root/usr/bin/$program"
-        tests/outside/hardening.sh "$root/usr/bin/$program"
+    for program in bin/voltis bin/voltisctl sbin/voltisd; do
+        built_by "$compiler" "$root/usr/$program"
+        tests/outside/hardening.sh "$root/usr/$program"
     done
     said=$("$root/usr/bin/voltisctl" try examples/first-receipt.txt)
     grep -q '^RECEIPT 000001$' <<<"$said" || { echo "compilers: no receipt with $compiler: $said" >&2; return 1; }

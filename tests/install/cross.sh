@@ -38,7 +38,7 @@ tests=(Units_test Files_test ECR_test Processor_test Barcode_test Check_test)
 cmake --build "$build" --target voltis_installed "${tests[@]}"
 file=$(readelf -h "$build/voltis")
 grep -q "Class: *ELF$bits" <<<"$file" || { echo "not for $bits bits: $file"; exit 1; }
-for program in voltis voltisctl; do
+for program in voltis voltisctl voltisd; do
     "$tree/tests/outside/hardening.sh" "$build/$program"
 done
 

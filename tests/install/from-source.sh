@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
 # from-source.sh FOLDER: installs from the source as docs/setup.md tells users of other distributions, all
-# with umask 077, and compares: the files with those of the package in FOLDER, and the folders that are made
+# with umask 077, and compares: the files with those of the packages in FOLDER, and the folders that are made
 # with systemd with those that are made without. Then a new user sells. It changes the system that it runs
 # on, so it runs as root in a bare Debian root of its own (scripts/bare).
 set -euo pipefail
@@ -11,7 +11,7 @@ set -euo pipefail
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$tree/scripts/lib/install.sh"
 . "$tree/tests/install/page.sh"
-package=$(realpath "$1"/voltis_*.deb)
+packages=("$(realpath "$1"/voltis_*.deb)" "$(realpath "$1"/voltisd_*.deb)")
 if [ "$(id -u)" -ne 0 ] || [ -e /etc/voltis ] || package_installed voltis; then
     echo "from-source.sh: only as root in a bare root of its own" >&2
     exit 2
@@ -39,7 +39,12 @@ commands_of docs/setup.md "### Other distributions" 1 >"$work/systemd"
 commands_of docs/setup.md "### Other distributions" 3 >"$work/by-hand"
 grep '^cmake ' "$work/systemd" >"$work/cmake"
 DESTDIR=$work/by-cmake bash -euxc "umask 077; $(cat "$work/cmake")" >"$work/log" 2>&1 || { tail -n 40 "$work/log"; exit 1; }
-dpkg-deb -x "$package" "$work/by-debian"
+for package in "${packages[@]}"; do dpkg-deb -x "$package" "$work/by-debian"; done
+# Debian 12 has units in /lib, which is a link to /usr/lib on every system.
+if [ -d "$work/by-debian/lib" ]; then
+    cp -a "$work/by-debian/lib" "$work/by-debian/usr/"
+    rm -r "$work/by-debian/lib"
+fi
 
 # contents FOLDER: mode, owner and path of everything.
 contents() {
@@ -53,8 +58,12 @@ gunzip --recursive "$work/by-debian/usr/share/man"
 cat >"$work/expected" <<'DIFFERENCES'
 +-rw-r--r-- root:root /usr/share/doc/voltis/changelog.gz
 +-rw-r--r-- root:root /usr/share/doc/voltis/copyright
++-rw-r--r-- root:root /usr/share/doc/voltisd/changelog.gz
++-rw-r--r-- root:root /usr/share/doc/voltisd/copyright
 +-rw-r--r-- root:root /usr/share/lintian/overrides/voltis
++-rw-r--r-- root:root /usr/share/lintian/overrides/voltisd
 +-rw-r--r-- root:root /usr/share/zsh/vendor-completions/_voltisctl
++drwxr-xr-x root:root /usr/share/doc/voltisd
 +drwxr-xr-x root:root /usr/share/lintian
 +drwxr-xr-x root:root /usr/share/lintian/overrides
 +drwxr-xr-x root:root /usr/share/zsh/vendor-completions
@@ -62,7 +71,6 @@ cat >"$work/expected" <<'DIFFERENCES'
 --rw-r--r-- root:root /usr/share/doc/voltis/LICENSE
 --rw-r--r-- root:root /usr/share/doc/voltis/LICENSES/0BSD.txt
 --rw-r--r-- root:root /usr/share/zsh/site-functions/_voltisctl
--drwxr-xr-x root:root /usr/lib/sysusers.d
 -drwxr-xr-x root:root /usr/share/doc/voltis/LICENSES
 -drwxr-xr-x root:root /usr/share/zsh/site-functions
 DIFFERENCES
@@ -79,7 +87,7 @@ diff -u "$work/expected" "$work/found" || {
 # Of the files that both have: the programs have other options, and the list of components another date.
 # shellcheck disable=SC2016  # diff prints no such quotes
 { diff -rq "$work/by-cmake" "$work/by-debian" || true; } | sed -n 's/^Files .* and .*by-debian\(.*\) differ$/\1/p' >"$work/found"
-printf '%s\n' /usr/bin/voltis /usr/bin/voltisctl /usr/share/doc/voltis/voltis.spdx.json | diff -u - "$work/found" || {
+printf '%s\n' /usr/bin/voltis /usr/bin/voltisctl /usr/sbin/voltisd /usr/share/doc/voltis/voltis.spdx.json | diff -u - "$work/found" || {
     echo "from-source: files differ in what is in them" >&2
     exit 1
 }

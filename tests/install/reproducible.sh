@@ -71,7 +71,7 @@ echo "the package's options: parallel=$processors and parallel=1 are honoured, $
 # No build may lack a package, or have one more.
 for folder in "$work/one" "$other" ${published:+"$published"}; do
     names=$(cd "$folder" && printf '%s\n' *.deb | sed 's/_.*//' | LC_ALL=C sort | xargs)
-    [ "$names" = "voltis voltis-dbgsym" ] || fail "in $folder are the packages $names"
+    [ "$names" = "voltis voltis-dbgsym voltisd voltisd-dbgsym" ] || fail "in $folder are the packages $names"
 done
 different=0
 for package in "$work"/one/*.deb; do

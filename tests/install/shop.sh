@@ -2,13 +2,14 @@
 # SPDX-FileCopyrightText: VOLTIS developers
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# shop.sh FOLDER: the package in this folder in the life of a shop, from `apt install` to purge. It
+# shop.sh FOLDER: the packages in this folder in the life of a shop, from `apt install` to purge. It
 # changes the system that it runs on, so it runs as root in a bare Debian root of its own (scripts/bare),
 # and refuses to run where voltis is already installed.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 package=$(realpath "$1"/voltis_*.deb)
+service=$(realpath "$1"/voltisd_*.deb)
 pages=$(realpath "$here/../..")
 examples=/usr/share/doc/voltis/examples
 export DEBIAN_FRONTEND=noninteractive
@@ -20,7 +21,8 @@ fi
 work=$(mktemp -d)
 chmod 755 "$work"
 register=
-trap '[ -z "$register" ] || kill "$register"' EXIT
+voltisd=
+trap '[ -z "$voltisd" ] || kill "$voltisd"; [ -z "$register" ] || kill "$register"' EXIT
 
 # shellcheck source=tests/install/page.sh
 . "$here/page.sh"
@@ -42,6 +44,8 @@ what_is_installed
 system_calls
 an_upgrade_over_an_edited_configuration
 a_downgrade
+the_service
+the_service_goes
 removal_keeps_what_the_shop_needs
 purge_asks_nothing
 purge_leaves_what_is_behind_a_link

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
 # The steps of shop.sh, in their order; each leaves the shop as the next one finds it.
-# shellcheck shell=bash disable=SC2154  # $package, $work, $examples, $pages are of shop.sh
+# shellcheck shell=bash disable=SC2154  # $package, $service, $work, $examples, $pages are of shop.sh
 
 checks=0
 begin=$SECONDS
@@ -516,6 +516,87 @@ a_downgrade() {
     check "the jobs of before are known" ends_with 0 as anna voltisctl run --job 7 first-receipt.txt
     check "one receipt is new" receipts_are $((printed + 1))
     check "the edited configuration stays" grep -q '^CashierNumber=7' /etc/voltis/voltis.ini
+}
+
+# posts USER STATUS KEY [OPTION...]: the sale by HTTP, waiting for its result.
+posts() {
+    local user=$1 expected=$2 key=$3 status
+    shift 3
+    status=$(as "$user" curl --silent --max-time 60 --output /dev/null --write-out '%{http_code}' \
+        --header "Idempotency-Key: $key" --header "Prefer: wait=30" --header "Content-Type: text/plain" \
+        --data-binary @first-receipt.txt --request-target /v1/registers/default/jobs "$@" || true)
+    if [ "$status" = "$expected" ]; then return; fi
+    echo "status $status instead of $expected, and the service says:"
+    cat "$work/service"
+    return 1
+}
+
+by_socket() {
+    posts "$1" "$2" "$3" --unix-socket /run/voltisd/voltisd.sock http://localhost
+}
+
+by_network() {
+    local token=${4:-}
+    posts "$1" "$2" "$3" ${token:+--header "Authorization: Bearer $token"} \
+        http://127.0.0.1:8631
+}
+
+service_answers() {
+    local pause
+    for pause in $(seq 100); do
+        if curl --silent --fail http://127.0.0.1:8631/healthz >"$work/said"; then return; fi
+        sleep 0.1
+    done
+    echo "no service after $pause pauses"
+    cat "$work/service"
+    return 1
+}
+
+# Without systemd, by hand; with it, booted.sh has the same.
+the_service() {
+    step "the service"
+    local printed token
+    printed=$(receipts)
+    apt_quiet install curl
+    check "apt installs it" apt_quiet install "$service"
+    check "its account is of the group" grep -qw dialout <<<"$(id -nG voltis)"
+    check "which cannot log in" grep -q '/nologin$' <<<"$(getent passwd voltis)"
+    check "the folder of its socket is its own" test "$(stat -c '%U:%G %a' /run/voltisd)" = "voltis:voltis 755"
+    check "it is hardened" "$here/../outside/hardening.sh" /usr/sbin/voltisd
+    check "it says its version" ends_with 0 voltisd --version
+    check "it takes the installed configuration" ends_with 0 voltisd --check
+    check "a token is made" ends_with 0 voltisctl token add till --scope print,read
+    token=$(grep -oE 'vt_[^ ]+' "$work/said")
+    check "for the group to read" test "$(stat -c '%G %a' /etc/voltis/tokens)" = "dialout 640"
+    setpriv --reuid voltis --regid voltis --init-groups voltisd >"$work/service" 2>&1 </dev/null &
+    voltisd=$!
+    check "it answers" service_answers
+    check "anna's job by the socket is printed" by_socket anna 200 web-1
+    check "bert's voltisctl run knows it" ends_with 0 as bert voltisctl run --job web-1 first-receipt.txt
+    check "one receipt is new" receipts_are $((printed + 1))
+    check "somebody outside the group is not let to the socket" by_socket guest 000 web-2
+    check "but to the network with a token" by_network guest 200 web-2 "$token"
+    check "and not without" by_network anna 401 web-3
+    check "a job of voltisctl run is known to the service" by_socket bert 200 8
+    check "one more receipt is new" receipts_are $((printed + 2))
+    check "the journal is the group's" test -z "$(find /var/lib/voltis \( ! -group dialout -o -perm /o=rwx \))"
+    kill "$voltisd"
+    local status=0
+    wait "$voltisd" || status=$?
+    voltisd=
+    check "it ends with 0" test "$status" -eq 0
+}
+
+the_service_goes() {
+    step "removal and purge of the service"
+    check "apt removes it" apt_quiet remove voltisd
+    check "the program and the units are gone" \
+        test -z "$(find /usr/sbin/voltisd /usr/lib/systemd/system/voltisd.* 2>/dev/null)"
+    check "the configuration and the tokens stay" test -s /etc/voltis/voltisd.conf -a -s /etc/voltis/tokens
+    check "apt purges it" apt_quiet purge voltisd
+    check "they are gone" test ! -e /etc/voltis/voltisd.conf -a ! -e /etc/voltis/tokens
+    check "the configuration of the registers stays" test -s /etc/voltis/voltis.ini
+    check "the jobs of before are known" ends_with 0 as anna voltisctl run --job web-2 first-receipt.txt
 }
 
 removal_keeps_what_the_shop_needs() {

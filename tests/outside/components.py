@@ -17,7 +17,7 @@ import tempfile
 import unittest
 
 BUILD = pathlib.Path(sys.argv.pop(1) if len(sys.argv) > 1 else ".").resolve()
-PROGRAMS = ("voltis", "voltisctl")
+PROGRAMS = ("voltis", "voltisctl", "voltisd")
 # What a copyright file of Debian says of these.
 LICENCES = {
     "BSD-3-Clause": "BSD-3-clause",
