@@ -151,23 +151,24 @@ Outcome Jobs::Do(const Request& request, const Watcher& watcher) {
 Outcome Jobs::DoLocked(const Request& request, const Watcher& watcher, Hold& hold) {
     RecoverAll(hold);
     if (auto known = Known(request)) return *known;  // while the lock was waited for
-    const std::int64_t number =
-        journal_.Receive({request.id, profile_.name, AbsolutePath(request.file), request.content});
-    return Begin(number, request, watcher, hold);
+    const journal::Job job = journal_.Get(
+        journal_.Receive({request.id, profile_.name, AbsolutePath(request.file), request.content}));
+    return Begin(job, request, watcher, hold, std::nullopt);
 }
 
-Outcome Jobs::Begin(std::int64_t number, const Request& request, const Watcher& watcher, Hold& hold,
-                    std::optional<std::int64_t> place) {
-    const std::unique_ptr<Work> work = hold.Begin(watcher);
+Outcome Jobs::Begin(const journal::Job& job, const Request& request, const Watcher& watcher,
+                    Hold& hold, std::optional<std::int64_t> place) {
+    std::unique_ptr<Work> work;
     try {
-        Prepare(*work, FolderOf(number));
-        journal_.StartSending(number, profile_.name, FolderOf(number), place);
+        work = hold.Begin(watcher);
+        Prepare(*work, FolderOf(job.number));
+        journal_.StartSending(job.number, profile_.name, FolderOf(job.number), place);
     } catch (const journal::OutOfTurn&) {
         throw;
     } catch (const std::exception& failure) {
-        return Refuse(number, request, failure.what());
+        return Refuse(job, request, failure.what());
     }
-    return Send(number, request, *work);
+    return Send(job.number, request, *work);
 }
 
 // Another program may have printed the first job on its own register, or tried to, while this one
@@ -181,24 +182,31 @@ std::optional<Outcome> Jobs::DoNext(const runner::LockWait& wait, const Watcher&
     }
 }
 
+std::optional<journal::Job> Jobs::First() const {
+    const auto number = journal_.NextInQueue(profile_.name);
+    return number ? journal_.Find(*number) : std::nullopt;
+}
+
+// Only what concerns the job itself, or keeps the register from it, is the end of the job.
 std::optional<Outcome> Jobs::DoFirst(const runner::LockWait& wait, const Watcher& watcher) {
-    auto first = journal_.NextInQueue(profile_.name);
+    std::optional<journal::Job> first = First();
     if (!first) return std::nullopt;
+    const auto requestOf = [&wait](const journal::Job& job) {
+        return Request{job.id, job.file, job.content, wait};
+    };
+    std::unique_ptr<Hold> hold;
     try {
-        const std::unique_ptr<Hold> hold = register_->Lock(wait);
-        RecoverAll(*hold);
-        first = journal_.NextInQueue(profile_.name);  // another one, perhaps, by now
-        if (!first) return std::nullopt;
-        const journal::Job job = journal_.Get(*first);
-        return Begin(*first, {job.id, job.file, job.content, wait}, watcher, *hold, job.place);
+        hold = register_->Lock(wait);
     } catch (const std::bad_alloc&) {
         throw;
-    } catch (const journal::OutOfTurn&) {
-        throw;
-    } catch (const std::exception& failure) {  // whatever it is, nothing was sent
-        const journal::Job job = journal_.Get(*first);
-        return Refuse(*first, {job.id, job.file, job.content, wait}, failure.what());
+    } catch (const std::exception& failure) {
+        if (!wait.goOn()) return std::nullopt;
+        return Refuse(*first, requestOf(*first), failure.what());
     }
+    RecoverAll(*hold);
+    first = First();  // another one, perhaps, by now
+    if (!first) return std::nullopt;
+    return Begin(*first, requestOf(*first), watcher, *hold, first->place);
 }
 
 bool Jobs::HasLeft() const {
@@ -211,11 +219,13 @@ void Jobs::FindOut(const runner::LockWait& wait) {
     if (HasLeft()) RecoverAll(*register_->Lock(wait));
 }
 
-Outcome Jobs::Refuse(std::int64_t number, const Request& request, const std::string& reason) {
+Outcome Jobs::Refuse(const journal::Job& seen, const Request& request, const std::string& reason) {
     Outcome outcome = Unsent(request, reason);
     try {
-        journal_.GiveUp(number, ToRecord(outcome), outcome.exitCode);
+        journal_.GiveUp(seen, ToRecord(outcome), outcome.exitCode);
         return outcome;
+    } catch (const journal::OutOfTurn&) {
+        throw;
     } catch (const journal::WrongState&) {  // another register has the job by now
         return NotNow(request, reason);
     }
@@ -277,9 +287,12 @@ void Jobs::RecoverAll(Hold& hold) {
     for (const journal::Job& lost : journal_.List({profile_.name, "", "", State::Sending}))
         Recover(lost, hold);
     for (const journal::Job& left : journal_.List({profile_.name, "", "", State::Received}))
-        if (!left.InQueue())
-            Refuse(left.number, {left.id, left.file, "", {}},
-                   "The run was cut off before it began");
+        if (!left.InQueue()) GiveUpLeft(left);
+}
+
+void Jobs::GiveUpLeft(const journal::Job& left) try {
+    Refuse(left, {left.id, left.file, "", {}}, "The run was cut off before it began");
+} catch (const journal::OutOfTurn&) {  // somebody has taken it up again
 }
 
 void Jobs::Recover(const journal::Job& lost, Hold& hold) {

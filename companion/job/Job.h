@@ -47,8 +47,10 @@ class Jobs {
     /// That this call has sent nothing, and why. An earlier one with the same ID may have.
     Outcome NotNow(const Request& request, const std::string& reason) const;
 
-    /// Runs the first job of the register's queue; nothing: there is none. When the register cannot
-    /// be had, that is the job's outcome. JournalError: what the queue has cannot be read.
+    /// Runs the first job of the register's queue; nothing: there is none, or the wait was ended by
+    /// its goOn. When the register cannot be had, that is the job's outcome. std::exception: the
+    /// journal cannot be used, or what became of a job that was cut off cannot be found out; then
+    /// the queue is as it was.
     std::optional<Outcome> DoNext(const runner::LockWait& wait, const Watcher& watcher);
 
     /// Whether there are jobs that somebody is printing, or that were cut off.
@@ -60,12 +62,14 @@ class Jobs {
     Outcome DoLocked(const Request& request, const Watcher& watcher, Hold& hold);
     void RecoverAll(Hold& hold);
     void Recover(const journal::Job& lost, Hold& hold);
-    Outcome Begin(std::int64_t number, const Request& request, const Watcher& watcher, Hold& hold,
-                  std::optional<std::int64_t> place = {});
+    void GiveUpLeft(const journal::Job& left);
+    Outcome Begin(const journal::Job& job, const Request& request, const Watcher& watcher,
+                  Hold& hold, std::optional<std::int64_t> place);
+    std::optional<journal::Job> First() const;
     std::optional<Outcome> DoFirst(const runner::LockWait& wait, const Watcher& watcher);
     Outcome Send(std::int64_t number, const Request& request, Work& work);
     void Prepare(Work& work, const std::string& folder) const;
-    Outcome Refuse(std::int64_t number, const Request& request, const std::string& reason);
+    Outcome Refuse(const journal::Job& seen, const Request& request, const std::string& reason);
     void Finish(std::int64_t number, Outcome& outcome, const Work& work);
     void RemoveOldRuns();
     bool PerhapsSent(const Request& request) const;

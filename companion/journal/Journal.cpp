@@ -325,6 +325,11 @@ bool MayBeTakenUp(const Job& job) {
     return job.state == State::Received && !job.place;
 }
 
+bool IsSameAttempt(const Job& job, const Job& seen) {
+    return job.received == seen.received && job.place == seen.place &&
+           job.registerName == seen.registerName;
+}
+
 [[noreturn]] void RefuseState(const Job& job, const char* what) {
     const std::string name = job.id ? "'" + *job.id + "'" : "number " + std::to_string(job.number);
     throw WrongState("job " + name + " cannot be " + what + ": it is " + Word(job.state) +
@@ -645,11 +650,12 @@ void Journal::StartSending(std::int64_t number, const std::string& registerName,
     transaction.Commit();
 }
 
-void Journal::GiveUp(std::int64_t number, const std::string& outcome, int exitCode) {
+void Journal::GiveUp(const Job& seen, const std::string& outcome, int exitCode) {
     Transaction transaction(database_);
-    const Job job = Get(number);
+    const Job job = Get(seen.number);
     if (job.state != State::Received) RefuseState(job, "given up");
-    WriteEnd(database_, number, {notPrinted, outcome, exitCode, true});
+    if (!IsSameAttempt(job, seen)) throw OutOfTurn("the job was taken up again");
+    WriteEnd(database_, seen.number, {notPrinted, outcome, exitCode, true});
     transaction.Commit();
 }
 

@@ -230,8 +230,9 @@ class Journal {
                       std::optional<std::int64_t> place = {});
 
     /// The end of a job that was received and could not be sent: not-printed. WrongState in any
-    /// other state, so that nobody ends what another process is sending.
-    void GiveUp(std::int64_t number, const std::string& outcome, int exitCode);
+    /// other state, so that nobody ends what another process is sending. OutOfTurn when the job was
+    /// taken up again since it was seen.
+    void GiveUp(const Job& seen, const std::string& outcome, int exitCode);
 
     /// The end of a job in state sending, by the process that sent it, or by one that knows that
     /// there is none any more. Else WrongState.

@@ -29,7 +29,7 @@ class WrongState : public JournalError {
     using JournalError::JournalError;
 };
 
-/// The job has left its place in the queue since that was seen.
+/// The job has left its place in the queue, or is another attempt, since it was seen.
 class OutOfTurn : public WrongState {
     using WrongState::WrongState;
 };

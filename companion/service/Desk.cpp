@@ -77,7 +77,7 @@ Job Desk::GiveUp(std::int64_t number, const std::string& reason) {
     const Job job = journal_.Get(number);
     if (!job.InQueue()) throw journal::WrongState("the job is in no queue");
     const job::Outcome outcome = Unprinted(job, reason);
-    journal_.GiveUp(number, job::ToRecord(outcome), outcome.exitCode);
+    journal_.GiveUp(job, job::ToRecord(outcome), outcome.exitCode);
     return journal_.Get(number);
 }
 

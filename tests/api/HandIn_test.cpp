@@ -223,7 +223,7 @@ TEST_F(HandInWaiting, IsNotDoneForWhatIsNoNumber) {
                                      "return=minimal", "wait=99999999999999999999"}) {
         const http::Request request = HandingIn(prefer, tart, "default", prefer);
         EXPECT_EQ(Ask(request, boss_).status, 202) << prefer;
-        journal_.GiveUp(NumberOf(prefer), "{}", 2);
+        journal_.GiveUp(journal_.Get(NumberOf(prefer)), "{}", 2);
     }
 }
 
@@ -253,7 +253,7 @@ TEST_F(HandInWaiting, TellsWhyTheDriverWasNotStarted) {
     outcome.id = "a";
     outcome.registerName = "default";
     job::SettleUnsent(outcome, false, 2, 50, "The run was cut off before it began");
-    journal_.GiveUp(NumberOf("a"), job::ToRecord(outcome), 2);
+    journal_.GiveUp(journal_.Get(NumberOf("a")), job::ToRecord(outcome), 2);
     const auto response = AskAgain(waiting);
     EXPECT_EQ(ProblemIn(*response), "503 not-printed");
     const json body = json::parse(response->body);

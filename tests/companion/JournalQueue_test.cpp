@@ -31,7 +31,7 @@ class Queues : public testing::Test {
     std::int64_t Queue(const std::string& id, const std::string& registerName = "default") {
         return journal_.Receive({id, registerName, "", tart, "till 1", true});
     }
-    void Fail(std::int64_t number) { journal_.GiveUp(number, "{}", 2); }
+    void Fail(std::int64_t number) { journal_.GiveUp(journal_.Get(number), "{}", 2); }
     void Print(std::int64_t number) {
         journal_.StartSending(number, "default", "");
         journal_.Finish(number, {printed, "{}", 0, false});
@@ -199,6 +199,20 @@ TEST_F(JournalQueue, LetsNobodySendAJobThatHasLeftThePlaceThatWasSeen) {
     EXPECT_EQ(journal_.Get(number).state, State::Received);
     journal_.StartSending(number, "default", "", journal_.Get(number).place);
     EXPECT_EQ(journal_.Get(number).state, State::Sending);
+}
+
+TEST_F(JournalQueue, LetsNobodyGiveUpAnotherAttemptThanTheOneThatWasSeen) {
+    const std::int64_t number = Queue("a");
+    const Job seen = journal_.Get(number);
+    Fail(number);
+    Queue("a");
+    EXPECT_THROW(journal_.GiveUp(seen, "{}", 2), OutOfTurn);
+    EXPECT_TRUE(journal_.Get(number).InQueue());
+    const std::int64_t left = journal_.Receive({"b", "default", "", tart});
+    const Job unqueued = journal_.Get(left);
+    Queue("b");
+    EXPECT_THROW(journal_.GiveUp(unqueued, "{}", 2), OutOfTurn);
+    EXPECT_TRUE(journal_.Get(left).InQueue());
 }
 
 // --- withdrawn -----------------------------------------------------------------------------------
@@ -600,7 +614,8 @@ class SecondVersion : public testing::Test {
   protected:
     SecondVersion() {
         Journal journal(path_);
-        journal.GiveUp(journal.Receive({"old", "default", "", tart, "till 1", true}), "{}", 2);
+        const std::int64_t old = journal.Receive({"old", "default", "", tart, "till 1", true});
+        journal.GiveUp(journal.Get(old), "{}", 2);
         for (const char* statement :
              {"DROP INDEX events_register", "DROP TABLE served", "DROP INDEX jobs_ended",
               "CREATE INDEX jobs_ended ON jobs(ended) WHERE state IN('done','failed')",

@@ -271,7 +271,7 @@ TEST_F(JournalFinish, IsRefusedForAJobThatWasNeverSent) {
 
 TEST_F(JournalGiveUp, EndsAJobThatWasNeverSentAsNotPrinted) {
     const std::int64_t number = Received("a");
-    journal.GiveUp(number, outcome, 2);
+    journal.GiveUp(journal.Get(number), outcome, 2);
     const Job job = journal.Get(number);
     EXPECT_EQ(job.state, State::Failed);
     EXPECT_EQ(job.verdict, notPrinted);
@@ -285,7 +285,7 @@ TEST_F(JournalGiveUp, IsRefusedForWhatAnotherProcessIsSendingOrHasSent) {
     for (const std::int64_t number : {Sending("a"), Finished("b", unknown), Finished("c", printed),
                                       Finished("d", notPrinted)}) {
         const State before = StateOfJob(number);
-        EXPECT_THROW(journal.GiveUp(number, outcome, 2), WrongState);
+        EXPECT_THROW(journal.GiveUp(journal.Get(number), outcome, 2), WrongState);
         EXPECT_EQ(StateOfJob(number), before);
     }
 }
@@ -571,7 +571,7 @@ TEST_F(JournalFile, IsWaitedForAsLongAsTheProgramWantsTo) {
     journal.SetPatience(std::chrono::milliseconds(1));
     EXPECT_THROW(Received("a"), JournalBusy);
     EXPECT_THROW(journal.StartSending(waiting, "default", ""), JournalBusy);
-    EXPECT_THROW(journal.GiveUp(waiting, "{}", 2), JournalBusy);
+    EXPECT_THROW(journal.GiveUp(journal.Get(waiting), "{}", 2), JournalBusy);
     EXPECT_THROW(journal.Resolve(doubt, Decision::Printed, "anna", ""), JournalBusy);
     EXPECT_THROW(journal.Prune(0, InDays(1)), JournalBusy);
     EXPECT_THROW(journal.Serve({"default"}, "/run/one.sock"), JournalBusy);

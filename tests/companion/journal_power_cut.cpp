@@ -147,7 +147,7 @@ class Life {
 
     void GiveUp(const std::string& id) {
         const std::string outcome = End(id, notPrinted);
-        Do([&] { journal_->GiveUp(numbers_.at(id), outcome, 2); });
+        Do([&] { journal_->GiveUp(journal_->Get(numbers_.at(id)), outcome, 2); });
     }
 
     void Finish(const std::string& id, const std::string& verdict) {
@@ -262,7 +262,8 @@ class Campaign {
         const Database database(path, disk.Name());
         Statement check(database, "PRAGMA integrity_check");
         if (!check.Step() || check.Text(0) != "ok") throw JournalError("damaged: " + check.Text(0));
-        journal.GiveUp(journal.Receive({std::nullopt, "other", "/sale.txt", "x"}), "", 1);
+        journal.GiveUp(journal.Get(journal.Receive({std::nullopt, "other", "/sale.txt", "x"})), "",
+                       1);
         return world;
     }
 

@@ -121,7 +121,7 @@ TEST_F(voltisctlJobs, SaysThatThereIsNoSuchJob) {
 
 TEST_F(voltisctlJobs, PrintsValidJsonWhateverTheBytes) {
     const std::int64_t number = book.Receive({"a", "default", "/shop/\xE9.txt", "\xFF\0 \xC3"});
-    book.GiveUp(number, "no JSON \xFE", 2);
+    book.GiveUp(book.Get(number), "no JSON \xFE", 2);
     const json job = JobsJson({"a"});
     EXPECT_EQ(job.at("file"), "/shop/\xEF\xBF\xBD.txt");
     EXPECT_EQ(job.at("outcome"), "no JSON \xEF\xBF\xBD");

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "companion/job/Job.h"
@@ -32,6 +33,7 @@ History::History(Disk& disk, std::uint64_t seed, Defect defect)
     dangers_.refusals = stage_.Below(20);
     dangers_.ends = stage_.Below(15);
     dangers_.lostAnswers = stage_.Below(100);
+    dangers_.noDisk = stage_.Chance(30) ? 40 : 0;
     dangers_.withoutLock = defect == Defect::NoLock;
     failures_ = stage_.Below(8);
     lastEvent_ = disk_.journal->LastEvent();
@@ -106,33 +108,58 @@ void History::WaitForJournal(const Stage::Condition& condition) {
     });
 }
 
+runner::LockWait History::UntilTheEnd() const {
+    return {patience.longest, [this] { return !isEnding_; }};
+}
+
+// Whether a program that prints by itself has left something, is at work, or is dead.
+bool History::WaitForWork(const job::Jobs& jobs, const Tape& tape) {
+    bool lost = false;
+    std::size_t asked = 0;
+    bool holds = false;
+    stage_.WaitFor([&] {
+        if (std::exchange(asked, disk_.vfs.Steps()) != disk_.vfs.Steps()) {
+            lost = jobs.HasLeft();
+            holds = lost || Next(tape.name);
+        }
+        return holds || isEnding_;
+    });
+    return lost;
+}
+
 void History::Serve(Tape& tape) {
     job::Jobs jobs(*disk_.journal, profiles_[tape.name], RegisterFor(tape), "runs/" + tape.name);
-    FindOut(jobs);
-    while (true) {
-        bool lost = false;
-        WaitForJournal([&] {
-            lost = jobs.HasLeft();
-            return lost || Next(tape.name);
-        });
-        if (lost) {  // by a program that prints by itself, and is at work, or dead
+    while (!isEnding_) {
+        const bool lost = WaitForWork(jobs, tape);
+        if (isEnding_) return;
+        if (Next(tape.name)) {
+            PrintNext(jobs);
+        } else if (lost) {
             FindOut(jobs);
             stage_.Pause();
         }
-        if (Next(tape.name)) PrintNext(jobs);
     }
 }
 
 void History::FindOut(job::Jobs& jobs) {
     try {
-        jobs.FindOut(patience);
-    } catch (const std::exception&) {  // somebody else has the register
+        jobs.FindOut(UntilTheEnd());
+    } catch (const std::exception&) {  // somebody else has the register, or it fails
         ++counts_["not found out at once"];
     }
 }
 
+// A worker that fails is started again.
 void History::PrintNext(job::Jobs& jobs) {
-    const auto outcome = jobs.DoNext(patience, {});
+    std::optional<job::Outcome> outcome;
+    try {
+        outcome = jobs.DoNext(UntilTheEnd(), {});
+    } catch (const std::runtime_error& failure) {
+        if (std::string(failure.what()) != cannotRecover)
+            Blame(std::string("a worker ended: ") + failure.what());
+        ++counts_["workers that failed"];
+        return stage_.Pause();
+    }
     if (!outcome) return;
     CheckTold(*outcome, disk_.journal->Find(outcome->id.value())->content);
     ++counts_["jobs of the queue"];
@@ -243,6 +270,14 @@ void History::StopService() {
     if (!service_) return;
     stage_.Kill(*service_);
     service_.reset();
+    isEnding_ = false;
+}
+
+// After what its workers are doing.
+void History::EndService() {
+    if (!service_) return;
+    isEnding_ = true;
+    ++counts_["services ended"];
 }
 
 void History::FailPower() {
@@ -263,10 +298,11 @@ void History::WakeOrSleep() {
 }
 
 void History::FailPerhaps() {
+    if (isEnding_ && !stage_.IsAlive(*service_)) StopService();
     if (!service_ && stage_.Chance(20)) StartService();
     if (failures_ == 0 || !stage_.Chance(4)) return;
     --failures_;
-    const std::size_t kind = stage_.Below(10);
+    const std::size_t kind = stage_.Below(12);
     const std::vector<Stage::Process>& victims = kind < 6 ? drivers_ : workers_;
     if (kind < 3) return ++counts_["services killed"], StopService();
     if (kind < 8) {
@@ -275,6 +311,7 @@ void History::FailPerhaps() {
         return;
     }
     if (kind == 8) return ++counts_["power failures"], FailPower();
+    if (kind >= 10) return EndService();
     ++counts_["registers silent or back"], WakeOrSleep();
 }
 
@@ -330,10 +367,18 @@ void History::CheckOrder(const journal::Event& event) {
     for (auto& [name, jobs] : queues_) std::erase(jobs, event.job);
 }
 
+// A job of the queue is given up for what concerns the job, and for nothing else.
+void History::CheckReason(const Job& job) {
+    for (const char* reason : {nobodyWaits, cannotRecover})
+        if (job.place && job.outcome.find(reason) != std::string::npos)
+            Blame(job.id.value_or("") + " was given up because " + reason);
+}
+
 void History::LookAt(const journal::Event& event) {
     const Job job = disk_.journal->Get(event.job);
     if (event.state == State::Sending || event.state == State::Failed) CheckOrder(event);
     if (job.state != event.state || !IsSettled(job)) return;
+    CheckReason(job);
     job::Outcome outcome = job::FromRecord(job.outcome);
     if (!job.resolvedAt.empty()) outcome.of = 0;
     if (job.verdict == journal::printed) outcome.verdict = Kind::Printed;

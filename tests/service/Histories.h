@@ -73,6 +73,8 @@ class History {
     bool GivesUp(std::int64_t number);
     void Resolve(const journal::Job& job);
     bool Next(const std::string& registerName) const;
+    runner::LockWait UntilTheEnd() const;
+    bool WaitForWork(const job::Jobs& jobs, const Tape& tape);
     void FindOut(job::Jobs& jobs);
     void PrintNext(job::Jobs& jobs);
     void WaitForJournal(const Stage::Condition& condition);
@@ -81,6 +83,7 @@ class History {
     // Chaos:
     void StartService();
     void StopService();
+    void EndService();
     void FailPerhaps();
     void FailPower();
     void WakeOrSleep();
@@ -88,6 +91,7 @@ class History {
     void LookAtEvents();
     void LookAt(const journal::Event& event);
     void CheckOrder(const journal::Event& event);
+    void CheckReason(const journal::Job& job);
     void CheckTold(const job::Outcome& outcome, const std::string& content);
     void CheckEnd();
     std::size_t OnTape(const std::string& content) const;
@@ -108,6 +112,7 @@ class History {
     std::map<std::string, std::vector<std::int64_t>> queues_;  // as the tills were told
     std::set<std::int64_t> promised_;                          // a till knows that they are taken
     std::optional<Stage::Process> service_;
+    bool isEnding_ = false;  // the service, after what it is doing
     std::vector<Stage::Process> workers_, drivers_, others_;
     std::size_t lastStep_ = 0;  // of the disk
     std::int64_t lastEvent_ = 0;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include "companion/job/Outcome.h"
@@ -131,6 +132,7 @@ Outcome SimulatedWork::Run(const job::Errand& errand) {
 
 Outcome SimulatedWork::Recover(const job::Errand& errand) {
     stage_.Pause();
+    if (stage_.Chance(dangers_.noDisk)) throw std::runtime_error(cannotRecover);
     Tape::Run& run = tape_.runs[errand.folder];
     const std::size_t of = CommandsOf(errand.content);
     const std::size_t printed = run.printed;
@@ -171,6 +173,7 @@ std::size_t CommandsOf(const std::string& content) {
 std::unique_ptr<job::Hold> SimulatedRegister::Lock(const runner::LockWait& wait) {
     stage_.Pause();
     for (auto turns = wait.longest.count(); tape_.locked && !dangers_.withoutLock; --turns) {
+        if (!wait.goOn()) throw runner::DeviceBusy(nobodyWaits);
         if (turns <= 0) throw runner::DeviceBusy("the register is in use");
         stage_.Pause();
     }

@@ -38,8 +38,13 @@ struct Dangers {
     std::size_t refusals = 0;     // percent of runs that end before the first command
     std::size_t ends = 0;         // percent of commands before which the driver ends
     std::size_t lostAnswers = 0;  // percent of such ends that leave one command in doubt
+    std::size_t noDisk = 0;       // percent of recoveries that fail
     bool withoutLock = false;     // for the proof that it is missed
 };
+
+/// Texts of failures that are no end of a job.
+inline constexpr char nobodyWaits[] = "nobody waits for the register any more";
+inline constexpr char cannotRecover[] = "nobody can find out now";
 
 class SimulatedRegister : public job::Register {
   public:

@@ -57,7 +57,13 @@ class Worker : public testing::Test {
         work_ = std::async(std::launch::async, [this, idle] {
             journal::Journal journal(till_.File("journal.db"));
             job::Jobs jobs(journal, till_.profile, site_, till_.File("runs"));
-            service::WorkOff(jobs, {wake_.from, tell_.to, 0ms, idle});
+            service::WorkerOptions options;
+            options.wakeFd = wake_.from;
+            options.endFd = end_.from;
+            options.tellFd = tell_.to;
+            options.patience = patience_;
+            options.idle = idle;
+            service::WorkOff(jobs, options);
         });
     }
     // What it throws is thrown here.
@@ -86,7 +92,8 @@ class Worker : public testing::Test {
     Till till_;
     journal::Journal journal_{till_.File("journal.db")};
     job::Site site_{VoltisPath(), till_.File("locks"), till_.File("logs")};
-    Pipe wake_, tell_;
+    Pipe wake_, tell_, end_;
+    std::chrono::milliseconds patience_{0};
     workbench::Serving serving_{till_.Station().server};
     std::future<void> work_;
 };
@@ -162,4 +169,40 @@ TEST_F(Worker, SaysWhenTheJournalIsGone) {
     journal::Run(journal::Database(till_.File("journal.db"), nullptr), "DROP TABLE jobs");
     EXPECT_EQ(work_.wait_for(10s), std::future_status::ready);
     EXPECT_THROW(Stop(), journal::JournalError);
+}
+
+TEST_F(Worker, EndsTheReceiptFirstAlsoWhenASignalEndsIt) {
+    HandIn("A");
+    Start();
+    ASSERT_TRUE(ComesInto("A", State::Sending));
+    HandIn("B");
+    ASSERT_EQ(write(end_.to, "", 1), 1);
+    ASSERT_EQ(work_.wait_for(30s), std::future_status::ready);
+    EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
+    EXPECT_TRUE(journal_.Find("B")->InQueue());
+}
+
+// As long as it is patient, it would not come to an end.
+TEST_F(Worker, EndsWhileItWaitsForTheRegisterAndLeavesTheJobInItsQueue) {
+    const runner::DeviceLock lock(runner::LockFileOf(till_.profile, site_.locks));
+    patience_ = 10s;
+    HandIn("A");
+    Wake();
+    Start();
+    EXPECT_FALSE(tell_.HasNews(200ms));
+    const auto before = std::chrono::steady_clock::now();
+    Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, 5s);
+    EXPECT_TRUE(journal_.Find("A")->InQueue());
+}
+
+TEST_F(Worker, LeavesTheQueueAloneWhenItCannotFindOutWhatWasCutOff) {
+    const auto cut = journal_.Receive({"A", "default", "/pos/sale.txt", oneSale});
+    journal_.StartSending(cut, "default", "/proc/no/folder");
+    HandIn("B");
+    Start(20ms);
+    EXPECT_EQ(work_.wait_for(20s), std::future_status::ready);
+    EXPECT_THROW(Stop(), std::exception);
+    EXPECT_EQ(StateOf("A"), State::Sending);
+    EXPECT_TRUE(journal_.Find("B")->InQueue());
 }
