@@ -11,7 +11,8 @@
 
 namespace voltisd {
 
-/// Until the server closes its end. std::exception: it cannot go on.
+/// Until the server closes its end, or SIGTERM or SIGINT comes; a receipt that is being printed is
+/// ended first. std::exception: it cannot go on.
 void Work(const Place& place, const std::string& registerName, std::chrono::seconds patience);
 
 }  // namespace voltisd

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <thread>
@@ -93,6 +94,12 @@ bool Daemon::Start() {
 
 void Daemon::Signal(int signal) const {
     if (process_ > 0) kill(process_, signal);
+}
+
+pid_t Daemon::Worker() const {
+    const std::string own = std::to_string(process_);
+    const std::string children = "/proc/" + own + "/task/" + own + "/children";
+    return static_cast<pid_t>(std::strtol(runner::ReadFileIfAny(children).c_str(), nullptr, 10));
 }
 
 int Daemon::WaitForEnd(std::chrono::milliseconds longest) {

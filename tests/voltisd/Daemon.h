@@ -29,6 +29,8 @@ class Daemon {
     /// Returns when the socket takes connections. False: it has ended instead.
     bool Start();
     void Signal(int signal) const;
+    /// 0: it has none now.
+    pid_t Worker() const;
     /// -1: it has not ended in time, or by a signal.
     int WaitForEnd(std::chrono::milliseconds longest = std::chrono::seconds(30));
     /// As kill -9; its worker goes on until it notices.

@@ -118,6 +118,18 @@ TEST_F(Voltisd, EndsAfterTheReceiptThatIsBeingPrinted) {
     EXPECT_EQ(Receipts(), 1);
 }
 
+TEST_F(Voltisd, ReplacesAWorkerThatASignalEndsAfterItsReceipt) {
+    Start();
+    StartRegister();
+    EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 0).status, 202);
+    ASSERT_TRUE(WaitFor("sale 1", State::Sending));
+    for (const int signal : {SIGHUP, SIGTERM, SIGINT}) kill(daemon_.Worker(), signal);
+    EXPECT_TRUE(WaitFor("sale 1", State::Done));
+    EXPECT_TRUE(WaitUntilItSays("the worker of register 'default' exit status 0")) << daemon_.Said();
+    EXPECT_EQ(Daemon::JsonOf(daemon_.HandIn("sale 2", oneSale, 40))["verdict"], "printed");
+    EXPECT_EQ(Receipts(), 2);
+}
+
 TEST_F(Voltisd, TellsWhoWaitsThatTheRegisterDoesNotAnswer) {
     Start();
     const Answer answer = daemon_.HandIn("sale 1", oneSale, 40);
