@@ -21,6 +21,7 @@ namespace server {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
 [[noreturn]] void Fail(const char* what, int code = errno) {
     throw std::system_error(code, std::generic_category(), what);
@@ -34,10 +35,9 @@ struct Pipe {
 };
 
 // Above those that the child gets.
-Descriptor Higher(int fd) {
+Descriptor Higher(const Descriptor& low) {
     constexpr int lowest = 16;
-    const Descriptor low(fd);
-    Descriptor higher(fcntl(fd, F_DUPFD_CLOEXEC, lowest));
+    Descriptor higher(fcntl(low.Fd(), F_DUPFD_CLOEXEC, lowest));
     if (!higher.IsOpen()) Fail("pipe");
     return higher;
 }
@@ -45,8 +45,9 @@ Descriptor Higher(int fd) {
 Pipe OpenPipe() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) Fail("pipe");
-    Descriptor from = Higher(ends[0]);
-    return {std::move(from), Higher(ends[1])};
+    const Descriptor from(ends[0]);
+    const Descriptor to(ends[1]);
+    return {Higher(from), Higher(to)};
 }
 
 // This process must never wait for a worker.
@@ -128,6 +129,7 @@ Workers::Workers(Loop& loop, Command command, WorkersOptions options)
 
 Workers::~Workers() {
     for (auto& [name, worker] : workers_) LetGo(worker);
+    loop_.Cancel(burial_);
 }
 
 void Workers::Start(const std::string& registerName) {
@@ -139,27 +141,52 @@ void Workers::Start(const std::string& registerName) {
     Spawn(at->second);
 }
 
-void Workers::Spawn(Worker& worker) try {
-    Pipe wake = OpenPipe();
-    Pipe tell = OpenPipe();
-    NeverWait(wake.to);
-    NeverWait(tell.from);
-    worker.started = Clock::now();
-    worker.process =
-        ProcessOf(Spawned(command_(worker.registerName), wake.from.Fd(), tell.to.Fd()));
-    worker.wake = std::move(wake.to);
-    worker.tell = std::move(tell.from);
-    loop_.Watch(worker.tell.Fd(), [this, &worker] { TakeNews(worker); });
-    loop_.Watch(worker.process.Fd(), [this, name = worker.registerName] { TakeEnd(name); });
-} catch (const std::exception& failure) {
-    Died(worker, failure.what());
+void Workers::Spawn(Worker& worker) {
+    pid_t pid = 0;
+    try {
+        Pipe wake = OpenPipe();
+        Pipe tell = OpenPipe();
+        NeverWait(wake.to);
+        NeverWait(tell.from);
+        worker.started = Clock::now();
+        pid = Spawned(command_(worker.registerName), wake.from.Fd(), tell.to.Fd());
+        worker.process = ProcessOf(pid);
+        worker.wake = std::move(wake.to);
+        worker.tell = std::move(tell.from);
+        loop_.Watch(worker.tell.Fd(), [this, &worker] { TakeNews(worker); });
+        loop_.Watch(worker.process.Fd(), [this, name = worker.registerName] { TakeEnd(name); });
+    } catch (const std::exception& failure) {
+        LetGo(worker);
+        if (pid > 0) unwatched_.push_back(pid);
+        Bury();
+        Died(worker, failure.what());
+    }
+}
+
+// A process that cannot be watched ends soon, for its wake pipe is closed.
+void Workers::Bury() {
+    std::erase_if(unwatched_, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+    loop_.Cancel(burial_);
+    if (!unwatched_.empty()) burial_ = loop_.After(options_.pause, [this] { Bury(); });
 }
 
 void Workers::Wake(const std::string& registerName) {
     const auto worker = workers_.find(registerName);
-    if (worker == workers_.end() || !worker->second.wake.IsOpen()) return;
+    if (worker == workers_.end()) return;
+    if (!worker->second.process.IsOpen()) return SpawnAt(worker->second, options_.pause);
+    if (!worker->second.wake.IsOpen()) return;
     // A full pipe says as much.
     [[maybe_unused]] const ssize_t ignored = write(worker->second.wake.Fd(), "", 1);
+}
+
+// So long after its end, if it is not to be sooner.
+void Workers::SpawnAt(Worker& worker, milliseconds pause) {
+    const auto due = worker.ended + pause;
+    if (due >= worker.due) return;
+    worker.due = due;
+    loop_.Cancel(worker.timer);
+    const auto left = std::chrono::ceil<milliseconds>(due - Clock::now());
+    worker.timer = loop_.After(std::max(left, milliseconds(0)), [this, &worker] { Spawn(worker); });
 }
 
 void Workers::Stop(const std::string& registerName) {
@@ -231,7 +258,9 @@ void Workers::LetGo(Worker& worker) {
 
 void Workers::Died(Worker& worker, const std::string& how) {
     if (Clock::now() - worker.started >= options_.healthy) worker.pause = options_.pause;
-    worker.timer = loop_.After(worker.pause, [this, &worker] { Spawn(worker); });
+    worker.ended = Clock::now();
+    worker.due = Clock::time_point::max();
+    SpawnAt(worker, worker.pause);
     worker.pause = std::min(worker.pause * 2, options_.longestPause);
     onDied_(std::string(worker.registerName), how);
 }

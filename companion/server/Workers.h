@@ -53,6 +53,7 @@ class Workers {
 
     /// Does nothing where there is one. One that is ending is started again when it has ended.
     void Start(const std::string& registerName);
+    /// One that has died and waits to be started again does not wait longer than the first pause.
     void Wake(const std::string& registerName);
     /// Closes its wake pipe.
     void Stop(const std::string& registerName);
@@ -70,12 +71,15 @@ class Workers {
         Descriptor process;  // none: it will be started after a pause
         Descriptor wake;
         Descriptor tell;
-        std::chrono::steady_clock::time_point started;
+        std::chrono::steady_clock::time_point started, ended;
+        std::chrono::steady_clock::time_point due;  // to be started again
         std::chrono::milliseconds pause{0};
         Loop::TimerId timer = 0;
     };
 
     void Spawn(Worker& worker);
+    void SpawnAt(Worker& worker, std::chrono::milliseconds pause);
+    void Bury();
     void TakeNews(Worker& worker);
     void TakeEnd(const std::string& registerName);
     void LetGo(Worker& worker);
@@ -88,6 +92,8 @@ class Workers {
     std::function<void(const std::string&, const std::string&)> onDied_ = [](const std::string&,
                                                                              const std::string&) {};
     std::map<std::string, Worker> workers_;
+    std::vector<pid_t> unwatched_;
+    Loop::TimerId burial_ = 0;
 };
 
 }  // namespace server

@@ -8,15 +8,18 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "companion/server/Manager.h"
 #include "tests/server/Clients.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TempDir.h"
 
 using namespace std::chrono_literals;
@@ -258,6 +261,56 @@ TEST(Workers, ThatCannotBeStartedAreTriedAgain) {
     EXPECT_EQ(OpenDescriptors(), descriptors);
     workers.StopAll();
     EXPECT_THAT(workers.Running(), IsEmpty());
+}
+
+TEST(Workers, ThatWaitForAnotherStartDoSoNoLongerThanThereIsNoWork) {
+    Loop loop;
+    std::size_t deaths = 0;
+    Workers workers(loop, Shell("exit 1"), WorkersOptions{10ms, 1h, 1h});
+    workers.OnDied([&](const std::string& name, const std::string&) {
+        ++deaths;
+        workers.Wake(name);
+    });
+    const auto begin = std::chrono::steady_clock::now();
+    workers.Start("kasse");
+    EXPECT_TRUE(Turns(loop, [&] { return deaths == 14; }));  // and not after 10 ms << 13
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 130ms);
+}
+
+TEST(Workers, ThatCannotBeWatchedLeaveNothing) {
+    if (sanitized) GTEST_SKIP() << "the sanitizer itself needs descriptors";
+    const rlimit few{64, 64};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    Loop loop;
+    std::vector<std::string> died;
+    std::vector<int> hoard;  // all descriptors that there are left
+    std::size_t before = 0;
+    const auto command = [&](const std::string&) {
+        while (died.size() < 2 && (hoard.empty() || hoard.back() >= 0))
+            hoard.push_back(dup(STDERR_FILENO));
+        return std::vector<std::string>{"/bin/sh", "-c", "cat <&3 >/dev/null"};
+    };
+    const auto freeHoard = [&] {
+        for (const int fd : hoard) close(fd);
+        hoard.clear();
+    };
+    Workers workers(loop, command, WorkersOptions{10ms, 20ms, 1h});
+    workers.OnDied([&](const std::string&, const std::string& how) {
+        freeHoard();
+        died.push_back(how);
+        EXPECT_EQ(OpenDescriptors(), before);
+    });
+    before = OpenDescriptors();
+    workers.Start("kasse");
+    EXPECT_TRUE(Turns(loop, [&] { return workers.IsAtWork("kasse"); }));
+    EXPECT_THAT(died, testing::Each(HasSubstr("pidfd")));
+    EXPECT_THAT(died, SizeIs(2));
+    const std::string own = "/proc/self/task/" + std::to_string(getpid()) + "/children";
+    const auto isAlone = [&] {
+        const std::string children = ReadWholeFile(own);
+        return std::ranges::count(children, ' ') == 1;
+    };
+    EXPECT_TRUE(Turns(loop, isAlone)) << ReadWholeFile(own);
 }
 
 TEST(Workers, ThatAreWantedAgainWhileTheyEndAreStartedAgain) {
