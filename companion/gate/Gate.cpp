@@ -3,8 +3,6 @@
 
 #include "companion/gate/Gate.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <strings.h>
 
 #include <iterator>
@@ -16,6 +14,7 @@
 
 namespace gate {
 
+using http::CountedAs;
 using http::ProblemOf;
 using http::Request;
 using http::Response;
@@ -28,21 +27,6 @@ constexpr char realm[] = "Bearer realm=\"voltis\"";
 
 http::RateLimit LimitOf(const Rate& rate) {
     return {rate.atOnce, rate.aSecond, mostAddresses};
-}
-
-// One machine has all IPv6 addresses of a network, and may show a new one with every request.
-std::string CountedAs(const std::string& address) {
-    in6_addr parts{};
-    if (inet_pton(AF_INET6, address.c_str(), &parts) != 1) return address;
-    constexpr std::size_t network = 8;
-    if (!IN6_IS_ADDR_V4MAPPED(&parts)) {
-        const auto* const begin = std::begin(parts.s6_addr);
-        return "network " + std::string(begin, begin + network);
-    }
-    constexpr std::size_t mapped = 12;
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, parts.s6_addr + mapped, text, sizeof text);
-    return text;
 }
 
 bool ChangesSomething(const Request& request) {

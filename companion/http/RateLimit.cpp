@@ -3,10 +3,29 @@
 
 #include "companion/http/RateLimit.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <iterator>
 
 namespace http {
+
+std::string CountedAs(const std::string& address) {
+    in6_addr parts{};
+    if (inet_pton(AF_INET6, address.c_str(), &parts) != 1) return address;
+    constexpr std::size_t network = 8;
+    if (!IN6_IS_ADDR_V4MAPPED(&parts)) {
+        const auto* const begin = std::begin(parts.s6_addr);
+        return "network " + std::string(begin, begin + network);
+    }
+    constexpr std::size_t mapped = 12;
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, parts.s6_addr + mapped, text, sizeof text);
+    return text;
+}
 
 void RateLimit::ForgetOne() {
     buckets_.erase(std::ranges::min_element(buckets_, {},

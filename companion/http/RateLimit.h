@@ -11,6 +11,10 @@
 
 namespace http {
 
+/// As whom to count a caller of that address: one machine has all IPv6 addresses of a network, and
+/// may show a new one each time.
+std::string CountedAs(const std::string& address);
+
 class RateLimit {
   public:
     using Time = std::chrono::steady_clock::time_point;

@@ -22,6 +22,7 @@
 #include "companion/http/Service.h"
 #include "companion/server/Descriptor.h"
 #include "companion/server/HttpServer.h"
+#include "companion/server/Peer.h"
 
 namespace server {
 
@@ -137,6 +138,7 @@ class HttpServer::Implementation {
 
     http::Service& service_;
     ServerOptions options_;
+    Accounts accounts_;
     Descriptor epoll_;  // those of the daemons, and who closes a connection
     std::list<Listener> listeners_;
     std::map<const Connection*, std::unique_ptr<Connection>> connections_;

@@ -26,7 +26,7 @@ struct ServerOptions {
     RequestLimits request;
     /// At each listening socket; further ones are closed at once.
     std::size_t connections = 256;
-    /// Of one address, at all sockets together.
+    /// Of one address, at all sockets together; those of one IPv6 network are one.
     std::size_t connectionsOfAddress = 64;
     /// Of one address, or of one account at the Unix sockets. A further one gets status 429.
     std::size_t streamsOfCaller = 8;

@@ -14,13 +14,12 @@
 #include <cstddef>
 #include <cstring>
 #include <stdexcept>
-#include <vector>
 
 namespace server {
 
 namespace {
 
-using Groups = std::vector<gid_t>;
+using Groups = Account::Groups;
 
 std::string TextOf(int family, const void* address) {
     std::array<char, INET6_ADDRSTRLEN> text{};
@@ -42,11 +41,6 @@ std::string OfVersion6(const in6_addr& address) {
     return TextOf(AF_INET6, &address);
 }
 
-struct Account {
-    std::string name;
-    Groups groups;
-};
-
 Groups GroupsOf(const char* name, gid_t first) {
     int count = 64;
     Groups groups(static_cast<std::size_t>(count));
@@ -57,13 +51,15 @@ Groups GroupsOf(const char* name, gid_t first) {
 }
 
 // An account that was removed while its processes run has a number alone.
-Account AccountOf(uid_t number) {
+Account AccountOfSystem(uid_t number, bool withGroups) {
     std::vector<char> memory(64UL * 1024);
     passwd entry = {};
     passwd* found = nullptr;
     getpwuid_r(number, &entry, memory.data(), memory.size(), &found);
-    if (found == nullptr) return {"uid " + std::to_string(number), {}};
-    return {entry.pw_name, GroupsOf(entry.pw_name, entry.pw_gid)};
+    if (found == nullptr) return {"uid " + std::to_string(number), Groups()};
+    Account account{entry.pw_name, std::nullopt};
+    if (withGroups) account.groups = GroupsOf(entry.pw_name, entry.pw_gid);
+    return account;
 }
 
 // Those of the process when it connected: a service may have more than its account.
@@ -76,8 +72,8 @@ Groups GroupsOfProcess(int fd, gid_t first) {
     return groups;
 }
 
-bool Has(const Groups& groups, std::optional<gid_t> wanted) {
-    return wanted && std::ranges::find(groups, *wanted) != groups.end();
+bool Has(const Groups& groups, gid_t wanted) {
+    return std::ranges::find(groups, wanted) != groups.end();
 }
 
 }  // namespace
@@ -91,17 +87,44 @@ std::string AddressOf(const sockaddr& address) {
     return "";
 }
 
-http::Peer PeerOf(int fd, const std::string& address, std::optional<gid_t> group) {
+// --- accounts --------------------------------------------------------------------------------
+
+Accounts::Accounts() : Accounts(AccountOfSystem, std::chrono::steady_clock::now) {}
+
+const Account& Accounts::Find(uid_t number, bool withGroups) {
+    constexpr std::chrono::seconds longEnough{60};
+    constexpr std::size_t most = 1'000;
+    const auto now = clock_();
+    std::erase_if(known_,
+                  [&](const auto& entry) { return now - entry.second.asked >= longEnough; });
+    const auto known = known_.find(number);
+    const bool suffices =
+        known != known_.end() && (!withGroups || known->second.account.groups.has_value());
+    if (suffices) return known->second.account;
+    if (known_.size() >= most) known_.clear();
+    Known& entry = known_[number];
+    entry = {ask_(number, withGroups), now};
+    return entry.account;
+}
+
+// What the kernel knows comes before what has to be looked up, perhaps by the network.
+bool Accounts::MayPrint(int fd, const ucred& process, std::optional<gid_t> group) {
+    if (process.uid == 0 || process.uid == geteuid()) return true;
+    if (!group) return false;
+    return Has(GroupsOfProcess(fd, process.gid), *group) ||
+           Has(Find(process.uid, true).groups.value_or(Groups()), *group);
+}
+
+http::Peer PeerOf(int fd, const std::string& address, std::optional<gid_t> group,
+                  Accounts& accounts) {
     http::Peer peer;
     peer.address = address;
     if (!peer.IsLocal()) return peer;
     ucred process = {};
     socklen_t size = sizeof process;
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &process, &size) != 0) return peer;
-    const Account account = AccountOf(process.uid);
-    peer.account = account.name;
-    peer.mayPrint = process.uid == 0 || process.uid == geteuid() || Has(account.groups, group) ||
-                    Has(GroupsOfProcess(fd, process.gid), group);
+    peer.mayPrint = accounts.MayPrint(fd, process, group);
+    peer.account = accounts.NameOf(process.uid);
     return peer;
 }
 

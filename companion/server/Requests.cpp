@@ -7,6 +7,7 @@
 #include <utility>
 #include <variant>
 
+#include "companion/http/RateLimit.h"
 #include "companion/server/Connections.h"
 #include "companion/server/Incoming.h"
 #include "companion/server/Outgoing.h"
@@ -51,7 +52,7 @@ ssize_t OnRoom(void* connection, std::uint64_t, char* to, std::size_t room) noex
 bool HttpServer::Implementation::HasRoomFor(const Listener& listener,
                                             const std::string& address) const {
     if (isClosing_ || listener.connections >= options_.connections) return false;
-    const auto others = ofAddress_.find(address);
+    const auto others = ofAddress_.find(http::CountedAs(address));
     return address.empty() || others == ofAddress_.end() ||
            others->second < options_.connectionsOfAddress;
 }
@@ -65,7 +66,7 @@ Connection& HttpServer::Implementation::Opened(Listener& listener, MHD_Connectio
     Connection& opened = *connection;
     connections_.emplace(&opened, std::move(connection));
     ++listener.connections;
-    ++ofAddress_[opened.address];
+    ++ofAddress_[http::CountedAs(opened.address)];
     Watch(opened);
     DueIn(opened, options_.idle);
     return opened;
@@ -75,7 +76,7 @@ void HttpServer::Implementation::Closed(Connection& connection) {
     epoll_ctl(epoll_.Fd(), EPOLL_CTL_DEL, connection.fd, nullptr);
     LeavePlaceForStream(connection);
     --connection.listener.connections;
-    LeaveOne(ofAddress_, connection.address);
+    LeaveOne(ofAddress_, http::CountedAs(connection.address));
     connections_.erase(&connection);
 }
 
@@ -126,7 +127,7 @@ MHD_Result HttpServer::Implementation::Reply(Connection& connection) {
 
 MHD_Result HttpServer::Implementation::Answer(Connection& connection) {
     if (!connection.peer)
-        connection.peer = PeerOf(connection.fd, connection.address, options_.group);
+        connection.peer = PeerOf(connection.fd, connection.address, options_.group, accounts_);
     http::Request& request = connection.exchange.request;
     request.peer = *connection.peer;
     std::optional<http::Reply> reply = Guarded([&] { return service_.Answer(request); });
@@ -180,7 +181,7 @@ void HttpServer::Implementation::Ask(Connection& connection, bool last) {
 
 std::string HttpServer::Implementation::Caller(const Connection& connection) const {
     const auto& account = connection.peer->account;
-    return account ? "account " + *account : connection.address;
+    return account ? "account " + *account : http::CountedAs(connection.address);
 }
 
 bool HttpServer::Implementation::TakePlaceForStream(Connection& connection) {

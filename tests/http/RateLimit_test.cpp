@@ -67,3 +67,11 @@ TEST(RateLimit, RemembersTheLatestCallersOnly) {
     EXPECT_FALSE(limit.Take("c", start + 4ms));
     EXPECT_TRUE(limit.Take("a", start + 5ms));  // it was forgotten
 }
+
+TEST(RateLimit, CountsANetworkOfVersion6AsOneCaller) {
+    EXPECT_EQ(http::CountedAs("2001:db8::1"), http::CountedAs("2001:db8::ffff:1"));
+    EXPECT_NE(http::CountedAs("2001:db8::1"), http::CountedAs("2001:db8:0:1::1"));
+    EXPECT_EQ(http::CountedAs("192.0.2.7"), "192.0.2.7");
+    EXPECT_EQ(http::CountedAs("::ffff:192.0.2.7"), "192.0.2.7");
+    EXPECT_EQ(http::CountedAs(""), "");
+}

@@ -2,15 +2,24 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 // Who sends nothing, too slowly or too much, and who comes too often.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <cstdint>
 #include <fstream>
 #include <list>
 #include <random>
 
+#include "companion/server/Descriptor.h"
 #include "tests/server/Clients.h"
 #include "tests/support/Sanitized.h"
 
@@ -123,6 +132,87 @@ TEST(HttpServerLimits, AnAddressHasSoManyConnections) {
     clients[0]->Close();
     ASSERT_TRUE(stage.Until([&] { return stage.server.Connections() == 3; }));
     EXPECT_EQ(stage.Get("/").status, 200);
+}
+
+namespace {
+
+// As the kernel has it; its header does not go with that of the C library.
+struct AddressOfInterface {
+    in6_addr address;
+    std::uint32_t prefix;
+    int interface;
+};
+
+in6_addr Parsed(const char* text) {
+    in6_addr address = {};
+    EXPECT_EQ(inet_pton(AF_INET6, text, &address), 1);
+    return address;
+}
+
+bool CanBind(const char* address) {
+    const server::Descriptor any(socket(AF_INET6, SOCK_DGRAM, 0));
+    sockaddr_in6 own = {};
+    own.sin6_family = AF_INET6;
+    own.sin6_addr = Parsed(address);
+    return bind(any.Fd(), reinterpret_cast<sockaddr*>(&own), sizeof own) == 0;
+}
+
+// The kernel takes a moment until an address may be used.
+bool ComesUp(const char* address) {
+    for (int i = 0; i < 500 && !CanBind(address); ++i) usleep(10'000);
+    return CanBind(address);
+}
+
+// A network of this process alone, with these addresses. False: it may have none.
+bool HasOwnNetwork(const std::vector<const char*>& addresses) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
+    const server::Descriptor any(socket(AF_INET6, SOCK_DGRAM, 0));
+    ifreq loopback = {};
+    std::string("lo").copy(loopback.ifr_name, IFNAMSIZ - 1);
+    loopback.ifr_flags = IFF_UP | IFF_RUNNING;
+    if (ioctl(any.Fd(), SIOCSIFFLAGS, &loopback) != 0) return false;
+    return std::ranges::all_of(addresses, [&](const char* text) {
+        AddressOfInterface own{Parsed(text), 64, static_cast<int>(if_nametoindex("lo"))};
+        return ioctl(any.Fd(), SIOCSIFADDR, &own) == 0 && ComesUp(text);
+    });
+}
+
+server::Descriptor ConnectedFrom(const char* address, int listening) {
+    server::Descriptor client(socket(AF_INET6, SOCK_STREAM, 0));
+    sockaddr_in6 own = {};
+    own.sin6_family = AF_INET6;
+    own.sin6_addr = Parsed(address);
+    EXPECT_EQ(bind(client.Fd(), reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
+    sockaddr_in6 there = {};
+    socklen_t size = sizeof there;
+    EXPECT_EQ(getsockname(listening, reinterpret_cast<sockaddr*>(&there), &size), 0);
+    EXPECT_EQ(connect(client.Fd(), reinterpret_cast<sockaddr*>(&there), size), 0);
+    return client;
+}
+
+}  // namespace
+
+TEST(HttpServerLimits, ANetworkOfVersion6IsAsOneAddress) {
+    if (!HasOwnNetwork({"2001:db8::1", "2001:db8::2", "2001:db8::3", "2001:db8:0:1::1"}))
+        GTEST_SKIP() << "this system gives a process no network of its own";
+    const auto listening = server::ListenAt("[2001:db8::1]:0");
+    server::ServerOptions options;
+    options.connectionsOfAddress = 2;
+    Stage stage(options);
+    stage.server.Serve(listening.Fd());
+    const auto has = [&](std::size_t count) {
+        return stage.Until([&] { return stage.server.Connections() == count; });
+    };
+    std::vector<server::Descriptor> clients;
+    for (const char* address : {"2001:db8::1", "2001:db8::2"})
+        clients.push_back(ConnectedFrom(address, listening.Fd()));
+    ASSERT_TRUE(has(2));
+    const auto further = ConnectedFrom("2001:db8::3", listening.Fd());
+    pollfd end{further.Fd(), POLLIN, 0};
+    EXPECT_TRUE(stage.Until([&] { return poll(&end, 1, 0) == 1; }));
+    EXPECT_EQ(stage.server.Connections(), 2U);
+    clients.push_back(ConnectedFrom("2001:db8:0:1::1", listening.Fd()));
+    EXPECT_TRUE(has(3));
 }
 
 TEST(HttpServerLimits, AFullSocketLeavesTheOtherOneFree) {

@@ -213,7 +213,8 @@ TEST(Peer, OfTheUnixSocketIsAnAccount) {
 namespace {
 
 // What the server is told of a process with these rights.
-http::Peer PeerWith(uid_t account, gid_t group, const std::vector<gid_t>& further, gid_t wanted) {
+http::Peer PeerWith(uid_t account, gid_t group, const std::vector<gid_t>& further, gid_t wanted,
+                    server::Accounts accounts = server::Accounts()) {
     const TempDir folder;
     const std::string path = folder.File("socket");
     std::filesystem::permissions(folder.Path(), std::filesystem::perms::all);
@@ -233,7 +234,7 @@ http::Peer PeerWith(uid_t account, gid_t group, const std::vector<gid_t>& furthe
         usleep(5'000);
     }
     EXPECT_GE(fd, 0);
-    const http::Peer peer = server::PeerOf(fd, "", wanted);
+    const http::Peer peer = server::PeerOf(fd, "", wanted, accounts);
     close(fd);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
@@ -266,6 +267,51 @@ TEST(Peer, WithoutAnAccountIsANumber) {
     const http::Peer peer = PeerWith(54321, 54321, {}, server::GroupOf("dialout"));
     EXPECT_EQ(peer.account, "uid 54321");
     EXPECT_FALSE(peer.mayPrint);
+}
+
+namespace {
+
+// Tells what was asked of the system.
+struct Asked {
+    std::vector<std::string> what;
+    std::chrono::steady_clock::time_point now;
+
+    server::Accounts Accounts() {
+        const auto ask = [this](uid_t number, bool withGroups) {
+            what.push_back(std::to_string(number) + (withGroups ? " groups" : ""));
+            server::Account account{"account " + std::to_string(number), std::nullopt};
+            if (withGroups) account.groups = {77};
+            return account;
+        };
+        return {ask, [this] { return now; }};
+    }
+};
+
+}  // namespace
+
+TEST(Peer, IsLookedUpNoFurtherThanItMatters) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser may take another account";
+    Asked asked;
+    EXPECT_TRUE(PeerWith(0, 0, {}, 99, asked.Accounts()).mayPrint);
+    EXPECT_TRUE(PeerWith(nobody, nogroup, {88}, 88, asked.Accounts()).mayPrint);
+    EXPECT_THAT(asked.what, testing::ElementsAre("0", "65534"));
+    EXPECT_TRUE(PeerWith(nobody, nogroup, {}, 77, asked.Accounts()).mayPrint);
+    EXPECT_FALSE(PeerWith(nobody, nogroup, {}, 99, asked.Accounts()).mayPrint);
+    EXPECT_THAT(asked.what, testing::ElementsAre("0", "65534", "65534 groups", "65534 groups"));
+}
+
+TEST(Accounts, AreLookedUpOnceAMinute) {
+    Asked asked;
+    server::Accounts accounts = asked.Accounts();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(accounts.NameOf(5), "account 5");
+    accounts.NameOf(6);
+    EXPECT_THAT(asked.what, testing::ElementsAre("5", "6"));
+    asked.now += std::chrono::seconds(59);
+    accounts.NameOf(5);
+    EXPECT_THAT(asked.what, testing::SizeIs(2));
+    asked.now += std::chrono::seconds(1);
+    accounts.NameOf(5);
+    EXPECT_THAT(asked.what, testing::ElementsAre("5", "6", "5"));
 }
 
 TEST(Peer, GroupHasToExist) {
