@@ -48,10 +48,12 @@ struct Listener {
 struct Exchange {
     std::string target;
     bool hasHead = false;
+    bool isVersion11 = false;  // so that an interim answer may be sent
     std::size_t received = 0;  // of the body, what was dropped included
     http::Request request;
     std::optional<http::Response> answer;
     std::optional<http::Later> later;
+    Time lastAsk;  // when it is asked for the last time
     std::optional<http::Stream> stream;
     std::string unsent;
     Time lastSent;
@@ -93,7 +95,7 @@ class HttpServer::Implementation {
     Connection& Opened(Listener& listener, MHD_Connection* handle);
     void Closed(Connection& connection);
     void TakeTarget(Connection& connection, const char* target);
-    MHD_Result TakeHead(Connection& connection, const char* method);
+    MHD_Result TakeHead(Connection& connection, const char* method, const char* version);
     MHD_Result TakeBody(Connection& connection, const char* data, std::size_t size) const;
     MHD_Result Reply(Connection& connection);
     ssize_t SendPiece(Connection& connection, char* to, std::size_t room);
@@ -129,6 +131,7 @@ class HttpServer::Implementation {
     void TakeClosed();
     void IsHalfClosed(Connection& connection);
     void IsGone(Connection& connection);
+    void Probe(Connection& connection);
     void DueAt(Connection& connection, Time due);
     void DueIn(Connection& connection, std::chrono::milliseconds time);
     void DoWhatIsDue(Time now);

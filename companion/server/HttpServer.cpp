@@ -63,10 +63,10 @@ void* OnTarget(void* listener, const char* target, MHD_Connection* handle) noexc
 
 // For the head, for each piece of the body, at its end, and again after the connection waited.
 MHD_Result OnRequest(void* listener, MHD_Connection* handle, const char*, const char* method,
-                     const char*, const char* data, std::size_t* size, void**) noexcept {
+                     const char* version, const char* data, std::size_t* size, void**) noexcept {
     HttpServer::Implementation& server = AsListener(listener).server;
     Connection& connection = Of(handle);
-    if (!connection.exchange.hasHead) return server.TakeHead(connection, method);
+    if (!connection.exchange.hasHead) return server.TakeHead(connection, method, version);
     if (*size == 0) return server.Reply(connection);
     return server.TakeBody(connection, data, std::exchange(*size, 0));
 }

@@ -36,6 +36,8 @@ struct ServerOptions {
     std::chrono::milliseconds receive{15'000};
     /// For the whole answer; of a stream for each piece.
     std::chrono::milliseconds send{30'000};
+    /// Between looks whether somebody who sends no more is still there for the answer.
+    std::chrono::milliseconds probe{5'000};
     /// Whose members may print by the Unix socket.
     std::optional<gid_t> group;
     /// What the service has thrown, for a log. It must not throw itself.

@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 #include <sys/types.h>
 
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -90,9 +91,11 @@ void HttpServer::Implementation::TakeTarget(Connection& connection, const char* 
     if (connection.isHalfClosed) IsHalfClosed(connection);
 }
 
-MHD_Result HttpServer::Implementation::TakeHead(Connection& connection, const char* method) {
+MHD_Result HttpServer::Implementation::TakeHead(Connection& connection, const char* method,
+                                                const char* version) {
     Exchange& exchange = connection.exchange;
     exchange.hasHead = true;
+    exchange.isVersion11 = std::string_view(version) == "HTTP/1.1";
     Head head{method, exchange.target, {}};
     MHD_get_connection_values_n(connection.handle, MHD_HEADER_KIND, TakeHeader, &head);
     auto taken = RequestOf(head, options_.request);
@@ -165,7 +168,9 @@ MHD_Result HttpServer::Implementation::Wait(Connection& connection, http::Later 
     connection.exchange.later = std::move(later);
     const auto longest = connection.exchange.later->longest;
     Suspend(connection);
-    DueAt(connection, isEnding_ ? Clock::now() : Clock::now() + longest);
+    connection.exchange.lastAsk = isEnding_ ? Clock::now() : Clock::now() + longest;
+    DueAt(connection, connection.exchange.lastAsk);
+    if (connection.isHalfClosed) IsHalfClosed(connection);
     return MHD_YES;
 }
 

@@ -1,7 +1,9 @@
 // SPDX-FileCopyrightText: VOLTIS developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
+#include <linux/sockios.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -53,10 +55,26 @@ void HttpServer::Implementation::TakeClosed() {
     }
 }
 
-// Deliberate: who sends no more may well wait for an answer. Only the client of a stream is gone.
+// Who has closed the connection looks as who only sends no more, until something is sent: then
+// the system at the other end tells. Every client skips an interim answer (RFC 9110, 15.2).
+void HttpServer::Implementation::Probe(Connection& connection) {
+    constexpr char interim[] = "HTTP/1.1 100 Continue\r\n\r\n";
+    constexpr std::size_t size = sizeof interim - 1;
+    int unsent = 0;
+    const bool isWhole = ioctl(connection.fd, SIOCOUTQ, &unsent) == 0 && unsent == 0;
+    const bool isByTcp = !connection.address.empty();
+    if (isByTcp && isWhole && connection.exchange.isVersion11)
+        send(connection.fd, interim, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    DueAt(connection, std::min(connection.exchange.lastAsk, Clock::now() + options_.probe));
+}
+
+// Deliberate: who sends no more may well wait for an answer. Only the client of a stream is gone,
+// and that of TLS, where nothing can be sent beside the answer.
 void HttpServer::Implementation::IsHalfClosed(Connection& connection) {
     constexpr milliseconds untilAllIsRead{1'000};
     connection.isHalfClosed = true;
+    if (connection.phase == Phase::Waiting && !connection.listener.tls) Probe(connection);
+    if (connection.phase == Phase::Waiting && connection.listener.tls) IsGone(connection);
     if (connection.phase == Phase::Streaming) IsGone(connection);
     if (connection.phase == Phase::Idle || connection.phase == Phase::Receiving)
         DueAt(connection, std::min(connection.due, Clock::now() + untilAllIsRead));
@@ -94,6 +112,7 @@ void HttpServer::Implementation::DoWhatIsDue(Time now) {
 
 void HttpServer::Implementation::IsDue(Connection& connection) {
     if (connection.isSuspended && connection.phase == Phase::Waiting) {
+        if (Clock::now() < connection.exchange.lastAsk) return Probe(connection);
         Ask(connection, true);
     } else if (connection.isSuspended) {
         connection.exchange.unsent = connection.exchange.stream->keepAlive;

@@ -81,6 +81,10 @@ std::optional<Answer> TakeAnswer(std::string& received, bool isClosed) {
     const std::size_t end = received.find("\r\n\r\n");
     if (end == std::string::npos) return std::nullopt;
     Answer answer = HeadOf(received.substr(0, end));
+    if (answer.status / 100 == 1) {  // an interim one
+        received.erase(0, end + 4);
+        return TakeAnswer(received, isClosed);
+    }
     const std::string rest = received.substr(end + 4);
     std::size_t size = 0;
     if (answer.headers.contains("content-length")) {

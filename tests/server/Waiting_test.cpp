@@ -170,6 +170,26 @@ TEST(Later, IsForgottenWhenTheClientGoesAway) {
     }
 }
 
+TEST(Later, IsForgottenSoonWhenTheClientHasClosedInOrder) {
+    for (const bool isAtOnce : {true, false}) {
+        server::ServerOptions options;
+        options.probe = 20ms;
+        Stage stage(options);
+        Awaited awaited;
+        stage.service.answer = [&](const http::Request&) { return awaited.Within(60s); };
+        Client& client = stage.Connect();
+        client.Send(GetRequest("/"));
+        if (isAtOnce) client.Close();
+        ASSERT_TRUE(HasWaiting(stage, 1));
+        if (!isAtOnce) client.CloseHalf();
+        stage.Let(isAtOnce ? 0ms : 100ms);
+        EXPECT_TRUE(isAtOnce || stage.server.Connections() == 1);
+        client.Close();
+        EXPECT_TRUE(stage.Until([&] { return stage.server.Connections() == 0; }, 10s));
+        EXPECT_EQ(awaited.asked, 0);
+    }
+}
+
 TEST(Later, HasAnAnswerEvenIfItThrows) {
     Stage stage;
     stage.service.answer = [](const http::Request&) {
