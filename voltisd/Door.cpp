@@ -9,6 +9,9 @@
 #include <utility>
 #include <variant>
 
+#include "companion/http/Problem.h"
+#include "companion/http/RateLimit.h"
+
 namespace voltisd {
 
 namespace {
@@ -39,6 +42,7 @@ std::string Shown(std::string text) {
 }  // namespace
 
 http::Reply Door::Answer(const http::Request& request) {
+    for (const std::string& line : refusals_.TakeOver(clock_())) onLine_(line);
     Visit visit{request, ""};
     http::Reply reply = Decide(visit);
     if (Changes(request) && !visit.caller.empty()) onChange_();
@@ -80,7 +84,44 @@ http::Reply Door::Decide(Visit& visit) {
     return api_.Answer(request, caller);
 }
 
+// Whoever has a token may leave its answers to wait in many connections, of many addresses.
+std::shared_ptr<int> Door::PlaceFor(const Visit& visit) {
+    if (visit.request.peer.IsLocal()) return std::make_shared<int>(1);
+    std::erase_if(awaited_, [](const auto& entry) { return entry.second.expired(); });
+    std::weak_ptr<int>& known = awaited_[visit.caller];
+    std::shared_ptr<int> all = known.lock();
+    if (!all) known = all = std::make_shared<int>(0);
+    if (*all >= mostAwaited) return nullptr;
+    ++*all;
+    return {all.get(), [all](int* count) { --*count; }};
+}
+
+// What there is no place for is answered at once: as it is now, or by a refusal.
+http::Reply Door::WithPlace(const Visit& visit, http::Reply reply) {
+    auto* const later = std::get_if<http::Later>(&reply);
+    auto* const stream = std::get_if<http::Stream>(&reply);
+    if (later == nullptr && stream == nullptr) return reply;
+    std::shared_ptr<int> place = PlaceFor(visit);
+    if (later != nullptr && !place) {
+        if (auto response = later->ask(true)) return *std::move(response);
+        return reply;
+    }
+    if (!place) {
+        http::Response refusal = http::ProblemOf(
+            429, "too-many-requests", "Too many answers of this token go on; end some of them");
+        refusal.headers.emplace_back("Retry-After", "5");
+        return refusal;
+    }
+    if (later != nullptr) {
+        later->ask = [place, ask = std::move(later->ask)](bool last) { return ask(last); };
+    } else {
+        stream->next = [place, next = std::move(stream->next)] { return next(); };
+    }
+    return reply;
+}
+
 http::Reply Door::Finished(const Visit& visit, http::Reply reply) {
+    reply = WithPlace(visit, std::move(reply));
     if (auto* response = std::get_if<http::Response>(&reply))
         return Finished(visit, std::move(*response));
     if (auto* later = std::get_if<http::Later>(&reply)) {
@@ -117,8 +158,12 @@ void Door::Tell(const Visit& visit, int status) {
     const http::Peer& peer = visit.request.peer;
     const std::string from = peer.IsLocal() ? "socket" : peer.address;
     const std::string who = visit.caller.empty() ? "-" : visit.caller;
-    onLine_(Shown(from + " " + who + " " + visit.request.method + " " + visit.request.path + " " +
-                  std::to_string(status)));
+    const std::string line = Shown(from + " " + who + " " + visit.request.method + " " +
+                                   visit.request.path + " " + std::to_string(status));
+    constexpr int tooMany = 429;
+    if (status != tooMany) return onLine_(line);
+    const std::string caller = http::CountedAs(from) + " " + who;
+    if (const auto told = refusals_.Take(caller, line, clock_())) onLine_(*told);
 }
 
 }  // namespace voltisd

@@ -6,6 +6,8 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,12 +17,16 @@
 #include "companion/http/Access.h"
 #include "companion/http/Service.h"
 #include "companion/page/Page.h"
+#include "voltisd/RefusalLog.h"
 
 namespace voltisd {
 
 class Door : public http::Service {
   public:
     using Clock = std::function<gate::Time()>;
+    /// Answers of one token that are waited for, or go on, at once. There, a result is not waited
+    /// for any longer, and a stream is refused.
+    static constexpr int mostAwaited = 64;
 
     /// They must outlive it. The rules are those that the gate was given.
     Door(gate::Gate& gate, api::Api& api, page::Page& page, http::AccessRules rules,
@@ -34,7 +40,8 @@ class Door : public http::Service {
     /// is told.
     void OnChange(std::function<void()> call) { onChange_ = std::move(call); }
     /// A line for each request that was refused, or that wanted to change something: the caller,
-    /// the method, the path, the status. Nothing of the bodies.
+    /// the method, the path, the status. Nothing of the bodies. Of those who come too often, one a
+    /// minute.
     void OnLine(std::function<void(const std::string&)> call) { onLine_ = std::move(call); }
 
   private:
@@ -47,6 +54,8 @@ class Door : public http::Service {
     http::Response Preflight(const http::Request& request);
     std::optional<http::Reply> AnswerAnyone(const http::Request& request);
     http::Reply Decide(Visit& visit);
+    std::shared_ptr<int> PlaceFor(const Visit& visit);
+    http::Reply WithPlace(const Visit& visit, http::Reply reply);
     http::Reply Finished(const Visit& visit, http::Reply reply);
     http::Response Finished(const Visit& visit, http::Response response);
     void Tell(const Visit& visit, int status);
@@ -56,6 +65,8 @@ class Door : public http::Service {
     page::Page& page_;
     http::AccessRules rules_;
     Clock clock_;
+    RefusalLog refusals_;
+    std::map<std::string, std::weak_ptr<int>> awaited_;  // by token: how many there are
     std::function<void()> onChange_ = [] {};
     std::function<void(const std::string&)> onLine_ = [](const std::string&) {};
 };

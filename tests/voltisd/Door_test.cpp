@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <variant>
@@ -74,7 +75,8 @@ class DoorOfService : public testing::Test {
     api::Settings settings_;
     api::Api api_{journal_, settings_};
     page::Page page_{journal_, settings_};
-    voltisd::Door door_{gate_, api_, page_, rules_};
+    gate::Time now_ = std::chrono::steady_clock::now();
+    voltisd::Door door_{gate_, api_, page_, rules_, [this] { return now_; }};
     int changes_ = 0;
     std::vector<std::string> lines_;
 };
@@ -123,6 +125,49 @@ TEST_F(DoorOfService, TellsTheLogOfAnAnswerWhenItIsGiven) {
     EXPECT_EQ(later->ask(false), std::nullopt);
     EXPECT_EQ(later->ask(true)->status, 202);
     EXPECT_THAT(lines_, ElementsAre("127.0.0.1 till 1 POST /v1/registers/default/jobs 202"));
+}
+
+TEST_F(DoorOfService, TellsOfWhoComesTooOftenOnceAMinute) {
+    gate::Settings slow{rules_};
+    slow.ofAddress = {1, 0.001};
+    gate_.Configure(slow);
+    const Request request = Asking("GET", {"v1", "registers"});
+    EXPECT_EQ(StatusOf(door_.Answer(request)), 200);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(StatusOf(door_.Answer(request)), 429);
+    Request neighbour = request;
+    for (const char* address : {"2001:db8::1", "2001:db8::2", "2001:db8::3"}) {
+        neighbour.peer.address = address;
+        door_.Answer(neighbour);
+    }
+    const std::string refused = " - GET /v1/registers 429";
+    EXPECT_THAT(lines_, ElementsAre("127.0.0.1" + refused, "2001:db8::2" + refused));
+    lines_.clear();
+    now_ += std::chrono::seconds(61);
+    door_.Answer(request);
+    EXPECT_THAT(lines_, testing::UnorderedElementsAre(
+                            "127.0.0.1" + refused + ", and 4 more within a minute",
+                            "2001:db8::2" + refused + ", and 1 more within a minute",
+                            "127.0.0.1" + refused));
+}
+
+TEST_F(DoorOfService, LetsATokenWaitForSoManyAnswersAtOnce) {
+    ASSERT_EQ(StatusOf(door_.Answer(Sale("a"))), 202);
+    Request wait = Asking("GET", {"v1", "jobs", "a"});
+    wait.headers["prefer"] = "wait=5";
+    std::vector<Reply> waiting;
+    for (int i = 0; i < voltisd::Door::mostAwaited; ++i) {
+        wait.peer.address = "127.0.0." + std::to_string(1 + i % 3);
+        waiting.push_back(door_.Answer(wait));
+        ASSERT_TRUE(std::holds_alternative<http::Later>(waiting.back())) << i;
+    }
+    EXPECT_TRUE(std::holds_alternative<Response>(door_.Answer(wait)));
+    EXPECT_EQ(StatusOf(door_.Answer(Asking("GET", {"v1", "events"}))), 429);
+    EXPECT_EQ(StatusOf(door_.Answer(Sale("b"))), 202);
+    Request byPath = wait;
+    byPath.peer = {"", "anna", true};
+    EXPECT_TRUE(std::holds_alternative<http::Later>(door_.Answer(byPath)));
+    waiting.pop_back();
+    EXPECT_TRUE(std::holds_alternative<http::Later>(door_.Answer(wait)));
 }
 
 TEST_F(DoorOfService, AnswersABrowserThatAsksFirstForAPageThatIsNamed) {
