@@ -16,6 +16,8 @@
 #include <system_error>
 #include <utility>
 
+#include "companion/server/DescriptorLimit.h"
+
 namespace server {
 
 namespace {
@@ -149,7 +151,11 @@ void Workers::Spawn(Worker& worker) {
         NeverWait(wake.to);
         NeverWait(tell.from);
         worker.started = Clock::now();
-        pid = Spawned(command_(worker.registerName), wake.from.Fd(), tell.to.Fd());
+        std::vector<std::string> command = command_(worker.registerName);
+        {
+            const LowerDescriptorLimit ofWorkers(options_.descriptors);
+            pid = Spawned(std::move(command), wake.from.Fd(), tell.to.Fd());
+        }
         worker.process = ProcessOf(pid);
         worker.wake = std::move(wake.to);
         worker.tell = std::move(tell.from);

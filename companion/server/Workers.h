@@ -9,7 +9,9 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
+#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,6 +27,8 @@ struct WorkersOptions {
     std::chrono::milliseconds longestPause{60'000};
     /// Who has run so long begins with the first pause again.
     std::chrono::milliseconds healthy{60'000};
+    /// How many descriptors a worker may have open, at most as many as this process.
+    std::size_t descriptors = std::numeric_limits<std::size_t>::max();
 };
 
 class Workers {
