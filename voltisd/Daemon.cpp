@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "companion/journal/Journal.h"
+#include "companion/server/DescriptorLimit.h"
 #include "companion/server/Listening.h"
 #include "companion/server/Loop.h"
 #include "companion/server/Manager.h"
@@ -115,6 +116,25 @@ gate::Settings GateOf(const Site& site) {
     return settings;
 }
 
+// Of all connections that are allowed, and of everything else.
+void AllowDescriptors(std::size_t sockets) {
+    constexpr std::size_t others = 256;
+    const std::size_t wanted = sockets * server::ServerOptions().connections + others;
+    server::AllowDescriptors(wanted);
+    const std::size_t allowed = server::DescriptorLimit();
+    if (allowed < wanted) {
+        Log("the system allows " + std::to_string(allowed) + " open files, and not the " +
+            std::to_string(wanted) + " that all connections would need");
+    }
+}
+
+// The driver is to find what it would find without this program.
+server::WorkersOptions OptionsOfWorkers() {
+    server::WorkersOptions options;
+    options.descriptors = server::DescriptorLimit();
+    return options;
+}
+
 class Daemon {
   public:
     explicit Daemon(const Place& place)
@@ -127,14 +147,19 @@ class Daemon {
           page_(journal_, settings_),
           door_(gate_, api_, page_, RulesOf(site_)),
           server_(door_, OptionsOf(site_.configuration)),
-          workers_(loop_, [this](const std::string& name) {
-              return WorkerCommand(program_, place_, name, site_.configuration.patience);
-          }) {
+          workers_(
+              loop_,
+              [this](const std::string& name) {
+                  return WorkerCommand(program_, place_, name, site_.configuration.patience);
+              },
+              OptionsOfWorkers()) {
+        AllowDescriptors(sockets_.size());
         Configure();
         Connect();
         for (const ListeningSocket& socket : sockets_) Serve(socket);
         TellWhere();
         journal_.SetPatience(patienceForOne);
+        TellForsaken();
         for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
     }
 
@@ -220,7 +245,7 @@ class Daemon {
         return status;
     }
 
-    // What does not make sense changes nothing. Sockets and certificates stay as they are.
+    // What does not make sense changes nothing. Sockets stay as they are.
     void Reload() {
         server::TellReloading();
         try {
@@ -233,15 +258,62 @@ class Daemon {
     }
 
     void TakeOver(Site site) {
-        site.tls = site_.tls;
-        const std::vector<runner::Profile> before = std::exchange(site_, std::move(site)).profiles;
+        tokens::Book book(site.configuration.tokens);
+        if (!book.Trouble().empty()) throw ConfigurationError(book.Trouble());
+        for (const ListeningSocket& socket : sockets_) RefuseOpenAddress(socket, site, book);
+        const gid_t group = server::GroupOf(site.configuration.group);
+        if (site.tls != site_.tls) server_.ServeAnew(NetworkSockets(), site.tls);
+        book_ = std::move(book);
+        const Site before = std::exchange(site_, std::move(site));
+        if (site_.configuration.group != before.configuration.group) TakeOverGroup(group);
+        TellOfOtherSockets(before.configuration);
         Configure();
         gate_.Configure(GateOf(site_));
         door_.SetRules(RulesOf(site_));
         // A worker reads its profile when it starts.
-        for (const runner::Profile& profile : before) workers_.Stop(profile.name);
+        for (const runner::Profile& profile : before.profiles) workers_.Stop(profile.name);
         TryToTellWhere();
+        TellForsaken();
         for (const runner::Profile& profile : site_.profiles) workers_.Start(profile.name);
+    }
+
+    std::vector<int> NetworkSockets() const {
+        std::vector<int> descriptors;
+        for (const ListeningSocket& socket : sockets_)
+            if (!socket.IsUnix()) descriptors.push_back(socket.Fd());
+        return descriptors;
+    }
+
+    // An account without the rights cannot give the file away; who arrives is looked at anyway.
+    void TakeOverGroup(gid_t group) {
+        server_.SetGroup(group);
+        for (const ListeningSocket& socket : sockets_) {
+            try {
+                socket.GiveTo(group);
+            } catch (const std::exception& failure) {
+                Log(std::string("the socket keeps its group until the next start: ") +
+                    failure.what());
+            }
+        }
+    }
+
+    void TellOfOtherSockets(const Configuration& before) const {
+        const Configuration& now = site_.configuration;
+        if (now.listen != before.listen || now.socket != before.socket)
+            Log("Listen= and Socket= have changed: a restart is needed for that");
+    }
+
+    // Nobody prints these before the register is served again.
+    void TellForsaken() try {
+        const std::vector<std::string> served = NamesOf(site_.profiles);
+        for (const auto& [name, jobs] : journal_.OpenJobs(journal::State::Received)) {
+            const std::int64_t waiting = journal_.QueueLength(name);
+            if (waiting == 0 || std::ranges::find(served, name) != served.end()) continue;
+            Log("register '" + name + "' is not served, and has " + std::to_string(waiting) +
+                (waiting == 1 ? " job" : " jobs") + " in its queue");
+        }
+    } catch (const journal::JournalError& failure) {
+        Log(failure.what());
     }
 
     Place place_;

@@ -18,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "companion/http/Service.h"
 #include "companion/server/Descriptor.h"
@@ -40,7 +41,11 @@ enum class Phase {
 struct Listener {
     HttpServer::Implementation& server;
     std::optional<Tls> tls;
+    int listening;
+    Descriptor own;  // the same socket: a daemon that cannot be started closes the one it is given
     MHD_Daemon* daemon = nullptr;
+    bool isQuiet = false;    // takes no new connections
+    bool isRetired = false;  // another one does so at the same socket
     std::size_t connections = 0;
     std::string complaint = {};  // of the library, the latest
 };
@@ -82,6 +87,8 @@ class HttpServer::Implementation {
     Implementation& operator=(const Implementation&) = delete;
 
     void Serve(int listening, const std::optional<Tls>& tls);
+    void ServeAnew(const std::vector<int>& listening, const std::optional<Tls>& tls);
+    void SetGroup(std::optional<gid_t> group);
     int Fd() const { return epoll_.Fd(); }
     std::optional<std::chrono::milliseconds> Timeout() const;
     void Run();
@@ -102,7 +109,10 @@ class HttpServer::Implementation {
     void Completed(Connection& connection);
 
   private:
-    void Start(Listener& listener, int listening) const;
+    void Start(Listener& listener) const;
+    Listener& Add(int listening, const std::optional<Tls>& tls);
+    void Remove(const Listener& listener);
+    void RemoveRetired();
 
     MHD_Result Answer(Connection& connection);
     MHD_Result Queue(Connection& connection, const http::Response& answer);

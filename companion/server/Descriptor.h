@@ -27,6 +27,8 @@ class Descriptor {
         if (fd_ >= 0) close(fd_);
         fd_ = -1;
     }
+    /// It is somebody else's from now on.
+    int Release() { return std::exchange(fd_, -1); }
     bool IsOpen() const { return fd_ >= 0; }
     int Fd() const { return fd_; }
 

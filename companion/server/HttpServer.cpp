@@ -3,9 +3,11 @@
 
 #include "companion/server/HttpServer.h"
 
+#include <fcntl.h>
 #include <microhttpd.h>
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -111,14 +113,10 @@ HttpServer::Implementation::~Implementation() {
         connection->isGone = true;
         if (connection->isSuspended) Resume(*connection);
     }
-    for (const Listener& listener : listeners_) {
-        if (listener.daemon == nullptr) continue;
-        if (!isClosing_) MHD_quiesce_daemon(listener.daemon);
-        MHD_stop_daemon(listener.daemon);
-    }
+    while (!listeners_.empty()) Remove(listeners_.front());
 }
 
-void HttpServer::Implementation::Start(Listener& listener, int listening) const {
+void HttpServer::Implementation::Start(Listener& listener) const {
     unsigned flags = MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG;
     if (listener.tls) flags |= MHD_USE_TLS;
     std::vector<MHD_OptionItem> tls = OptionsOf(listener.tls);
@@ -127,44 +125,109 @@ void HttpServer::Implementation::Start(Listener& listener, int listening) const 
     // At its own limit the library leaves callers waiting; HasRoomFor() turns them away before.
     const auto most = static_cast<unsigned>(options_.connections + 1);
     // The logger is the first option, so that it hears what is wrong with the others.
-    listener.daemon = MHD_start_daemon(flags, 0, OnAccept, &listener, OnRequest, &listener,    //
-                                       MHD_OPTION_EXTERNAL_LOGGER, OnComplaint, &listener,     //
-                                       MHD_OPTION_LISTEN_SOCKET, listening, strictness, 1,     //
-                                       MHD_OPTION_CONNECTION_MEMORY_LIMIT, memory,             //
-                                       MHD_OPTION_CONNECTION_LIMIT, most,                      //
-                                       MHD_OPTION_NOTIFY_CONNECTION, OnConnection, &listener,  //
-                                       MHD_OPTION_NOTIFY_COMPLETED, OnCompleted, &listener,    //
-                                       MHD_OPTION_URI_LOG_CALLBACK, OnTarget, &listener,       //
-                                       MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
+    listener.daemon =
+        MHD_start_daemon(flags, 0, OnAccept, &listener, OnRequest, &listener,         //
+                         MHD_OPTION_EXTERNAL_LOGGER, OnComplaint, &listener,          //
+                         MHD_OPTION_LISTEN_SOCKET, listener.own.Fd(), strictness, 1,  //
+                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, memory,                  //
+                         MHD_OPTION_CONNECTION_LIMIT, most,                           //
+                         MHD_OPTION_NOTIFY_CONNECTION, OnConnection, &listener,       //
+                         MHD_OPTION_NOTIFY_COMPLETED, OnCompleted, &listener,         //
+                         MHD_OPTION_URI_LOG_CALLBACK, OnTarget, &listener,            //
+                         MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
 }
 
-void HttpServer::Implementation::Serve(int listening, const std::optional<Tls>& tls) {
-    listeners_.push_back({*this, tls});
+Listener& HttpServer::Implementation::Add(int listening, const std::optional<Tls>& tls) {
+    Descriptor own(fcntl(listening, F_DUPFD_CLOEXEC, 0));
+    if (!own.IsOpen()) throw std::system_error(errno, std::generic_category(), "socket");
+    listeners_.push_back({*this, tls, listening, std::move(own)});
     Listener& listener = listeners_.back();
-    Start(listener, listening);
+    Start(listener);
     if (listener.daemon == nullptr) {
         const std::string complaint = listener.complaint;
+        if (fcntl(listener.own.Fd(), F_GETFD) < 0) listener.own.Release();
         listeners_.pop_back();
         throw std::runtime_error("The socket cannot be served: " + complaint);
     }
     const int fd = MHD_get_daemon_info(listener.daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     epoll_event readable = {};
     readable.events = EPOLLIN;
-    if (epoll_ctl(epoll_.Fd(), EPOLL_CTL_ADD, fd, &readable) != 0)
-        throw std::system_error(errno, std::generic_category(), "epoll");
-    MHD_run(listener.daemon);  // from now on it waits for connections
+    if (epoll_ctl(epoll_.Fd(), EPOLL_CTL_ADD, fd, &readable) != 0) {
+        const int reason = errno;
+        Remove(listener);
+        throw std::system_error(reason, std::generic_category(), "epoll");
+    }
+    return listener;
+}
+
+void HttpServer::Implementation::Remove(const Listener& listener) {
+    if (!listener.isQuiet) MHD_quiesce_daemon(listener.daemon);
+    MHD_stop_daemon(listener.daemon);
+    listeners_.remove_if([&](const Listener& other) { return &other == &listener; });
+}
+
+void HttpServer::Implementation::Serve(int listening, const std::optional<Tls>& tls) {
+    MHD_run(Add(listening, tls).daemon);  // from now on it waits for connections
+}
+
+// The new ones are there before an old one is quiet.
+void HttpServer::Implementation::ServeAnew(const std::vector<int>& listening,
+                                           const std::optional<Tls>& tls) {
+    std::vector<Listener*> before;
+    std::vector<Listener*> added;
+    for (Listener& listener : listeners_) {
+        if (!listener.isQuiet &&
+            std::ranges::find(listening, listener.listening) != listening.end())
+            before.push_back(&listener);
+    }
+    try {
+        for (const Listener* listener : before) added.push_back(&Add(listener->listening, tls));
+    } catch (const std::exception&) {
+        for (const Listener* listener : added) Remove(*listener);
+        throw;
+    }
+    for (Listener* listener : before) {
+        MHD_quiesce_daemon(listener->daemon);
+        listener->isQuiet = listener->isRetired = true;
+    }
+    for (const Listener* listener : added) MHD_run(listener->daemon);
+}
+
+void HttpServer::Implementation::RemoveRetired() {
+    const auto isOver = [](const Listener& listener) {
+        return listener.isRetired && listener.connections == 0;
+    };
+    for (auto at = std::ranges::find_if(listeners_, isOver); at != listeners_.end();
+         at = std::ranges::find_if(listeners_, isOver))
+        Remove(*at);
+}
+
+// A stream may have been begun by an account that may not any more.
+void HttpServer::Implementation::SetGroup(std::optional<gid_t> group) {
+    options_.group = group;
+    for (const auto& [key, connection] : connections_) {
+        if (!connection->address.empty()) continue;
+        if (connection->hasStream) {
+            IsGone(*connection);
+        } else {
+            connection->peer.reset();
+        }
+    }
 }
 
 void HttpServer::Implementation::Run() {
     TakeClosed();
     DoWhatIsDue(Clock::now());
     for (const Listener& listener : listeners_) MHD_run(listener.daemon);
+    RemoveRetired();
 }
 
 void HttpServer::Implementation::StopAccepting() {
     if (isClosing_) return;
     isClosing_ = true;
-    for (const Listener& listener : listeners_) MHD_quiesce_daemon(listener.daemon);
+    for (Listener& listener : listeners_) {
+        if (!std::exchange(listener.isQuiet, true)) MHD_quiesce_daemon(listener.daemon);
+    }
     for (const auto& [key, connection] : connections_) {
         if (connection->phase == Phase::Idle) DueAt(*connection, Clock::now());
     }
@@ -176,6 +239,12 @@ HttpServer::~HttpServer() = default;
 
 void HttpServer::Serve(int listening, const std::optional<Tls>& tls) {
     implementation_->Serve(listening, tls);
+}
+void HttpServer::ServeAnew(const std::vector<int>& listening, const std::optional<Tls>& tls) {
+    implementation_->ServeAnew(listening, tls);
+}
+void HttpServer::SetGroup(std::optional<gid_t> group) {
+    implementation_->SetGroup(group);
 }
 int HttpServer::Fd() const {
     return implementation_->Fd();

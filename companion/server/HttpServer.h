@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "companion/http/Service.h"
 #include "companion/server/Incoming.h"
@@ -48,6 +49,8 @@ struct ServerOptions {
 struct Tls {
     std::string certificate;
     std::string key;
+
+    bool operator==(const Tls&) const = default;
 };
 
 class HttpServer {
@@ -62,6 +65,14 @@ class HttpServer {
     /// Takes connections of a listening socket, which stays the caller's and must outlive this.
     /// std::runtime_error: the certificate and the key do not fit, and the like.
     void Serve(int listening, const std::optional<Tls>& tls = std::nullopt);
+
+    /// From now on, new connections of those sockets that are served have that certificate, or
+    /// none; those that there are go on as they began. std::runtime_error: as with Serve, and then
+    /// nothing has changed.
+    void ServeAnew(const std::vector<int>& listening, const std::optional<Tls>& tls);
+
+    /// From now on, that group instead. Streams of the Unix sockets end: they may be begun again.
+    void SetGroup(std::optional<gid_t> group);
 
     int Fd() const;
     /// Nothing: there is no need to call Run() before Fd() is readable.

@@ -168,6 +168,10 @@ ListeningSocket::~ListeningSocket() {
     if (descriptor_.IsOpen() && !madePath_.empty()) unlink(madePath_.c_str());
 }
 
+void ListeningSocket::GiveTo(gid_t group) const {
+    if (!madePath_.empty()) OpenTo(madePath_, group);
+}
+
 bool ListeningSocket::IsUnix() const {
     return NameOf(Fd()).storage.ss_family == AF_UNIX;
 }

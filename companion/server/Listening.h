@@ -29,6 +29,8 @@ class ListeningSocket {
     /// Nobody but this machine can reach it: a Unix socket, or an address of the loopback
     /// interface.
     bool IsLocal() const;
+    /// Gives the Unix socket that it has made to that group; nothing to do for any other.
+    void GiveTo(gid_t group) const;
     /// "127.0.0.1:8631", "[::1]:8631", or the path of the Unix socket.
     std::string Name() const;
 

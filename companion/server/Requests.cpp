@@ -52,7 +52,10 @@ ssize_t OnRoom(void* connection, std::uint64_t, char* to, std::size_t room) noex
 
 bool HttpServer::Implementation::HasRoomFor(const Listener& listener,
                                             const std::string& address) const {
-    if (isClosing_ || listener.connections >= options_.connections) return false;
+    std::size_t ofSocket = 0;
+    for (const Listener& other : listeners_)
+        if (other.listening == listener.listening) ofSocket += other.connections;
+    if (isClosing_ || ofSocket >= options_.connections) return false;
     const auto others = ofAddress_.find(http::CountedAs(address));
     return address.empty() || others == ofAddress_.end() ||
            others->second < options_.connectionsOfAddress;

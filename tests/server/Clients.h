@@ -80,6 +80,8 @@ class Stage {
     Answer Next(Client& client);
 
     std::string Address() const { return tcp_.Name(); }
+    int Listening() const { return tcp_.Fd(); }
+    std::string Path() const { return path_.Name(); }
     void Report(const std::string& what) { reports.push_back(what); }
 
     ScriptedService service;

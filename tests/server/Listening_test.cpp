@@ -314,6 +314,36 @@ TEST(Accounts, AreLookedUpOnceAMinute) {
     EXPECT_THAT(asked.what, testing::ElementsAre("5", "6", "5"));
 }
 
+// A process of another account asks, and asks again when the group is another one.
+TEST(Peer, IsLookedAtAgainWhenTheGroupIsAnotherOne) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser may take another account";
+    Stage stage;
+    std::filesystem::permissions(std::filesystem::path(stage.Path()).parent_path(),
+                                 std::filesystem::perms::all);
+    std::filesystem::permissions(stage.Path(), std::filesystem::perms::all);
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setgroups(0, nullptr) != 0 || setgid(12345) != 0 || setuid(nobody) != 0) _exit(1);
+        Client client(stage.Path());
+        client.Send(GetRequest("/first"));
+        char byte = 0;
+        if (read(go[0], &byte, 1) == 1) client.Send(GetRequest("/second"));
+        pause();
+    }
+    ASSERT_TRUE(stage.Until([&] { return stage.service.requests.size() == 1; }));
+    EXPECT_FALSE(stage.service.requests[0].peer.mayPrint);
+    stage.server.SetGroup(nogroup);
+    ASSERT_EQ(write(go[1], "", 1), 1);
+    ASSERT_TRUE(stage.Until([&] { return stage.service.requests.size() == 2; }));
+    EXPECT_TRUE(stage.service.requests[1].peer.mayPrint);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(go[0]);
+    close(go[1]);
+}
+
 TEST(Peer, GroupHasToExist) {
     EXPECT_THAT(MessageOf([] { server::GroupOf("no such group"); }), HasSubstr("no such group"));
 }

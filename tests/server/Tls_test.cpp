@@ -103,3 +103,31 @@ TEST(Tls, NeedsAKeyThatFits) {
                  std::runtime_error);
     EXPECT_THROW(Stage({}, server::Tls{"no certificate", "no key"}), std::runtime_error);
 }
+
+TEST(Tls, CertificateIsExchangedForNewConnections) {
+    const Certificate first;
+    const Certificate second;
+    const auto trusting = [](const Certificate& certificate) {
+        return "-CAfile " + certificate.Path() + " -verify_return_error";
+    };
+    const std::string ok = "HTTP/1.1 200 OK";
+    Stage stage;
+    Client& old = stage.Connect();
+    old.Send(GetRequest("/"));
+    ASSERT_EQ(stage.Next(old).status, 200);
+    stage.server.ServeAnew({stage.Listening()}, first.Pem());
+    EXPECT_THAT(Said(stage, trusting(first), getByTls), HasSubstr(ok));
+    Client& plain = stage.Connect();
+    plain.Send(GetRequest("/"));
+    EXPECT_TRUE(stage.Until([&] { return plain.isClosed; }));
+    stage.server.ServeAnew({stage.Listening()}, second.Pem());
+    EXPECT_THAT(Said(stage, trusting(second), getByTls), HasSubstr(ok));
+    EXPECT_THAT(Said(stage, trusting(first), getByTls), Not(HasSubstr(ok)));
+    old.Send(GetRequest("/"));
+    EXPECT_EQ(stage.Next(old).status, 200);
+    EXPECT_THROW(stage.server.ServeAnew({stage.Listening()}, server::Tls{"none", "none"}),
+                 std::runtime_error);
+    EXPECT_THAT(Said(stage, trusting(second), getByTls), HasSubstr(ok));
+    stage.server.StopAccepting();
+    EXPECT_TRUE(stage.Until([&] { return stage.server.Connections() == 0; }));
+}

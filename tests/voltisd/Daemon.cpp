@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <iterator>
 #include <thread>
+#include <utility>
 
 #include "companion/runner/Files.h"
 #include "tests/support/Programs.h"
@@ -52,10 +53,14 @@ Daemon::~Daemon() {
 }
 
 void Daemon::Configure(const std::string& lines) const {
-    std::string all = "[voltisd]\nGroup=" + OwnGroup() + "\nTokens=" + File("etc/tokens") + "\n";
-    if (lines.find("Socket=") == std::string::npos) all += "Socket=" + Socket() + "\n";
-    if (lines.find("Listen=") == std::string::npos) all += "Listen=none\n";
-    runner::WriteFile(File("etc/voltisd.conf"), all + lines);
+    std::string all = "[voltisd]\n" + lines;
+    const std::vector<std::pair<std::string, std::string>> usual = {{"Socket=", Socket()},
+                                                                    {"Group=", OwnGroup()},
+                                                                    {"Tokens=", File("etc/tokens")},
+                                                                    {"Listen=", "none"}};
+    for (const auto& [key, value] : usual)
+        if (lines.find(key) == std::string::npos) all += key + value + "\n";
+    runner::WriteFile(File("etc/voltisd.conf"), all);
 }
 
 std::vector<std::string> Daemon::Command() const {
@@ -121,12 +126,25 @@ void Daemon::Kill() {
     process_ = -1;
 }
 
+std::string Daemon::Address() const {
+    const std::string said = Said();
+    const std::size_t at = said.find(" 127.0.0.1:");
+    return at == std::string::npos
+               ? ""
+               : said.substr(at + 1, said.find_first_of(" \n", at + 1) - at - 1);
+}
+
 Answer Daemon::Ask(const std::string& method, const std::string& target,
                    const std::vector<std::string>& headers, const std::string& body) const {
+    return AskAt(Socket(), method, target, headers, body);
+}
+
+Answer Daemon::AskAt(const std::string& place, const std::string& method, const std::string& target,
+                     const std::vector<std::string>& headers, const std::string& body) {
     std::string request = method + " " + target + " HTTP/1.1\r\nHost: localhost\r\n";
     for (const std::string& header : headers) request += header + "\r\n";
     if (!body.empty()) request += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-    Client client(Socket());
+    Client client(place);
     client.Send(request + "Connection: close\r\n\r\n" + body);
     for (const auto end = Clock::now() + 60s; Clock::now() < end && !client.isClosed;) {
         pollfd news{client.fd, POLLIN, 0};

@@ -29,6 +29,7 @@ class Daemon {
     /// Returns when the socket takes connections. False: it has ended instead.
     bool Start();
     void Signal(int signal) const;
+    pid_t Process() const { return process_; }
     /// 0: it has none now.
     pid_t Worker() const;
     /// -1: it has not ended in time, or by a signal.
@@ -38,6 +39,12 @@ class Daemon {
 
     Answer Ask(const std::string& method, const std::string& target,
                const std::vector<std::string>& headers = {}, const std::string& body = "") const;
+    /// At that socket, or at that address.
+    static Answer AskAt(const std::string& place, const std::string& method,
+                        const std::string& target, const std::vector<std::string>& headers = {},
+                        const std::string& body = "");
+    /// The first address of the network where it says that it serves.
+    std::string Address() const;
     /// With the key, waiting for so many seconds at most.
     Answer HandIn(const std::string& key, const std::string& content, int wait) const;
     static nlohmann::json JsonOf(const Answer& answer);

@@ -4,6 +4,7 @@
 // The service as it is shipped, with the driver that is shipped, and an emulated register.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <csignal>
@@ -13,10 +14,12 @@
 
 #include "companion/journal/Journal.h"
 #include "companion/runner/Files.h"
+#include "companion/tokens/File.h"
 #include "companion/workbench/Serving.h"
 #include "tests/companion/Till.h"
 #include "tests/voltisd/Daemon.h"
 
+using http::Scope;
 using journal::State;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
@@ -125,7 +128,8 @@ TEST_F(Voltisd, ReplacesAWorkerThatASignalEndsAfterItsReceipt) {
     ASSERT_TRUE(WaitFor("sale 1", State::Sending));
     for (const int signal : {SIGHUP, SIGTERM, SIGINT}) kill(daemon_.Worker(), signal);
     EXPECT_TRUE(WaitFor("sale 1", State::Done));
-    EXPECT_TRUE(WaitUntilItSays("the worker of register 'default' exit status 0")) << daemon_.Said();
+    EXPECT_TRUE(WaitUntilItSays("the worker of register 'default' exit status 0"))
+        << daemon_.Said();
     EXPECT_EQ(Daemon::JsonOf(daemon_.HandIn("sale 2", oneSale, 40))["verdict"], "printed");
     EXPECT_EQ(Receipts(), 2);
 }
@@ -262,6 +266,72 @@ TEST_F(Voltisd, TellsThemNothingAboutItsPlaceOnTheNetwork) {
     daemon_.Launch();
     EXPECT_TRUE(WaitUntilItSays("serving default at 127.0.0.1:"));
     EXPECT_EQ(ServedAt("default"), "nowhere");
+}
+
+TEST_F(Voltisd, TakesOtherTokensWhenItReadsItsConfigurationAgain) {
+    const std::string before = tokens::Add(daemon_.File("etc/tokens"), {"old", {Scope::Read}});
+    const std::string after = tokens::Add(daemon_.File("etc/others"), {"new", {Scope::Read}});
+    daemon_.Configure("Listen=127.0.0.1:0\n");
+    Start();
+    ASSERT_TRUE(WaitUntilItSays("serving default at "));
+    const auto status = [this](const std::string& token) {
+        return Daemon::AskAt(daemon_.Address(), "GET", "/v1/registers",
+                             {"Authorization: Bearer " + token})
+            .status;
+    };
+    EXPECT_EQ(status(before), 200);
+    EXPECT_EQ(status(after), 401);
+    daemon_.Configure("Listen=127.0.0.1:0\nTokens=" + daemon_.File("etc/others") + "\n");
+    daemon_.Signal(SIGHUP);
+    ASSERT_TRUE(WaitUntilItSays("the configuration was read again")) << daemon_.Said();
+    EXPECT_EQ(status(before), 401);
+    EXPECT_EQ(status(after), 200);
+}
+
+TEST_F(Voltisd, SaysWhatItCannotTakeOverWithoutARestartAndWhoIsForsaken) {
+    runner::WriteFile(daemon_.File("etc/registers/bar.ini"), "[VOLTIS]\nDevice=/dev/ttyS77\n");
+    Start();
+    journal::Journal journal(daemon_.File("state/journal.db"));
+    daemon_.Configure("Registers=default\nListen=127.0.0.1:0\n");
+    journal.Receive({"a", "bar", "", oneSale, "till 1", true});
+    daemon_.Signal(SIGHUP);
+    ASSERT_TRUE(WaitUntilItSays("the configuration was read again")) << daemon_.Said();
+    EXPECT_THAT(daemon_.Said(), HasSubstr("Listen= and Socket= have changed: a restart is needed"));
+    EXPECT_THAT(daemon_.Said(), HasSubstr("register 'bar' is not served, and has 1 job in its "));
+}
+
+TEST_F(Voltisd, KeepsItsTokensWhenTheNewOnesCannotBeRead) {
+    const std::string token = tokens::Add(daemon_.File("etc/tokens"), {"old", {Scope::Read}});
+    daemon_.Configure("Listen=127.0.0.1:0\n");
+    Start();
+    ASSERT_TRUE(WaitUntilItSays("serving default at "));
+    runner::WriteFile(daemon_.File("etc/others"), "no tokens\n");
+    daemon_.Configure("Listen=127.0.0.1:0\nTokens=" + daemon_.File("etc/others") + "\n");
+    daemon_.Signal(SIGHUP);
+    ASSERT_TRUE(WaitUntilItSays("the configuration stays as it was: ")) << daemon_.Said();
+    EXPECT_EQ(
+        Daemon::AskAt(daemon_.Address(), "GET", "/v1/registers", {"Authorization: Bearer " + token})
+            .status,
+        200);
+}
+
+TEST_F(Voltisd, HasTheDescriptorsThatItNeedsAndLeavesItsWorkersTheUsualOnes) {
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_GE(limit.rlim_max, 512U);
+    limit.rlim_cur = 123;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    Start();
+    pid_t worker = 0;
+    for (int i = 0; i < 2000 && worker == 0; ++i, std::this_thread::sleep_for(5ms))
+        worker = daemon_.Worker();
+    const auto softLimitOf = [](pid_t process) {
+        rlimit its = {};
+        prlimit(process, RLIMIT_NOFILE, nullptr, &its);
+        return its.rlim_cur;
+    };
+    EXPECT_GE(softLimitOf(daemon_.Process()), 512U);
+    EXPECT_EQ(softLimitOf(worker), 123U);
 }
 
 TEST_F(Voltisd, KeepsItsConfigurationWhenTheNewOneMakesNoSense) {
