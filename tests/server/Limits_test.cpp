@@ -14,6 +14,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <list>
@@ -107,14 +109,26 @@ TEST(HttpServerLimits, WhoDoesNotReadTheAnswerIsNotWaitedFor) {
     EXPECT_TRUE(stage.Until([&] { return stage.server.Connections() == 0; }, 2s));
 }
 
+// On a machine so busy that this program itself was away for too long, it proves nothing, and is
+// done again.
 TEST(HttpServerLimits, AnActiveConnectionStays) {
-    Stage stage(Impatient());
-    Client& client = stage.Connect();
-    for (int i = 0; i < 10; ++i) {
-        stage.Let(40ms);
-        client.Send(GetRequest("/"));
-        ASSERT_EQ(stage.Next(client).status, 200) << i;
+    using Clock = std::chrono::steady_clock;
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        Stage stage(Impatient());
+        Client& client = stage.Connect();
+        Clock::duration longest{0};
+        bool stays = true;
+        for (int i = 0; i < 10 && stays; ++i) {
+            const Clock::time_point begin = Clock::now();
+            stage.Let(40ms);
+            client.Send(GetRequest("/"));
+            stays = stage.Next(client).status == 200;
+            longest = std::max(longest, Clock::now() - begin);
+        }
+        if (stays) return;
+        ASSERT_GE(longest, Impatient().idle / 2) << "it was closed, and nobody was late";
     }
+    FAIL() << "this machine is too busy";
 }
 
 TEST(HttpServerLimits, AnAddressHasSoManyConnections) {
