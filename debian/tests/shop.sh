@@ -121,6 +121,15 @@ answers() {
     [ "$status" = "$1" ] || fail "job $2 is answered with $status instead of $1: $(cat "/home/$user/answer")"
 }
 
+# wait_until_it_prints NUMBER: that job of this shop.
+wait_until_it_prints() {
+    for _ in $(seq 100); do
+        if as_user voltisctl jobs | grep -E " $user-$1 +sending " >/dev/null; then return; fi
+        sleep 0.1
+    done
+    fail "job $1 is not at work"
+}
+
 # pack_version PACKAGE VERSION FILE [LINE]: this package with another version, and a line more in its
 # configuration; of the root that unpack has made of the installed one.
 pack_version() {

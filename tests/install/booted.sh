@@ -138,11 +138,7 @@ its_limits() {
 begin_slowly() {
     echo "at data 2 late 3s" >&7
     answers 202 "$1" 0
-    for _ in $(seq 100); do
-        if as_user voltisctl jobs | grep -qE " $user-$1 +sending "; then return; fi
-        sleep 0.1
-    done
-    fail "job $1 is not at work"
+    wait_until_it_prints "$1"
 }
 
 a_stop_waits_for_the_receipt() {
@@ -162,11 +158,19 @@ a_service_that_dies_leaves_the_receipt() {
     journal_knows 1 2
 }
 
+wait_until_it_stops() {
+    for _ in $(seq 200); do
+        if [ "$(systemctl show --property ActiveState --value voltisd.service)" != active ]; then return; fi
+        sleep 0.01
+    done
+    return 1
+}
+
 a_restart_lets_callers_wait() {
     begin_slowly 3
     systemctl restart voltisd.service &
     local restart=$!
-    sleep 1
+    check "the service begins to stop" wait_until_it_stops
     check "another job is taken" answers 200 4 60
     wait "$restart"
     check "both are printed" tape_has 4
