@@ -17,20 +17,24 @@ import time
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
 EXAMPLES = TREE / "examples/http"
+LONGEST_TIMEOUT = 19500  # what is longer wraps (docs/reference.md, "Pauses and time-outs")
 SALE = 'SALE: DEPTNR=1; NAME="{}"; AMOUNT={}\nTENDER\n'
 
 
 class Shop:
-    """cmd_timeout is how long the driver waits for the register, in ms."""
+    """cmd_timeout is how long the driver waits for an answer of the register, in ms, and retries how often it asks
+    again."""
 
-    def __init__(self, build, origins="", cmd_timeout=300):
+    def __init__(self, build, origins="", cmd_timeout=300, retries=3):
+        assert cmd_timeout <= LONGEST_TIMEOUT
         self.programs = pathlib.Path(build)
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="voltis-browser."))
         for name in ("etc", "etc/registers", "locks", "logs", "state"):
             (self.folder / name).mkdir()
         (self.folder / "etc/voltis.ini").write_text(
             f"[VOLTIS]\nDevice={self.folder}/register\nStandardLog=1\nDbgErrorLog=1\n"
-            f"CmdTimeout_Default={cmd_timeout}\nCmdTimeout_Tender={cmd_timeout}\n")
+            f"CmdTimeout_Default={cmd_timeout}\nCmdTimeout_Tender={cmd_timeout}\n"
+            f"LostResponseRetryCount={retries}\n")
         (self.folder / "etc/voltisd.conf").write_text(
             f"[voltisd]\nListen=127.0.0.1:0\nSocket=none\nTokens={self.folder}/etc/tokens\n"
             f"Origins={origins}\n")
@@ -43,8 +47,7 @@ class Shop:
         self.service = self.start("voltisd", "--config", self.folder / "etc", "--journal",
                                   self.folder / "state/journal.db", "--locks", self.folder / "locks",
                                   "--logs", self.folder / "logs")
-        said = self.service.stdout.readline()
-        self.address = re.search(r"127\.0\.0\.1:[0-9]+", said).group()
+        self.address = re.search(r"127\.0\.0\.1:[0-9]+", self.read_serving()).group()
         self.url = f"http://{self.address}"
         # A pipe that nobody reads would stop the service in the end.
         self.log = threading.Thread(target=self.service.stdout.read, daemon=True)
@@ -53,6 +56,14 @@ class Shop:
     def start(self, program, *arguments):
         return subprocess.Popen([self.programs / program, *map(str, arguments)], stdin=subprocess.PIPE,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+
+    def read_serving(self):
+        said = ""
+        for line in self.service.stdout:
+            if line.startswith("serving "):
+                return line
+            said += line
+        raise AssertionError(f"the service never serves: {said}")
 
     def close(self):
         for process in (self.service, self.register):
