@@ -30,6 +30,7 @@ MISTAKE = b"SALE: DEPTNR=first\n"  # so that nothing is sent, even if such a job
 IDLE, RECEIVE = 30, 15
 SLACK = 15
 MOST_GROWTH_KB = 16 * 1024
+MOST_PEAK_KB = 16 * 1024  # at any time, also beside idle connections
 SLOW = 40
 IDLE_CONNECTIONS = 2000
 
@@ -211,11 +212,21 @@ def _idle(place):
     return connections
 
 
-def _expect_quiet(place, register, before, failures):
+def _descriptors(process):
+    return len(list(pathlib.Path(f"/proc/{process}/fd").iterdir()))
+
+
+def _descriptors_for_a_second(process):
+    for _ in range(20):
+        yield _descriptors(process)
+        time.sleep(0.05)
+
+
+def _expect_quiet(place, register, at_start, resident, failures):
     process = place.service.pid
-    failures.expect(shop.wait_until(lambda: len(list(pathlib.Path(f"/proc/{process}/fd").iterdir())) <= before[1], 10),
-                    "voltisd keeps descriptors of connections that have ended")
-    grown = shop.resident_kb(process) - before[0]
+    failures.expect(shop.wait_until(lambda: _descriptors(process) <= at_start, 10),
+                    f"voltisd keeps descriptors of connections that have ended, beside its {at_start}")
+    grown = shop.resident_kb(process) - resident
     failures.expect(grown <= MOST_GROWTH_KB, f"voltisd has grown by {grown} kB")
     failures.expect(not register.events("frame", "command", "printed"), "the register has heard something")
     return grown
@@ -226,11 +237,12 @@ def _prove(place, arguments, counts, failures):
     reader = place.token("reader", "--scope", "read")
     printer = place.token("printer", "--scope", "print")
     place.start()
+    process = place.service.pid
+    at_start = min(_descriptors_for_a_second(process))  # the connection that asked whether it answers ends meanwhile
     chance = random.Random(arguments.seed)
     generator = Generator(arguments.seed, reader, printer)
     _requests(place, generator, chance, 200, collections.Counter(), failures)  # what is allocated once, is now
-    process = place.service.pid
-    before = shop.resident_kb(process), len(list(pathlib.Path(f"/proc/{process}/fd").iterdir()))
+    before = shop.resident_kb(process)
 
     slow = _slow(place, chance, reader)
     for _ in range(5):
@@ -239,7 +251,8 @@ def _prove(place, arguments, counts, failures):
     _requests(place, generator, chance, arguments.count, counts, failures)
     idle = _idle(place)
     failures.expect(place.answers(), "the Unix socket does not answer beside idle connections")
-    peak = shop.resident_kb(process) - before[0]
+    peak = shop.resident_kb(process, "VmHWM") - before
+    failures.expect(peak <= MOST_PEAK_KB, f"voltisd has grown by {peak} kB at most, beside idle connections")
     counts["idle, closed at once"] = sum(connection.go_on() for connection in idle)
     if arguments.until_closed:
         slow_open = _await([connection for connection in slow if not connection.is_closed], RECEIVE + SLACK)
@@ -248,14 +261,14 @@ def _prove(place, arguments, counts, failures):
     for connection in slow + idle:
         connection.socket.close()
     failures.expect(place.service.poll() is None and place.answers(), "voltisd does not answer any more")
-    grown = _expect_quiet(place, register, before, failures)
+    grown = _expect_quiet(place, register, at_start, before, failures)
     status, job = place.ask("POST", "/v1/registers/r1/jobs",
                             {"Authorization": "Bearer " + printer, "Idempotency-Key": "sale 1", "Prefer": "wait=30",
                              "Content-Type": "text/plain"}, SALE, by_socket=False)
     failures.expect(status == 200 and job["verdict"] == "printed", f"the sale afterwards: {status} {job}")
     receipts = [event for event in register.events("printed") if event["line"].startswith("RECEIPT ")]
     failures.expect(len(receipts) == 1, f"{len(receipts)} receipts instead of 1")
-    return before[0], peak, grown
+    return before, peak, grown
 
 
 def main():
@@ -273,7 +286,7 @@ def main():
     failures.expect(counts["400"] > arguments.count / 10, "hardly any request was judged")
     print(f"bad_requests, seed {arguments.seed}: {arguments.count} requests; " +
           ", ".join(f"{what}: {number}" for what, number in sorted(counts.items())) +
-          f"; resident {begin} kB before, {peak:+} kB with {IDLE_CONNECTIONS} idle connections, {grown:+} kB after; "
+          f"; resident {begin} kB before, {peak:+} kB at most, with {IDLE_CONNECTIONS} idle connections, {grown:+} kB after; "
           f"{len(failures)} failures")
     for failure in failures[:20]:
         print("  " + failure)

@@ -10,6 +10,7 @@ import http.client
 import json
 import os
 import pathlib
+import random
 import signal
 import socket
 import sqlite3
@@ -98,9 +99,10 @@ class Started(subprocess.Popen):
         self.processes.add(self.pid)
 
 
-def resident_kb(process):
+def resident_kb(process, what="VmRSS"):
+    """VmHWM: the most it ever was."""
     text = pathlib.Path(f"/proc/{process}/status").read_text()
-    return int(text.split("VmRSS:")[1].split()[0])
+    return int(text.split(what + ":")[1].split()[0])
 
 
 # --- the registers ------------------------------------------------------------------------------------------
@@ -151,9 +153,14 @@ class UnixConnection(http.client.HTTPConnection):
 
 
 def _free_port():
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))
-        return taken.getsockname()[1]
+    """Not one that a caller's own end may be given while the service is dead."""
+    lowest = int(pathlib.Path("/proc/sys/net/ipv4/ip_local_port_range").read_text().split()[0])
+    for _ in range(1000):
+        port = random.randrange(min(10000, lowest // 2), lowest)
+        with contextlib.suppress(OSError), socket.socket() as taken:
+            taken.bind(("127.0.0.1", port))
+            return port
+    raise RuntimeError(f"no free port below {lowest}")
 
 
 class Shop:
