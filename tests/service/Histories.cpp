@@ -109,7 +109,10 @@ void History::WaitForJournal(const Stage::Condition& condition) {
 }
 
 runner::LockWait History::UntilTheEnd() const {
-    return {patience.longest, [this] { return !isEnding_; }};
+    if (defect_ != Defect::GivesUp) return {patience.longest, [this] { return !isEnding_; }};
+    // As if the end were forgotten when the lock has been told of it.
+    return {patience.longest,
+            [this, isTold = false]() mutable { return !isEnding_ || std::exchange(isTold, true); }};
 }
 
 // Whether a program that prints by itself has left something, is at work, or is dead.

@@ -38,7 +38,7 @@ struct Disk {
 };
 
 /// What is broken on purpose, for the proof that it is missed.
-enum class Defect { None, NoLock, LastFirst, NoQueue };
+enum class Defect { None, NoLock, LastFirst, NoQueue, GivesUp };
 
 /// How often what has happened.
 using Counts = std::map<std::string, std::size_t>;

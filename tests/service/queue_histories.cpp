@@ -7,8 +7,8 @@
 //   queue_histories                  a sample (--histories=N, --seed=N)
 //   queue_histories --full           1,000,000, by a process for each processor (--processes=N)
 //   queue_histories --seed=N --histories=1   replays one
-//   queue_histories --defect=WORD    with no-lock, last-first or no-queue broken on purpose;
-//                                    succeeds when that is noticed
+//   queue_histories --defect=WORD    with no-lock, last-first, no-queue or gives-up: that is broken
+//                                    on purpose; succeeds when it is noticed
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,6 +42,7 @@ std::optional<Defect> DefectOf(const std::string& word) {
     if (word == "no-lock") return Defect::NoLock;
     if (word == "last-first") return Defect::LastFirst;
     if (word == "no-queue") return Defect::NoQueue;
+    if (word == "gives-up") return Defect::GivesUp;
     return std::nullopt;
 }
 
