@@ -9,9 +9,11 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <future>
 #include <string>
+#include <thread>
 
 #include "companion/service/Desk.h"
 #include "tests/companion/Till.h"
@@ -51,7 +53,10 @@ struct Pipe {
 class Worker : public testing::Test {
   protected:
     Worker() { std::filesystem::create_directory(site_.locks); }
-    ~Worker() override { Stop(); }
+    ~Worker() override {
+        isHeld_ = false;
+        Stop();
+    }
 
     void Start(std::chrono::milliseconds idle = 1h) {
         work_ = std::async(std::launch::async, [this, idle] {
@@ -85,16 +90,33 @@ class Worker : public testing::Test {
     }
     State StateOf(const std::string& id) const { return journal_.Find(id)->state; }
     bool ComesInto(const std::string& id, State state) const {
-        for (int i = 0; i < 1000 && StateOf(id) != state; ++i) usleep(10'000);
+        for (int i = 0; i < 6000 && StateOf(id) != state; ++i) usleep(10'000);
         return StateOf(id) == state;
     }
 
+    // The register takes nothing of the driver's while it is held.
+    workbench::Station& Holdable() {
+        till_.Configure("StandardLog=1\nCmdTimeout_Default=19500\nCmdTimeout_Tender=19500\n");
+        till_.Station().line.OnReceive([this](emulator::Bytes&) {
+            while (isHeld_) std::this_thread::sleep_for(5ms);
+        });
+        return till_.Station();
+    }
+    // The receipt of A is being printed, and does not end before the register is let go.
+    void HoldTheReceipt() {
+        isHeld_ = true;
+        HandIn("A");
+        Start();
+        ASSERT_TRUE(ComesInto("A", State::Sending));
+    }
+
     Till till_;
+    std::atomic<bool> isHeld_ = false;
     journal::Journal journal_{till_.File("journal.db")};
     job::Site site_{VoltisPath(), till_.File("locks"), till_.File("logs")};
     Pipe wake_, tell_, end_;
     std::chrono::milliseconds patience_{0};
-    workbench::Serving serving_{till_.Station().server};
+    workbench::Serving serving_{Holdable().server};
     std::future<void> work_;
 };
 
@@ -135,10 +157,11 @@ TEST_F(Worker, EndsWhenNobodyWantsItAnyMore) {
 }
 
 TEST_F(Worker, EndsTheReceiptFirst) {
-    HandIn("A");
-    Start();
-    ASSERT_TRUE(ComesInto("A", State::Sending));
+    HoldTheReceipt();
     HandIn("B");
+    wake_.Close();
+    EXPECT_EQ(work_.wait_for(100ms), std::future_status::timeout);
+    isHeld_ = false;
     Stop();
     EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
     EXPECT_TRUE(journal_.Find("B")->InQueue());
@@ -172,12 +195,12 @@ TEST_F(Worker, SaysWhenTheJournalIsGone) {
 }
 
 TEST_F(Worker, EndsTheReceiptFirstAlsoWhenASignalEndsIt) {
-    HandIn("A");
-    Start();
-    ASSERT_TRUE(ComesInto("A", State::Sending));
+    HoldTheReceipt();
     HandIn("B");
     ASSERT_EQ(write(end_.to, "", 1), 1);
-    ASSERT_EQ(work_.wait_for(30s), std::future_status::ready);
+    EXPECT_EQ(work_.wait_for(100ms), std::future_status::timeout);
+    isHeld_ = false;
+    ASSERT_EQ(work_.wait_for(60s), std::future_status::ready);
     EXPECT_EQ(StateOf("A"), State::Done) << journal_.Find("A")->outcome;
     EXPECT_TRUE(journal_.Find("B")->InQueue());
 }
