@@ -162,19 +162,15 @@ endfunction()
 set(VOLTIS_COST_LONG 100)
 
 # A program that prints one line with its counts: <name>_sample belongs to the usual tests,
-# <name>_full to the long ones. With OUTSIDE and ONCE as above.
+# <name>_full to the long ones. With OUTSIDE as above.
 function(voltis_add_fault_test name)
-    cmake_parse_arguments(arg "OUTSIDE;ONCE" "TIMEOUT;PROCESSORS" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(arg "OUTSIDE" "TIMEOUT;PROCESSORS" "SOURCES;LIBS" ${ARGN})
     set(program ${name})
     if(arg_OUTSIDE AND VOLTIS_OUTSIDE_TESTS)
         set(program ${VOLTIS_OUTSIDE_TESTS}/${name})
     else()
         set(VOLTIS_TESTS_PCH)  # of no use without gtest
         voltis_test_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
-    endif()
-    if(arg_ONCE AND VOLTIS_UNITS_ELSEWHERE)
-        set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
-        return()
     endif()
     if(arg_OUTSIDE AND NOT VOLTIS_OUTSIDE_TESTS)
         add_dependencies(voltis_outside_tests ${name})
