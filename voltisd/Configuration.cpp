@@ -9,6 +9,7 @@
 #include <charconv>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <system_error>
@@ -112,9 +113,8 @@ struct KeyRow {
     std::function<void(Configuration&, const std::string&)> take;
 };
 
-// The numbers of seconds are those that a shop's till and its cashier have patience for.
-const std::vector<KeyRow>& Rows() {
-    static const std::vector<KeyRow> rows = {
+std::vector<KeyRow> RowsOfWhoMay() {
+    return {
         {{"Registers", "names, with blanks or commas between", "",
           "The registers that are served, by the names of their files in registers/; default is "
           "that of voltis.ini. Without a name, all of them."},
@@ -126,8 +126,7 @@ const std::vector<KeyRow>& Rows() {
          [](auto& to, const auto& text) { to.listen = AddressesOf(text); }},
         {{"Socket", "a path, or none", "/run/voltisd/voltisd.sock",
           "The Unix socket for programs on this machine. It does not count where systemd opens "
-          "one, "
-          "as voltisd.socket does."},
+          "one, as voltisd.socket does."},
          [](auto& to, const auto& text) { to.socket = PathOrNone(text); }},
         {{"Group", "the name of a group", "dialout",
           "Whose accounts may use the Unix socket; they need no token."},
@@ -147,6 +146,12 @@ const std::vector<KeyRow>& Rows() {
          [](auto& to, const auto& text) { to.key = PathOrNone(text); }},
         {{"Tokens", "a path", "/etc/voltis/tokens", "The file of `voltisctl token`."},
          [](auto& to, const auto& text) { to.tokens = PathOf(text); }},
+    };
+}
+
+// The numbers of seconds are those that a shop's till and its cashier have patience for.
+std::vector<KeyRow> RowsOfHowMuch() {
+    return {
         {{"LongestQueue", "a number of jobs, 1 to 100000", "100",
           "So many jobs wait for one register at most; further ones are refused."},
          [](auto& to, const auto& text) { to.longestQueue = NumberOf(text, 1, 100000); }},
@@ -165,6 +170,14 @@ const std::vector<KeyRow>& Rows() {
           "Likewise with one token, its sessions in browsers included."},
          [](auto& to, const auto& text) { to.ratePerToken = RateOf(text); }},
     };
+}
+
+const std::vector<KeyRow>& Rows() {
+    static const std::vector<KeyRow> rows = [] {
+        std::vector<KeyRow> all = RowsOfWhoMay();
+        std::ranges::move(RowsOfHowMuch(), std::back_inserter(all));
+        return all;
+    }();
     return rows;
 }
 

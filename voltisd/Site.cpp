@@ -4,6 +4,7 @@
 #include "voltisd/Site.h"
 
 #include "companion/runner/Files.h"
+#include "companion/server/Listening.h"
 
 namespace voltisd {
 
@@ -23,12 +24,32 @@ std::optional<server::Tls> TlsOf(const Configuration& configuration) {
                        runner::ReadFile(configuration.key)};
 }
 
+// Its answer could not be told any more, and the same key would print again.
+void RefuseToForgetAtOnce(const std::vector<runner::Profile>& profiles) {
+    for (const runner::Profile& profile : profiles) {
+        if (profile.journalDays == 0)
+            throw ConfigurationError("register '" + profile.name +
+                                     "' has JournalDays=0, which forgets a job when it ends: the "
+                                     "service needs a day at least");
+    }
+}
+
+void RefuseWhatIsNoAddress(const std::vector<std::string>& addresses, const std::string& file) {
+    for (const std::string& address : addresses) {
+        if (!server::IsAddress(address))
+            throw ConfigurationError(file + ": Listen=" + address +
+                                     ": an address has a port, as 127.0.0.1:8631 or [::1]:8631");
+    }
+}
+
 }  // namespace
 
 Site ReadSite(const Place& place) {
     Site site;
     site.configuration = ReadConfiguration(ConfigurationFileOf(place));
     site.profiles = ProfilesOf(place, site.configuration);
+    RefuseWhatIsNoAddress(site.configuration.listen, ConfigurationFileOf(place));
+    RefuseToForgetAtOnce(site.profiles);
     site.tls = TlsOf(site.configuration);
     return site;
 }

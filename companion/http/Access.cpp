@@ -104,7 +104,8 @@ void AllowOrigin(const Request& request, const AccessRules& rules, Response& res
     if (request.method != "OPTIONS") return;
     response.headers.emplace_back("Access-Control-Allow-Methods", "GET, POST, DELETE");
     response.headers.emplace_back("Access-Control-Allow-Headers",
-                                  "Authorization, Content-Type, Idempotency-Key, Prefer");
+                                  "Authorization, Content-Type, Idempotency-Key, If-None-Match, "
+                                  "Last-Event-ID, Prefer");
     response.headers.emplace_back("Access-Control-Max-Age", "600");
 }
 

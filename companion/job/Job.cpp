@@ -199,6 +199,9 @@ std::optional<Outcome> Jobs::DoFirst(const runner::LockWait& wait, const Watcher
         hold = register_->Lock(wait);
     } catch (const std::bad_alloc&) {
         throw;
+    } catch (const runner::DeviceBusy& failure) {
+        if (!wait.goOn() || IsSending()) return std::nullopt;
+        return Refuse(*first, requestOf(*first), failure.what());
     } catch (const std::exception& failure) {
         if (!wait.goOn()) return std::nullopt;
         return Refuse(*first, requestOf(*first), failure.what());
@@ -207,6 +210,10 @@ std::optional<Outcome> Jobs::DoFirst(const runner::LockWait& wait, const Watcher
     first = First();  // another one, perhaps, by now
     if (!first) return std::nullopt;
     return Begin(*first, requestOf(*first), watcher, *hold, first->place);
+}
+
+bool Jobs::IsSending() const {
+    return journal_.OpenJobs(State::Sending).contains(profile_.name);
 }
 
 bool Jobs::HasLeft() const {

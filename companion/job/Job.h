@@ -47,8 +47,9 @@ class Jobs {
     /// That this call has sent nothing, and why. An earlier one with the same ID may have.
     Outcome NotNow(const Request& request, const std::string& reason) const;
 
-    /// Runs the first job of the register's queue; nothing: there is none, or the wait was ended by
-    /// its goOn. When the register cannot be had, that is the job's outcome. std::exception: the
+    /// Runs the first job of the register's queue; nothing: there is none, the wait was ended by
+    /// its goOn, or the register was printing another job of this journal all that time. When the
+    /// register cannot be had for another reason, that is the job's outcome. std::exception: the
     /// journal cannot be used, or what became of a job that was cut off cannot be found out; then
     /// the queue is as it was.
     std::optional<Outcome> DoNext(const runner::LockWait& wait, const Watcher& watcher);
@@ -66,6 +67,7 @@ class Jobs {
     Outcome Begin(const journal::Job& job, const Request& request, const Watcher& watcher,
                   Hold& hold, std::optional<std::int64_t> place);
     std::optional<journal::Job> First() const;
+    bool IsSending() const;
     std::optional<Outcome> DoFirst(const runner::LockWait& wait, const Watcher& watcher);
     Outcome Send(std::int64_t number, const Request& request, Work& work);
     void Prepare(Work& work, const std::string& folder) const;

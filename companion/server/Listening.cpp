@@ -187,6 +187,10 @@ std::string ListeningSocket::Name() const {
     return address.As<sockaddr_un>().sun_path;
 }
 
+bool IsAddress(const std::string& text) {
+    return Parsed(text).has_value();
+}
+
 ListeningSocket ListenAt(const std::string& address) {
     std::optional<Address> parsed = Parsed(address);
     if (!parsed)

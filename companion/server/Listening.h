@@ -39,7 +39,10 @@ class ListeningSocket {
     std::string madePath_;
 };
 
-/// Of a text as "127.0.0.1:8631" or "[::1]:8631"; names of hosts are none. Port 0 is any free one.
+/// A text as "127.0.0.1:8631" or "[::1]:8631"; names of hosts are none.
+bool IsAddress(const std::string& text);
+
+/// At such an address. Port 0 is any free one.
 ListeningSocket ListenAt(const std::string& address);
 
 /// For the account of this process and for the group, with mode 0660. A socket that somebody left

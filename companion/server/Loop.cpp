@@ -36,7 +36,7 @@ sigset_t OurSignals() {
 // What signals did before.
 struct Loop::Former {
     sigset_t mask = {};
-    struct sigaction pipe = {};
+    struct sigaction pipe = {}, child = {};
 };
 
 Loop::Loop() : epoll_(epoll_create1(EPOLL_CLOEXEC)), former_(std::make_unique<Former>()) {
@@ -48,10 +48,15 @@ Loop::Loop() : epoll_(epoll_create1(EPOLL_CLOEXEC)), former_(std::make_unique<Fo
     struct sigaction ignored = {};
     ignored.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &ignored, &former_->pipe);
+    // Where the parent ignores it, nobody would learn how a worker has ended.
+    struct sigaction usual = {};
+    usual.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &usual, &former_->child);
 }
 
 Loop::~Loop() {
     sigaction(SIGPIPE, &former_->pipe, nullptr);
+    sigaction(SIGCHLD, &former_->child, nullptr);
     sigprocmask(SIG_SETMASK, &former_->mask, nullptr);
 }
 

@@ -240,7 +240,8 @@ void Workers::TakeEnd(const std::string& registerName) {
     Worker& worker = at->second;
     siginfo_t end = {};
     const auto process = static_cast<id_t>(worker.process.Fd());
-    if (waitid(P_PIDFD, process, &end, WEXITED | WNOHANG) != 0 || end.si_pid == 0) return;
+    const bool isOurs = waitid(P_PIDFD, process, &end, WEXITED | WNOHANG) == 0;
+    if (isOurs && end.si_pid == 0) return;
     const bool wasStopped = !worker.wake.IsOpen();
     if (worker.tell.IsOpen()) TakeNews(worker);
     LetGo(worker);
@@ -249,7 +250,7 @@ void Workers::TakeEnd(const std::string& registerName) {
     } else if (wasStopped) {
         Spawn(worker);
     } else {
-        Died(worker, HowItEnded(end));
+        Died(worker, isOurs ? HowItEnded(end) : "ended, and nobody can tell how");
     }
 }
 

@@ -114,7 +114,9 @@ TEST(Access, IsForAnOriginThatIsNamed) {
     first.method = "OPTIONS";
     AllowOrigin(first, rules, response);
     EXPECT_THAT(response.headers,
-                Contains(Pair("Access-Control-Allow-Headers", HasSubstr("Idempotency-Key"))));
+                Contains(Pair("Access-Control-Allow-Headers",
+                              AllOf(HasSubstr("Idempotency-Key"), HasSubstr("Last-Event-ID"),
+                                    HasSubstr("If-None-Match")))));
 }
 
 TEST(Access, LetsNoOtherOriginReadTheAnswer) {

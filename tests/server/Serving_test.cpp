@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 
 #include "companion/server/Manager.h"
@@ -243,6 +244,21 @@ TEST(Workers, ThatAreKilledAreStartedAgain) {
     EXPECT_THAT(workers.Running(), testing::AnyOf(IsEmpty(), ElementsAre("kasse")));
     EXPECT_TRUE(workers.Running().empty() ||
                 Turns(loop, [&] { return workers.Running().empty(); }));
+}
+
+// As some programs that start a service do; the kernel would then bury the worker by itself.
+TEST(Workers, AreStartedAgainAlsoWhereEndsOfChildrenWereIgnored) {
+    const auto former = std::signal(SIGCHLD, SIG_IGN);
+    {
+        Loop loop;
+        Told told;
+        Workers workers(loop, Shell("exit 7"), WorkersOptions{10ms, 20ms, 1h});
+        told.ListenTo(workers);
+        workers.Start("kasse");
+        EXPECT_TRUE(Turns(loop, [&] { return told.died.size() == 2; }));
+        EXPECT_THAT(told.died, testing::Each("kasse: exit status 7"));
+    }
+    EXPECT_EQ(std::signal(SIGCHLD, former), SIG_IGN) << "it is as it was";
 }
 
 TEST(Workers, ThatCannotBeStartedAreTriedAgain) {

@@ -229,3 +229,15 @@ TEST_F(Worker, LeavesTheQueueAloneWhenItCannotFindOutWhatWasCutOff) {
     EXPECT_EQ(StateOf("A"), State::Sending);
     EXPECT_TRUE(journal_.Find("B")->InQueue());
 }
+
+// A worker that has outlived its service prints for longer, perhaps, than anybody's patience.
+TEST_F(Worker, LeavesAJobInItsQueueWhileTheRegisterPrintsAnother) {
+    const runner::DeviceLock lock(runner::LockFileOf(till_.profile, site_.locks));
+    const auto other = journal_.Receive({"A", "default", "/pos/sale.txt", oneSale});
+    journal_.StartSending(other, "default", till_.File("runs/1"));
+    HandIn("B");
+    patience_ = 20ms;
+    Start(20ms);
+    EXPECT_FALSE(tell_.HasNews(500ms));
+    EXPECT_TRUE(journal_.Find("B")->InQueue());
+}

@@ -11,6 +11,7 @@
 
 #include "companion/runner/Files.h"
 #include "tests/support/TempDir.h"
+#include "voltisd/Site.h"
 #include "voltisd/Version.h"
 
 using testing::ElementsAre;
@@ -28,6 +29,15 @@ Configuration Of(const std::string& lines) {
 std::string Mistake(const std::string& lines) {
     try {
         Of(lines);
+    } catch (const voltisd::ConfigurationError& mistake) {
+        return mistake.what();
+    }
+    return "none";
+}
+
+std::string MistakeAt(const voltisd::Place& place) {
+    try {
+        voltisd::ReadSite(place);
     } catch (const voltisd::ConfigurationError& mistake) {
         return mistake.what();
     }
@@ -148,6 +158,34 @@ TEST(Configuration, WantsTheCertificateAndItsKeyTogether) {
 TEST(Configuration, RefusesAValueThatIsLongerThanIsRead) {
     EXPECT_THAT(Mistake("Hosts=" + std::string(255, 'a')), HasSubstr("more than 254 characters"));
     EXPECT_EQ(Of("Hosts=" + std::string(254, 'a')).hosts.size(), 1U);
+}
+
+TEST(Site, HasNoRegisterThatForgetsItsJobsAtOnce) {
+    const TempDir folder;
+    voltisd::Place place;
+    place.config = folder.Path();
+    const std::string profile = "[VOLTIS]\nComNumber=1\nJournalDays=";
+    runner::WriteFile(folder.File("voltis.ini"), profile + "1\n");
+    EXPECT_EQ(voltisd::ReadSite(place).profiles.size(), 1U);
+    runner::WriteFile(folder.File("voltis.ini"), profile + "0\n");
+    EXPECT_THAT(MistakeAt(place), HasSubstr("register 'default' has JournalDays=0"));
+}
+
+TEST(Site, HasNoAddressWithoutAPort) {
+    const TempDir folder;
+    voltisd::Place place;
+    place.config = folder.Path();
+    runner::WriteFile(folder.File("voltis.ini"), "[VOLTIS]\nComNumber=1\n");
+    const auto listen = [&](const std::string& addresses) {
+        runner::WriteFile(folder.File("voltisd.conf"), "[voltisd]\nListen=" + addresses + "\n");
+    };
+    for (const char* wrong : {"127.0.0.1", "shop:8631", "[::1]", "::1:8631", "127.0.0.1:65536"}) {
+        listen(std::string("[::1]:8631 ") + wrong);
+        EXPECT_EQ(MistakeAt(place), folder.File("voltisd.conf") + ": Listen=" + wrong +
+                                        ": an address has a port, as 127.0.0.1:8631 or [::1]:8631");
+    }
+    listen("127.0.0.1:0 [::1]:8631");
+    EXPECT_EQ(MistakeAt(place), "none");
 }
 
 TEST(Configuration, NamesEachKeyOnceWithItsDefault) {
