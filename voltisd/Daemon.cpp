@@ -82,16 +82,17 @@ std::vector<std::string> NamesOf(const std::vector<runner::Profile>& profiles) {
 }
 
 // What is said on another address could be read, and changed, by everybody on the way.
-void RefuseOpenAddress(const ListeningSocket& socket, const Site& site, const tokens::Book& book) {
-    if (socket.IsLocal()) return;
+void RefuseOpenAddress(const std::string& address, bool isLocal, const Site& site,
+                       const tokens::Book& book) {
+    if (isLocal) return;
     if (!site.tls) {
-        throw ConfigurationError("'" + socket.Name() +
+        throw ConfigurationError("'" + address +
                                  "' can be reached from other machines: Certificate= and Key= are "
                                  "needed for it");
     }
     if (!book.Trouble().empty()) throw ConfigurationError(book.Trouble());
     if (book.All().empty()) {
-        throw ConfigurationError("'" + socket.Name() +
+        throw ConfigurationError("'" + address +
                                  "' can be reached from other machines: make a token for each "
                                  "caller first, by voltisctl token add");
     }
@@ -196,7 +197,6 @@ class Daemon {
     }
 
     void Serve(const ListeningSocket& socket) {
-        RefuseOpenAddress(socket, site_, book_);
         server_.Serve(socket.Fd(), socket.IsUnix() ? std::nullopt : site_.tls);
     }
 
@@ -260,7 +260,8 @@ class Daemon {
     void TakeOver(Site site) {
         tokens::Book book(site.configuration.tokens);
         if (!book.Trouble().empty()) throw ConfigurationError(book.Trouble());
-        for (const ListeningSocket& socket : sockets_) RefuseOpenAddress(socket, site, book);
+        for (const ListeningSocket& socket : sockets_)
+            RefuseOpenAddress(socket.Name(), socket.IsLocal(), site, book);
         const gid_t group = server::GroupOf(site.configuration.group);
         if (site.tls != site_.tls) server_.ServeAnew(NetworkSockets(), site.tls);
         book_ = std::move(book);
@@ -321,9 +322,12 @@ class Daemon {
     server::Loop loop_;
     Site site_;
     journal::Journal journal_;
-    std::vector<ListeningSocket> sockets_ =
-        SocketsOf(site_.configuration, server::SocketsOfSystemd());
     tokens::Book book_;
+    std::vector<ListeningSocket> sockets_ =
+        SocketsOf(site_.configuration, server::SocketsOfSystemd(),
+                  [this](const std::string& address, bool isLocal) {
+                      RefuseOpenAddress(address, isLocal, site_, book_);
+                  });
     gate::Gate gate_;
     api::Settings settings_;
     api::Api api_;

@@ -25,13 +25,22 @@ void ListenAtAll(const std::vector<std::string>& addresses, Sockets& sockets) {
     for (const std::string& address : addresses) sockets.push_back(server::ListenAt(address));
 }
 
+void CheckAll(const Sockets& given, const std::vector<std::string>& addresses,
+              const AddressCheck& check) {
+    for (const ListeningSocket& socket : given) check(socket.Name(), socket.IsLocal());
+    for (const std::string& address : addresses) check(address, server::IsLocalAddress(address));
+}
+
 }  // namespace
 
-Sockets SocketsOf(const Configuration& configuration, Sockets given) {
+Sockets SocketsOf(const Configuration& configuration, Sockets given, const AddressCheck& check) {
     const bool hasNetwork = AnyIsUnix(given, false);
     const bool hasUnix = AnyIsUnix(given, true);
+    const std::vector<std::string> own =
+        hasNetwork ? std::vector<std::string>() : configuration.listen;
+    CheckAll(given, own, check);
     Sockets sockets = std::move(given);
-    if (!hasNetwork) ListenAtAll(configuration.listen, sockets);
+    ListenAtAll(own, sockets);
     if (!hasUnix && !configuration.socket.empty()) {
         sockets.push_back(
             server::ListenAtPath(configuration.socket, server::GroupOf(configuration.group)));

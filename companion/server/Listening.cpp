@@ -98,6 +98,14 @@ std::optional<Address> Parsed(const std::string& text) {
     return Version6(host.substr(1, host.size() - 2), *port);
 }
 
+Address AddressIn(const std::string& text) {
+    const std::optional<Address> parsed = Parsed(text);
+    if (!parsed)
+        throw std::runtime_error("'" + text +
+                                 "' is no address with a port, as 127.0.0.1:8631 or [::1]:8631");
+    return *parsed;
+}
+
 bool IsLoopback(const Address& address) {
     constexpr std::uint32_t ofTheMachine = 127;
     if (address.storage.ss_family == AF_INET)
@@ -191,17 +199,18 @@ bool IsAddress(const std::string& text) {
     return Parsed(text).has_value();
 }
 
+bool IsLocalAddress(const std::string& address) {
+    return IsLoopback(AddressIn(address));
+}
+
 ListeningSocket ListenAt(const std::string& address) {
-    std::optional<Address> parsed = Parsed(address);
-    if (!parsed)
-        throw std::runtime_error("'" + address +
-                                 "' is no address with a port, as 127.0.0.1:8631 or [::1]:8631");
-    Descriptor listening(socket(parsed->storage.ss_family, socketType, 0));
+    Address parsed = AddressIn(address);
+    Descriptor listening(socket(parsed.storage.ss_family, socketType, 0));
     if (!listening.IsOpen()) FailAt(address);
     SetOption(listening.Fd(), SOL_SOCKET, SO_REUSEADDR, address);
-    if (parsed->storage.ss_family == AF_INET6)
+    if (parsed.storage.ss_family == AF_INET6)
         SetOption(listening.Fd(), IPPROTO_IPV6, IPV6_V6ONLY, address);
-    if (bind(listening.Fd(), parsed->Get(), parsed->size) != 0) FailAt(address);
+    if (bind(listening.Fd(), parsed.Get(), parsed.size) != 0) FailAt(address);
     if (listen(listening.Fd(), backlog) != 0) FailAt(address);
     return {std::move(listening), ""};
 }

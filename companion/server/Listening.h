@@ -42,6 +42,9 @@ class ListeningSocket {
 /// A text as "127.0.0.1:8631" or "[::1]:8631"; names of hosts are none.
 bool IsAddress(const std::string& text);
 
+/// Whether nobody but this machine could reach who listens at such an address.
+bool IsLocalAddress(const std::string& address);
+
 /// At such an address. Port 0 is any free one.
 ListeningSocket ListenAt(const std::string& address);
 

@@ -31,12 +31,8 @@ std::string OwnGroup() {
     return entry == nullptr ? "root" : entry->gr_name;
 }
 
-bool TakesConnections(const std::string& socket) {
-    try {
-        return Client(socket).fd >= 0;
-    } catch (const std::exception&) {
-        return false;
-    }
+bool HasLineThatBegins(const std::string& text, const std::string& begin) {
+    return text.starts_with(begin) || text.find("\n" + begin) != std::string::npos;
 }
 
 }  // namespace
@@ -84,14 +80,18 @@ void Daemon::Launch() {
     if (failed != 0) process_ = -1;
 }
 
+bool Daemon::HasEnded() const {
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOHANG | WNOWAIT);
+    return ended.si_pid != 0;
+}
+
 bool Daemon::Start() {
+    const std::size_t before = Said().size();
     Launch();
-    const auto end = Clock::now() + 20s;
-    while (process_ > 0 && Clock::now() < end) {
-        if (TakesConnections(Socket())) return true;
-        siginfo_t ended{};
-        waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOHANG | WNOWAIT);
-        if (ended.si_pid != 0) return false;
+    const auto end = Clock::now() + 60s;
+    while (process_ > 0 && !HasEnded() && Clock::now() < end) {
+        if (HasLineThatBegins(Said().substr(before), "serving ")) return true;
         std::this_thread::sleep_for(5ms);
     }
     return false;
@@ -155,10 +155,22 @@ Answer Daemon::AskAt(const std::string& place, const std::string& method, const 
 }
 
 Answer Daemon::HandIn(const std::string& key, const std::string& content, int wait) const {
-    return Ask("POST", "/v1/registers/default/jobs",
-               {"Idempotency-Key: " + key, "Content-Type: text/plain",
-                "Prefer: wait=" + std::to_string(wait)},
-               content);
+    return Repeated([&] {
+        return Ask("POST", "/v1/registers/default/jobs",
+                   {"Idempotency-Key: " + key, "Content-Type: text/plain",
+                    "Prefer: wait=" + std::to_string(wait)},
+                   content);
+    });
+}
+
+Answer Daemon::Repeated(const std::function<Answer()>& ask) {
+    Answer answer = ask();
+    for (const auto end = Clock::now() + 60s; Clock::now() < end && answer.status == 503;) {
+        if (answer.body.find("\"urn:voltis:problem:journal\"") == std::string::npos) break;
+        std::this_thread::sleep_for(50ms);
+        answer = ask();
+    }
+    return answer;
 }
 
 nlohmann::json Daemon::JsonOf(const Answer& answer) {

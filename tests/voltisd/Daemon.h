@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -26,7 +27,8 @@ class Daemon {
     /// voltisd.conf, beside the socket, if there is none in it, the group and the file of tokens.
     void Configure(const std::string& lines) const;
     void Launch();
-    /// Returns when the socket takes connections. False: it has ended instead.
+    /// Returns when it has said where it serves: all that a start does is done. False: it has ended
+    /// instead, or said nothing in a minute.
     bool Start();
     void Signal(int signal) const;
     pid_t Process() const { return process_; }
@@ -45,8 +47,10 @@ class Daemon {
                         const std::string& body = "");
     /// The first address of the network where it says that it serves.
     std::string Address() const;
-    /// With the key, waiting for so many seconds at most.
+    /// With the key, waiting for so many seconds at most; Repeated().
     Answer HandIn(const std::string& key, const std::string& content, int wait) const;
+    /// As a client does it: again, for a minute, while another program writes to the journal.
+    static Answer Repeated(const std::function<Answer()>& ask);
     static nlohmann::json JsonOf(const Answer& answer);
 
     /// What it has written to standard error.
@@ -56,6 +60,8 @@ class Daemon {
     std::vector<std::string> Command() const;
 
   private:
+    bool HasEnded() const;
+
     TempDir folder_;
     pid_t process_ = -1;
 };

@@ -30,6 +30,7 @@
 #include "tests/support/Programs.h"
 #include "tests/voltisd/Daemon.h"
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -231,15 +232,22 @@ class HandOver : public testing::Test {
         other_.reset();
     }
     // The register takes some seconds for a receipt.
-    void StartSlowRegister() {
+    void StartSlowRegister(std::chrono::milliseconds aStep = 200ms) {
         counter_.till.Station().line.OnReceive(
-            [](emulator::Bytes&) { std::this_thread::sleep_for(200ms); });
+            [aStep](emulator::Bytes&) { std::this_thread::sleep_for(aStep); });
         counter_.StartRegister();
     }
     std::unique_ptr<Calling> BeginQueued(const std::string& id) {
         auto calling = counter_.Begin({"--job", id, "--wait", "60", counter_.Sale()});
         EXPECT_TRUE(counter_.WaitFor(id, journal::State::Received)) << calling->Said();
         return calling;
+    }
+    // The jobs that have come to the register, in this order.
+    std::vector<std::string> Sent() const {
+        std::vector<std::string> sent;
+        for (const journal::Event& event : journal::Journal(counter_.Journal()).EventsAfter(0, 100))
+            if (event.state == journal::State::Sending) sent.push_back(event.id.value_or(""));
+        return sent;
     }
     // The journal says that this serves the register.
     std::unique_ptr<Script> Scripted(std::optional<std::string> answer) {
@@ -313,7 +321,7 @@ TEST_F(HandOver, GivesAJobWithoutAnIdOneOfItsOwn) {
 
 TEST_F(HandOver, ShowsOnATerminalHowFarTheReceiptIs) {
     Start();
-    StartSlowRegister();
+    StartSlowRegister(1s);
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     ASSERT_EQ(grantpt(terminal), 0);
     ASSERT_EQ(unlockpt(terminal), 0);
@@ -349,10 +357,7 @@ TEST_F(HandOver, KeepsTheOrderOfAllWhoCome) {
     FreeRegister();
     EXPECT_EQ(counter_.End(*second).exitCode, 0);
     EXPECT_EQ(counter_.End(*fourth).exitCode, 0);
-    std::vector<std::string> sent;
-    for (const journal::Event& event : journal::Journal(counter_.Journal()).EventsAfter(0, 100))
-        if (event.state == journal::State::Sending) sent.push_back(event.id.value_or(""));
-    EXPECT_THAT(sent, testing::ElementsAre("before", "second", "third", "fourth"));
+    EXPECT_THAT(Sent(), ElementsAre("before", "second", "third", "fourth"));
 }
 
 // --- as a direct run
@@ -445,6 +450,7 @@ TEST_F(HandOver, PrintsByItselfWhenTheServiceIsKilledWhileTheJobWaits) {
     const Called called = counter_.End(*calling);
     EXPECT_EQ(called.exitCode, 0) << called.said;
     EXPECT_EQ(counter_.Job("1")->state, journal::State::Done);
+    EXPECT_EQ(std::ranges::count(Sent(), std::string("1")), 1);
 }
 
 TEST_F(HandOver, TellsTheVerdictWhenTheServiceIsKilledWhileTheJobIsPrinted) {
@@ -459,6 +465,7 @@ TEST_F(HandOver, TellsTheVerdictWhenTheServiceIsKilledWhileTheJobIsPrinted) {
     EXPECT_EQ(counter_.Receipts(), 1);
 }
 
+// The caller would have printed its own job only.
 TEST_F(HandOver, IsPrintedByTheServiceThatIsStartedAgain) {
     StartWithAJobBefore();
     const auto calling = BeginQueued("1");
@@ -467,6 +474,8 @@ TEST_F(HandOver, IsPrintedByTheServiceThatIsStartedAgain) {
     FreeRegister();
     EXPECT_EQ(counter_.End(*calling).exitCode, 0);
     EXPECT_TRUE(counter_.Job("1")->place);
+    EXPECT_EQ(counter_.Job("before")->state, journal::State::Done);
+    EXPECT_THAT(Sent(), ElementsAre("before", "1"));
 }
 
 // --- the caller gives up

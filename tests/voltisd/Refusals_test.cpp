@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "companion/journal/Journal.h"
@@ -17,34 +15,27 @@
 
 using http::Scope;
 using testing::HasSubstr;
-using namespace std::chrono_literals;
 
 namespace {
-
-std::string AddressIn(const std::string& said) {
-    const std::size_t at = said.find("127.0.0.1:");
-    const std::size_t end = said.find_first_of(" \n", at);
-    return end == std::string::npos ? "" : said.substr(at, end - at);
-}
 
 class VoltisdRefuses : public testing::Test {
   protected:
     void Start(const std::string& lines = "") {
         daemon_.Configure("Listen=127.0.0.1:0\n" + lines);
         ASSERT_TRUE(daemon_.Start()) << daemon_.Said();
-        for (int i = 0; i < 2000 && address_.empty(); ++i) {
-            std::this_thread::sleep_for(10ms);
-            address_ = AddressIn(daemon_.Said());
-        }
+        address_ = daemon_.Address();
         ASSERT_NE(address_, "") << daemon_.Said();
     }
 
-    /// A job that is handed in with the token and these headers.
+    /// The job is handed in with the token and these headers.
     Answer HandIn(const std::vector<std::string>& headers = {"Host: 127.0.0.1"}) const {
+        return Daemon::Repeated([&] { return HandInOnce(headers); });
+    }
+    Answer HandInOnce(const std::vector<std::string>& headers) const {
         std::string request =
             "POST /v1/registers/default/jobs HTTP/1.1\r\nConnection: close\r\n"
-            "Idempotency-Key: sale 1\r\nContent-Type: text/plain\r\nContent-Length: 8\r\n";
-        request += "Authorization: Bearer " + token_ + "\r\n";
+            "Content-Type: text/plain\r\nContent-Length: 8\r\n";
+        request += "Idempotency-Key: " + job_ + "\r\nAuthorization: Bearer " + token_ + "\r\n";
         for (const std::string& header : headers) request += header + "\r\n";
         Client client(address_);
         client.Send(request + "\r\nTENDER\r\n");
@@ -58,7 +49,7 @@ class VoltisdRefuses : public testing::Test {
 
     bool HasJob() const {
         return journal::Journal::ForReading(daemon_.File("state/journal.db"))
-            ->Find("sale 1")
+            ->Find(job_)
             .has_value();
     }
 
@@ -66,6 +57,7 @@ class VoltisdRefuses : public testing::Test {
     std::string tokens_ = daemon_.File("etc/tokens");
     std::string token_ = tokens::Add(tokens_, {"till 1", {Scope::Print}, std::nullopt});
     std::string address_;
+    std::string job_ = "sale 1";
 };
 
 }  // namespace
@@ -89,7 +81,10 @@ TEST_F(VoltisdRefuses, ANameOfSomebodyElseThatPointsHere) {
 
 TEST_F(VoltisdRefuses, ARevokedToken) {
     Start();
+    EXPECT_EQ(HandIn().status, 202);
+    EXPECT_TRUE(HasJob());
     tokens::Revoke(tokens_, "till 1");
+    job_ = "sale 2";
     const Answer answer = HandIn();
     EXPECT_EQ(answer.status, 401);
     EXPECT_THAT(answer.body, HasSubstr("bad-token"));

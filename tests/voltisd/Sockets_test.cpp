@@ -28,13 +28,14 @@ class Sockets : public testing::Test {
     ListeningSocket UnixSocket() const { return server::ListenAtPath(Path("given"), std::nullopt); }
     std::vector<std::string> NamesWith(std::vector<ListeningSocket> given) const {
         std::vector<std::string> names;
-        for (const ListeningSocket& socket : SocketsOf(configuration_, std::move(given)))
+        for (const ListeningSocket& socket : SocketsOf(configuration_, std::move(given), check_))
             names.push_back(socket.Name());
         return names;
     }
 
     const TempDir folder_;
     voltisd::Configuration configuration_;
+    voltisd::AddressCheck check_ = [](const std::string&, bool) {};
 };
 
 std::vector<ListeningSocket> Only(ListeningSocket socket) {
@@ -61,6 +62,19 @@ TEST_F(Sockets, OfTheManagerAloneForTheNetworkWhereItHasOpenedOne) {
     ListeningSocket given = server::ListenAt("127.0.0.1:0");
     const std::string name = given.Name();
     EXPECT_THAT(NamesWith(Only(std::move(given))), ElementsAre(name));
+}
+
+// The first address is in use, which only who would listen there can notice.
+TEST_F(Sockets, AreAllCheckedBeforeAnybodyCanArrive) {
+    const ListeningSocket other = server::ListenAt("127.0.0.1:0");
+    configuration_.listen = {other.Name(), "[::1]:0", "0.0.0.0:0"};
+    std::vector<std::string> local;
+    check_ = [&local](const std::string& address, bool isLocal) {
+        if (!isLocal) throw voltisd::ConfigurationError(address);
+        local.push_back(address);
+    };
+    EXPECT_THROW(NamesWith(Only(UnixSocket())), voltisd::ConfigurationError);
+    EXPECT_THAT(local, ElementsAre(Path("given"), other.Name(), "[::1]:0"));
 }
 
 TEST_F(Sockets, AreNeeded) {

@@ -4,15 +4,18 @@
 // The service as it is shipped, with the driver that is shipped, and an emulated register.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "companion/journal/Journal.h"
+#include "companion/runner/DeviceLock.h"
 #include "companion/runner/Files.h"
 #include "companion/tokens/File.h"
 #include "companion/workbench/Serving.h"
@@ -22,6 +25,7 @@
 using http::Scope;
 using journal::State;
 using testing::HasSubstr;
+using testing::Not;
 using namespace std::chrono_literals;
 
 namespace {
@@ -87,6 +91,20 @@ TEST_F(Voltisd, PrintsAJobOnceHoweverOftenItIsHandedIn) {
     EXPECT_EQ(Receipts(), 1);
 }
 
+// What was sold is nobody's business who reads the system's journal.
+TEST_F(Voltisd, SaysNothingOfWhatIsSold) {
+    Start();
+    StartRegister();
+    EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 40).status, 200);
+    const std::string mistake = "SALE: DEPTNR=1; NAME=\"Pear cake\"; PRICE=ruinous\n";
+    EXPECT_EQ(daemon_.HandIn("sale 2", mistake, 40).status, 422);
+    const std::string tooLong = oneSale + std::string(70'000, '\n');
+    EXPECT_EQ(daemon_.HandIn("sale 3", tooLong, 40).status, 413);
+    EXPECT_THAT(daemon_.Said(), HasSubstr(" POST /v1/registers/default/jobs 422"));
+    for (const char* text : {"Apple tart", "Pear cake", "ruinous", "SALE", "TENDER"})
+        EXPECT_THAT(daemon_.Said(), Not(HasSubstr(text)));
+}
+
 TEST_F(Voltisd, AnswersBeforeTheReceiptIsPrintedToWhoDoesNotWait) {
     Start();
     const Answer accepted = daemon_.HandIn("sale 1", oneSale, 0);
@@ -141,28 +159,39 @@ TEST_F(Voltisd, TellsWhoWaitsThatTheRegisterDoesNotAnswer) {
     EXPECT_EQ(Daemon::JsonOf(answer)["job"]["verdict"], "not-printed");
 }
 
-// The first job keeps the register, which does not answer, for some seconds.
+// A program keeps the register, so that the worker has no news.
 TEST_F(Voltisd, TellsWhoWaitsWhatAnotherProgramHasDone) {
+    daemon_.Configure("Patience=600\nLongestWait=600\n");
+    const runner::DeviceLock lock(runner::LockFileOf(till_.profile, daemon_.File("locks")));
     Start();
     EXPECT_EQ(daemon_.HandIn("sale 1", oneSale, 0).status, 202);
     EXPECT_EQ(daemon_.HandIn("sale 2", oneSale, 0).status, 202);
-    Answer answer;
-    std::thread waiting(
-        [&] { answer = daemon_.Ask("GET", "/v1/jobs/sale%202", {"Prefer: wait=30"}); });
-    std::this_thread::sleep_for(300ms);
+    Client waiting(daemon_.Socket());
+    waiting.Send(GetRequest("/v1/jobs/sale%202", "Prefer: wait=600\r\n"));
+    // Two requests after it were answered, and it was not.
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(daemon_.Ask("GET", "/v1/registers").status, 200);
+    EXPECT_FALSE(waiting.Read()) << waiting.received;
     journal::Journal other(daemon_.File("state/journal.db"));
     other.Withdraw(other.Find("sale 2")->number, "anna", "{}", 2);
-    waiting.join();
-    EXPECT_EQ(Daemon::JsonOf(answer)["withdrawn_by"], "anna") << answer.body;
-    EXPECT_NE(StateOf("sale 1"), State::Failed);  // so it was not the worker's news
+    std::optional<Answer> answer;
+    for (int i = 0; i < 6000 && !answer && !waiting.isClosed; ++i) {
+        pollfd news{waiting.fd, POLLIN, 0};
+        poll(&news, 1, 10);
+        waiting.Read();
+        answer = TakeAnswer(waiting.received, waiting.isClosed);
+    }
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(Daemon::JsonOf(*answer)["withdrawn_by"], "anna") << answer->body;
+    EXPECT_EQ(StateOf("sale 1"), State::Received);
 }
 
 TEST_F(Voltisd, SaysThatItCannotWriteNowInsteadOfKeepingAllOthersWaiting) {
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving "));
     const journal::Database other(daemon_.File("state/journal.db"), nullptr);
     auto writing = std::make_unique<journal::Transaction>(other);
-    const Answer refused = daemon_.HandIn("sale 1", oneSale, 0);
+    const Answer refused =
+        daemon_.Ask("POST", "/v1/registers/default/jobs",
+                    {"Idempotency-Key: sale 1", "Content-Type: text/plain"}, oneSale);
     EXPECT_EQ(refused.status, 503) << refused.body;
     EXPECT_EQ(Daemon::JsonOf(refused)["type"], "urn:voltis:problem:journal");
     EXPECT_EQ(refused.headers.at("retry-after"), "1");
@@ -173,7 +202,6 @@ TEST_F(Voltisd, SaysThatItCannotWriteNowInsteadOfKeepingAllOthersWaiting) {
 
 TEST_F(Voltisd, TellsAtTheNextOccasionWhatItServesWhenTheJournalWasBusy) {
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving "));
     const journal::Database other(daemon_.File("state/journal.db"), nullptr);
     auto writing = std::make_unique<journal::Transaction>(other);
     runner::WriteFile(daemon_.File("etc/registers/bar.ini"), "[VOLTIS]\nDevice=/dev/ttyS77\n");
@@ -198,7 +226,6 @@ TEST_F(Voltisd, ShowsThePageOfTheTechnicianAtItsRoot) {
 TEST_F(Voltisd, WantsATokenFromTheNetwork) {
     daemon_.Configure("Listen=127.0.0.1:0\n");
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving default at "));
     const std::string said = daemon_.Said();
     const std::size_t at = said.find("127.0.0.1:");
     ASSERT_NE(at, std::string::npos) << said;
@@ -243,7 +270,6 @@ TEST_F(Voltisd, ReadsItsConfigurationAgainWhenItIsAskedTo) {
 TEST_F(Voltisd, TellsProgramsOfThisMachineWhatItServesUntilItEnds) {
     runner::WriteFile(daemon_.File("etc/registers/bar.ini"), "[VOLTIS]\nDevice=/dev/ttyS77\n");
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving "));
     EXPECT_EQ(ServedAt("default"), daemon_.Socket());
     EXPECT_EQ(ServedAt("bar"), daemon_.Socket());
     EXPECT_EQ(ServedAt("other"), "nowhere");
@@ -259,7 +285,6 @@ TEST_F(Voltisd, TellsProgramsOfThisMachineWhatItServesUntilItEnds) {
 
 TEST_F(Voltisd, TellsThemNothingAboutItsPlaceOnTheNetwork) {
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving "));
     daemon_.Kill();
     EXPECT_EQ(ServedAt("default"), daemon_.Socket());
     daemon_.Configure("Socket=none\nListen=127.0.0.1:0\n");
@@ -273,7 +298,6 @@ TEST_F(Voltisd, TakesOtherTokensWhenItReadsItsConfigurationAgain) {
     const std::string after = tokens::Add(daemon_.File("etc/others"), {"new", {Scope::Read}});
     daemon_.Configure("Listen=127.0.0.1:0\n");
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving default at "));
     const auto status = [this](const std::string& token) {
         return Daemon::AskAt(daemon_.Address(), "GET", "/v1/registers",
                              {"Authorization: Bearer " + token})
@@ -304,7 +328,6 @@ TEST_F(Voltisd, KeepsItsTokensWhenTheNewOnesCannotBeRead) {
     const std::string token = tokens::Add(daemon_.File("etc/tokens"), {"old", {Scope::Read}});
     daemon_.Configure("Listen=127.0.0.1:0\n");
     Start();
-    ASSERT_TRUE(WaitUntilItSays("serving default at "));
     runner::WriteFile(daemon_.File("etc/others"), "no tokens\n");
     daemon_.Configure("Listen=127.0.0.1:0\nTokens=" + daemon_.File("etc/others") + "\n");
     daemon_.Signal(SIGHUP);
@@ -322,9 +345,8 @@ TEST_F(Voltisd, HasTheDescriptorsThatItNeedsAndLeavesItsWorkersTheUsualOnes) {
     limit.rlim_cur = 123;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     Start();
-    pid_t worker = 0;
-    for (int i = 0; i < 2000 && worker == 0; ++i, std::this_thread::sleep_for(5ms))
-        worker = daemon_.Worker();
+    const pid_t worker = daemon_.Worker();  // started before the service says that it serves
+    ASSERT_NE(worker, 0);
     const auto softLimitOf = [](pid_t process) {
         rlimit its = {};
         prlimit(process, RLIMIT_NOFILE, nullptr, &its);
