@@ -15,6 +15,11 @@ namespace {
 // How to add one: a name in the header, a row here, and the routes that answer with it.
 constexpr std::array problems = {
     ProblemRow{Problem::BadRequest, "bad-request", 400, "The request makes no sense"},
+    ProblemRow{Problem::BadMethod, "bad-method", 400, "The method is no word"},
+    ProblemRow{Problem::BadTarget, "bad-target", 400,
+               "The path or the query cannot be read, or has a name twice"},
+    ProblemRow{Problem::BadHeader, "bad-header", 400,
+               "A header cannot be read, or could be read in two ways"},
     ProblemRow{Problem::NoHost, "no-host", 400, "The request names no host"},
     ProblemRow{Problem::BadAuthorization, "bad-authorization", 400,
                "The header Authorization has no bearer token"},
@@ -47,6 +52,8 @@ constexpr std::array problems = {
     ProblemRow{Problem::Withdrawn, "withdrawn", 410,
                "The job was withdrawn before it was printed; nothing prints it under this key"},
     ProblemRow{Problem::TooLarge, "too-large", 413, "The body is longer than 64 KiB"},
+    ProblemRow{Problem::TargetTooLong, "target-too-long", 414,
+               "The path and the query are too long"},
     ProblemRow{Problem::WrongType, "wrong-type", 415, "The body has a type that is not taken"},
     ProblemRow{Problem::ForeignHost, "foreign-host", 421,
                "The request is for a name that this service does not have"},
@@ -59,11 +66,17 @@ constexpr std::array problems = {
     ProblemRow{Problem::Mistake, "mistake", 422,
                "There is a mistake in the command file; nothing was printed"},
     ProblemRow{Problem::TooMany, "too-many-requests", 429, "There were too many requests"},
+    ProblemRow{Problem::TooManyStreams, "too-many-streams", 429,
+               "Another stream has to be closed first"},
+    ProblemRow{Problem::TooManyHeaders, "too-many-headers", 431,
+               "The headers are too many, or too long"},
     ProblemRow{Problem::Part, "part", 500, "A certain part of the command file was printed"},
     ProblemRow{Problem::InDoubt, "in-doubt", 500,
                "Nobody can tell what was printed; a person has to look at the paper"},
     ProblemRow{Problem::Forgotten, "forgotten", 500,
                "The job has ended and is not in the journal any more"},
+    ProblemRow{Problem::Internal, "internal", 500,
+               "The service could not answer; its log says why"},
     ProblemRow{Problem::NotPrinted, "not-printed", 503,
                "Nothing was printed; the same call may be made again"},
     ProblemRow{Problem::QueueFull, "queue-full", 503, "Too many jobs wait for the register"},
@@ -71,6 +84,7 @@ constexpr std::array problems = {
                "The file of tokens cannot be used, so nobody has one"},
     ProblemRow{Problem::Journal, "journal", 503,
                "The journal cannot be used; the same call again finds out what became of this one"},
+    ProblemRow{Problem::Ending, "ending", 503, "The service ends; it may be there again soon"},
 };
 
 constexpr bool AreInOrder() {

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: VOLTIS developers
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Every error that these paths are answered with, from one table: those of the gate before them,
-// too, so that the description of the interface has them.
+// Every error that these paths are answered with, from one table: those of the server and of the
+// gate before them, too, so that the description of the interface has them.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,9 @@ using Json = nlohmann::ordered_json;
 
 enum class Problem : std::uint8_t {
     BadRequest,
+    BadMethod,
+    BadTarget,
+    BadHeader,
     NoHost,
     BadAuthorization,
     NoKey,
@@ -39,6 +42,7 @@ enum class Problem : std::uint8_t {
     NothingToDecide,
     Withdrawn,
     TooLarge,
+    TargetTooLong,
     WrongType,
     ForeignHost,
     Encoding,
@@ -46,13 +50,17 @@ enum class Problem : std::uint8_t {
     OtherRegister,
     Mistake,
     TooMany,
+    TooManyStreams,
+    TooManyHeaders,
     Part,
     InDoubt,
     Forgotten,
+    Internal,
     NotPrinted,
     QueueFull,
     TokensUnusable,
     Journal,
+    Ending,
 };
 
 struct ProblemRow {

@@ -125,7 +125,8 @@ constexpr std::array resolveProblems = {Problem::BadRequest, Problem::NotFound,
 constexpr std::array withdrawProblems = {Problem::NotYours, Problem::NotFound, Problem::NotQueued};
 constexpr std::array checkProblems = {Problem::BadRequest, Problem::NotFound, Problem::Encoding};
 constexpr std::array ofRequest = {Problem::BadRequest};
-constexpr std::array eventProblems = {Problem::BadRequest, Problem::NotFound};
+constexpr std::array eventProblems = {Problem::BadRequest, Problem::NotFound,
+                                      Problem::TooManyStreams, Problem::Ending};
 
 // A path that names a job comes twice: with its ID, and with its number.
 constexpr std::array routes = {
@@ -292,9 +293,11 @@ std::vector<Problem> ProblemsOf(const Route& route) {
                                Problem::NoSession, Problem::NoCsrfToken, Problem::NotInGroup,
                                Problem::Scope, Problem::ForeignRegister, Problem::TokensUnusable});
     }
-    if (route.body != Body::None) all.insert(all.end(), {Problem::TooLarge, Problem::WrongType});
-    all.insert(all.end(), {Problem::NoHost, Problem::ForeignOrigin, Problem::NotAcceptable,
-                           Problem::ForeignHost, Problem::TooMany, Problem::Journal});
+    if (route.body != Body::None) all.push_back(Problem::WrongType);
+    all.insert(all.end(), {Problem::BadTarget, Problem::BadHeader, Problem::NoHost,
+                           Problem::ForeignOrigin, Problem::NotAcceptable, Problem::TooLarge,
+                           Problem::TargetTooLong, Problem::ForeignHost, Problem::TooMany,
+                           Problem::TooManyHeaders, Problem::Internal, Problem::Journal});
     std::ranges::sort(all);
     return all;
 }
