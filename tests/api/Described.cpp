@@ -3,6 +3,8 @@
 
 #include "tests/api/Described.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <sstream>
 
@@ -53,7 +55,7 @@ std::string KeyOf(const std::string& method) {
 
 std::string HeaderOf(const http::Response& response, const std::string& name) {
     for (const auto& [key, value] : response.headers)
-        if (key == name) return value;
+        if (strcasecmp(key.c_str(), name.c_str()) == 0) return value;
     return "";
 }
 

@@ -4,6 +4,7 @@
 #include "tests/voltisd/Daemon.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <grp.h>
 #include <poll.h>
 #include <spawn.h>
@@ -18,7 +19,10 @@
 #include <thread>
 #include <utility>
 
+#include "companion/api/OpenApi.h"
+#include "companion/http/Path.h"
 #include "companion/runner/Files.h"
+#include "tests/api/Described.h"
 #include "tests/support/Programs.h"
 
 using namespace std::chrono_literals;
@@ -33,6 +37,20 @@ std::string OwnGroup() {
 
 bool HasLineThatBegins(const std::string& text, const std::string& begin) {
     return text.starts_with(begin) || text.find("\n" + begin) != std::string::npos;
+}
+
+bool IsForPrograms(const std::vector<std::string>& segments) {
+    if (segments.empty()) return false;
+    const std::string& first = segments.front();
+    return first == "v1" || first == "openapi.json" || first == "metrics" || first == "healthz";
+}
+
+http::Response ResponseOf(const Answer& answer) {
+    http::Response response{answer.status, "", answer.body};
+    for (const auto& [name, value] : answer.headers)
+        if (name == "content-type") response.type = value;
+    response.headers.assign(answer.headers.begin(), answer.headers.end());
+    return response;
 }
 
 }  // namespace
@@ -151,7 +169,20 @@ Answer Daemon::AskAt(const std::string& place, const std::string& method, const 
         poll(&news, 1, 100);
         client.Read();
     }
-    return TakeAnswer(client.received, client.isClosed).value_or(Answer());
+    Answer answer = TakeAnswer(client.received, client.isClosed).value_or(Answer());
+    Hold(method, target, answer);
+    return answer;
+}
+
+void Daemon::Hold(const std::string& method, const std::string& target, const Answer& answer) {
+    http::Request request;
+    request.method = method;
+    request.segments =
+        http::SegmentsOf(target.substr(0, target.find('?'))).value_or(request.segments);
+    if (answer.status == 0 || !IsForPrograms(request.segments)) return;
+    static const nlohmann::json description = api::OpenApi("1.2.3");
+    EXPECT_THAT(MistakesByDescription(request, ResponseOf(answer), description), testing::IsEmpty())
+        << method << " " << target << " " << answer.status << " " << answer.body;
 }
 
 Answer Daemon::HandIn(const std::string& key, const std::string& content, int wait) const {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 // The shipped service in a process of its own, in a folder that has all that a machine would have.
+// Every answer of its interface for programs is held against the description that it gives of that.
 #pragma once
 
 #include <sys/types.h>
@@ -45,6 +46,8 @@ class Daemon {
     static Answer AskAt(const std::string& place, const std::string& method,
                         const std::string& target, const std::vector<std::string>& headers = {},
                         const std::string& body = "");
+    /// What the description says about the answer is so; the test fails if not.
+    static void Hold(const std::string& method, const std::string& target, const Answer& answer);
     /// The first address of the network where it says that it serves.
     std::string Address() const;
     /// With the key, waiting for so many seconds at most; Repeated().

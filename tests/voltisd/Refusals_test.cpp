@@ -3,13 +3,20 @@
 
 // What the shipped service refuses at its address on the network.
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <chrono>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <variant>
 #include <vector>
 
+#include "companion/api/Refusals.h"
 #include "companion/journal/Journal.h"
+#include "companion/server/Incoming.h"
 #include "companion/tokens/File.h"
 #include "tests/voltisd/Daemon.h"
 
@@ -44,7 +51,9 @@ class VoltisdRefuses : public testing::Test {
             if (poll(&news, 1, 20'000) == 0) break;
             client.Read();
         }
-        return TakeAnswer(client.received, client.isClosed).value_or(Answer());
+        Answer answer = TakeAnswer(client.received, client.isClosed).value_or(Answer());
+        Daemon::Hold("POST", "/v1/registers/default/jobs", answer);
+        return answer;
     }
 
     bool HasJob() const {
@@ -106,4 +115,64 @@ TEST_F(VoltisdRefuses, ATokenThatCallsMoreOftenThanItIsConfigured) {
     int status = 0;
     for (int call = 0; call < 100 && status != 429; ++call) status = HandIn().status;
     EXPECT_EQ(status, 429);
+}
+
+// The server refuses these before the service sees them.
+TEST_F(VoltisdRefuses, WhatCannotBeReadInTheWayThatItDescribes) {
+    ASSERT_TRUE(daemon_.Start()) << daemon_.Said();
+    struct Row {
+        std::string target;
+        std::vector<std::string> headers;
+        int status;
+        const char* name;
+    };
+    const std::vector<Row> rows = {
+        {"/v1/jobs/a?x=1&x=2", {}, 400, "bad-target"},
+        {"/v1/jobs/a", {"Origin: http://a", "Origin: http://b"}, 400, "bad-header"},
+        {"/v1/jobs/" + std::string(9000, 'a'), {}, 414, "target-too-long"},
+        {"/v1/jobs/a", std::vector<std::string>(100, "X-A: 1"), 431, "too-many-headers"},
+        {"/healthz", std::vector<std::string>(100, "X-A: 1"), 431, "too-many-headers"},
+    };
+    for (const Row& row : rows) {
+        const Answer answer = daemon_.Ask("GET", row.target, row.headers);
+        EXPECT_EQ(answer.status, row.status) << row.name;
+        EXPECT_EQ(Daemon::JsonOf(answer)["type"], std::string("urn:voltis:problem:") + row.name);
+    }
+    const Answer large = daemon_.Ask("DELETE", "/v1/jobs/a", {}, std::string(70'000, 'a'));
+    EXPECT_EQ(large.status, 413);
+    EXPECT_EQ(Daemon::JsonOf(large)["type"], "urn:voltis:problem:too-large");
+}
+
+TEST(VoltisdDescription, HasWhatTheServerAnswersForItsService) {
+    server::ServerOptions options;
+    options.streamsOfCaller = 0;
+    Stage stage(options);
+    const auto problemOf = [&] {
+        const Answer answer = stage.Get("/v1/events");
+        Daemon::Hold("GET", "/v1/events", answer);
+        return Daemon::JsonOf(answer).value("type", "");
+    };
+    stage.service.answer = [](const http::Request&) -> http::Reply {
+        throw std::runtime_error("nothing works");
+    };
+    EXPECT_EQ(problemOf(), "urn:voltis:problem:internal");
+    stage.service.answer = [](const http::Request&) -> http::Reply { return http::Stream{}; };
+    EXPECT_EQ(problemOf(), "urn:voltis:problem:too-many-streams");
+}
+
+TEST(VoltisdDescription, HasTheRefusalOfAMethodThatIsNone) {
+    const auto refusal = server::RequestOf({"no word", "/", {}}, {});
+    ASSERT_TRUE(std::holds_alternative<http::Response>(refusal));
+    EXPECT_THAT(std::get<http::Response>(refusal).body,
+                HasSubstr(std::string(":") + api::RowOf(api::Problem::BadMethod).name + "\""));
+}
+
+// The proof that the tests of the shipped service would notice.
+TEST(VoltisdDescription, FailsATestWithAnAnswerThatItDoesNotHave) {
+    Answer answer{200, {{"content-type", "application/json"}}, R"({"status": "ok"})"};
+    Daemon::Hold("GET", "/healthz", answer);
+    answer.body = R"({"status": "fine"})";
+    EXPECT_NONFATAL_FAILURE(Daemon::Hold("GET", "/healthz", answer), "/healthz");
+    answer.status = 204;
+    EXPECT_NONFATAL_FAILURE(Daemon::Hold("GET", "/healthz", answer), "the status 204");
 }

@@ -234,6 +234,7 @@ TEST_F(Voltisd, WantsATokenFromTheNetwork) {
     client.Send("GET /v1/registers HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
     while (!client.isClosed) client.Read();
     const Answer answer = TakeAnswer(client.received, true).value_or(Answer());
+    Daemon::Hold("GET", "/v1/registers", answer);
     EXPECT_EQ(answer.status, 401);
     EXPECT_THAT(answer.headers.at("www-authenticate"), HasSubstr("Bearer"));
 }
