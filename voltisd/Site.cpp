@@ -3,6 +3,8 @@
 
 #include "voltisd/Site.h"
 
+#include <algorithm>
+
 #include "companion/runner/Files.h"
 #include "companion/server/Listening.h"
 
@@ -35,11 +37,10 @@ void RefuseToForgetAtOnce(const std::vector<runner::Profile>& profiles) {
 }
 
 void RefuseWhatIsNoAddress(const std::vector<std::string>& addresses, const std::string& file) {
-    for (const std::string& address : addresses) {
-        if (!server::IsAddress(address))
-            throw ConfigurationError(file + ": Listen=" + address +
-                                     ": an address has a port, as 127.0.0.1:8631 or [::1]:8631");
-    }
+    const auto wrong = std::ranges::find_if_not(addresses, server::IsAddress);
+    if (wrong == addresses.end()) return;
+    throw ConfigurationError(file + ": Listen=" + *wrong +
+                             ": an address has a port, as 127.0.0.1:8631 or [::1]:8631");
 }
 
 }  // namespace

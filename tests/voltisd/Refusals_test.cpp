@@ -7,10 +7,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <chrono>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <variant>
 #include <vector>
 
