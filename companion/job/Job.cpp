@@ -49,6 +49,12 @@ void TakeDecision(const journal::Job& job, bool oldFormat, Outcome& outcome) {
     outcome.result = oldFormat ? "0\nOK" : "[VOLTIS]\nResultCode=0\nMessage=OK";
 }
 
+// What ended in a queue was settled by who does not know the register's format.
+void SettleAgain(const journal::Job& job, bool oldFormat, Outcome& outcome) {
+    if (job.state != State::Failed || outcome.driver) return;
+    SettleUnsent(outcome, oldFormat, outcome.exitCode, ERR_SYSTEM, outcome.reason);
+}
+
 void Replace(const std::string& what, const std::string& by, std::string& text) {
     for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
         text.replace(at, what.size(), by);
@@ -131,6 +137,7 @@ std::optional<Outcome> Jobs::Known(const Request& request) const {
 // The service, which knows no files of its callers, has given the driver a name of its own.
 Outcome Jobs::Told(const journal::Job& job, const std::string& file) const {
     Outcome outcome = FromRecord(job.outcome);
+    SettleAgain(job, profile_.oldResultFileFormat, outcome);
     if (!job.till.empty()) Rename(job.file, runner::DriversPath(file), outcome);
     TakeDecision(job, profile_.oldResultFileFormat, outcome);
     return outcome;

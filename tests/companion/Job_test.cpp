@@ -575,6 +575,14 @@ TEST_F(JobQueue, AnswersForAJobThatWasWithdrawn) {
     EXPECT_TRUE(Device().Journal().empty());
 }
 
+TEST_F(JobQueue, TellsWhatEndedInItInTheFormatOfTheRegister) {
+    till_.profile.oldResultFileFormat = true;
+    Outcome withdrawn;
+    SettleUnsent(withdrawn, false, 2, 50, "no longer wanted");
+    journal_.Withdraw(Queue("A"), "till 1", ToRecord(withdrawn), 2);
+    EXPECT_EQ(Do("A").result, "2\nno longer wanted");
+}
+
 TEST_F(JobQueue, IsLookedThroughForWhatWasCutOff) {
     KillWhen([] { return true; }, true);
     EXPECT_TRUE(Jobs().HasLeft());
