@@ -44,12 +44,17 @@ constexpr milliseconds longestGone = 5s;
 constexpr milliseconds shortSilence = 5s, longestSilence = 60s;
 // For the first job of a queue: its worker, too, waits for programs of others.
 constexpr milliseconds longestBeginning = 120s;
+// For the verdict of what is being printed, after an interrupt.
+constexpr milliseconds longestVerdict = 60s;
 
 constexpr char othersFirst[] =
     "other jobs are before this one on the register, and --wait was over; it has left the queue";
 constexpr char callEnded[] = "the call was ended before the job was printed; it has left the queue";
 constexpr char notBegun[] =
     "the service has not begun to print the job for a long time; it has left the queue";
+constexpr char stillQueued[] =
+    "the job was in the queue before this call, and is still there; it may be printed later";
+constexpr char stillPrinted[] = "the job is still being printed; ask again under its ID";
 
 bool IsSettled(const Job& job) {
     return job.state != journal::State::Received && job.state != journal::State::Sending;
@@ -89,6 +94,11 @@ bool IsNobody(const std::system_error& failure) {
     return code == ENOENT || code == ECONNREFUSED || code == ENAMETOOLONG;
 }
 
+bool IsNotAllowed(const std::system_error& failure) {
+    const int code = failure.code().value();
+    return code == EACCES || code == EPERM;
+}
+
 // What a problem says (RFC 9457).
 std::string DetailIn(const client::Answer& answer) {
     const auto json = nlohmann::json::parse(answer.body, nullptr, false);
@@ -112,6 +122,7 @@ std::optional<job::Outcome> HandOver::Do() {
     if (const auto job = counter_.journal.Find(*request_.id)) {
         lastEvent_ = counter_.journal.LastEventOf(job->number);
         isOthers_ = job->state == journal::State::Sending;
+        isJoined_ = job->InQueue();
     }
     runner::CheckCommandPath(request_.file);
     try {
@@ -144,16 +155,18 @@ job::Outcome HandOver::InDoubt(const std::string& reason) const {
 
 std::optional<job::Outcome> HandOver::HandIn() {
     if (!IsForRequest()) {
+        // Who may not call the service has no place in its queue, either.
+        if (const Heard heard = Look(); heard == Heard::NotAllowed) return Next({heard});
         PutIntoQueue();
-        return IsTaken() ? Follow() : NotNow("the queue does not take the job");
+        return IsTaken(true) ? Follow() : NotNow("the queue does not take the job");
     }
     while (true) {
         const Reply reply = Call();
-        if (IsTaken()) return Follow();
+        if (IsTaken(reply.heard == Heard::Answer)) return Follow();
         if (reply.heard == Heard::Nobody && !isLost_) return std::nullopt;
         if (auto outcome = Next(reply)) return outcome;
         Sleep(callPause);
-        if (isInterrupted_) return NotNow(callEnded);
+        if (interrupted_) return NotNow(callEnded);
     }
 }
 
@@ -195,10 +208,18 @@ HandOver::Reply HandOver::Call() {
         return Ask(connection);
     } catch (const std::system_error& failure) {
         if (IsNobody(failure)) return {Heard::Nobody};
-        const int code = failure.code().value();
-        if (code == EACCES || code == EPERM) return {Heard::NotAllowed};
+        if (IsNotAllowed(failure)) return {Heard::NotAllowed};
         return {Heard::Busy, 0, failure.what()};
     }
+}
+
+// Busy: somebody is there.
+HandOver::Heard HandOver::Look() const try {
+    client::Connection connection(counter_.socket);
+    return Heard::Busy;
+} catch (const std::system_error& failure) {
+    if (IsNotAllowed(failure)) return Heard::NotAllowed;
+    return IsNobody(failure) ? Heard::Nobody : Heard::Busy;
 }
 
 HandOver::Reply HandOver::Ask(client::Connection& connection) try {
@@ -224,9 +245,9 @@ std::optional<client::Answer> HandOver::Await(client::Connection& connection) {
     const auto begin = Clock::now();
     while (true) {
         if (auto answer = connection.Await(lookPause)) return answer;
-        isInterrupted_ = isInterrupted_ || !request_.wait.goOn();
-        const milliseconds longest = isInterrupted_ ? shortSilence : longestSilence;
-        if (Clock::now() - begin >= longest || IsTaken()) return std::nullopt;
+        HearInterrupt();
+        const milliseconds longest = interrupted_ ? shortSilence : longestSilence;
+        if (Clock::now() - begin >= longest || IsTaken(false)) return std::nullopt;
     }
 }
 
@@ -244,13 +265,17 @@ void HandOver::PutIntoQueue() {
                  "/jobs/handed-over.txt"});
 }
 
-// By this call, or by another one under its ID.
-bool HandOver::IsTaken() {
+// By this call, or by another one under its ID. That it was not printed is no end before the
+// service has answered: another call may have given it up while the request of this one, which puts
+// it into the queue again, is still on its way.
+bool HandOver::IsTaken(bool isAnswered) {
     const auto job = counter_.journal.Find(*request_.id);
     if (!job || job->content != request_.content || job->registerName != counter_.profile.name)
         return false;
-    const bool isTaken = counter_.journal.LastEventOf(job->number) > lastEvent_ || job->InQueue() ||
-                         job->state == journal::State::Sending;
+    const bool isNew = counter_.journal.LastEventOf(job->number) > lastEvent_;
+    const bool isFailed = job->state == journal::State::Failed;
+    const bool isTaken = job->InQueue() || job->state == journal::State::Sending ||
+                         (isNew && (isAnswered || !isFailed));
     if (isTaken) number_ = job->number;
     return isTaken;
 }
@@ -266,8 +291,14 @@ job::Outcome HandOver::Follow() {
             outcome.replayed = isOthers_;
             return outcome;
         }
-        if (job.state == journal::State::Received) LeaveQueueInTime(job);
-        if (IsServiceGone()) TakeOver(job);
+        if (job.state == journal::State::Received) {
+            LeaveQueueInTime(job);
+            if (hasLeft_) return InDoubt(stillQueued);
+        } else if (interrupted_ && Clock::now() - *interrupted_ >= longestVerdict) {
+            return InDoubt(stillPrinted);
+        }
+        LookAfter(job);
+        if (hasLeft_) return InDoubt(stillQueued);
         ShowProgress(job);
         Sleep(lookPause);
     }
@@ -279,7 +310,7 @@ bool HandOver::IsOver(milliseconds longest) const {
 
 void HandOver::LeaveQueueInTime(const Job& job) {
     const milliseconds patience = std::max(request_.wait.longest, leastPatience);
-    if (isInterrupted_) return GiveUp(job, callEnded);
+    if (interrupted_) return GiveUp(job, callEnded);
     if (IsOver(patience + longestBeginning)) return GiveUp(job, notBegun);
     if (!IsOver(patience)) return;
     const bool isFirst =
@@ -288,38 +319,44 @@ void HandOver::LeaveQueueInTime(const Job& job) {
     if (!isFirst) GiveUp(job, othersFirst);
 }
 
-// It may be printed by now; then its verdict is waited for.
+// It may be printed by now; then its verdict is waited for. What another call has put into the
+// queue is not this one's to take out of it.
 void HandOver::GiveUp(const Job& job, const std::string& reason) try {
+    hasLeft_ = isJoined_;
+    if (hasLeft_) return;
     service::Desk(counter_.journal, 0).GiveUp(job.number, reason);
 } catch (const journal::WrongState&) {
 }
 
-bool HandOver::IsServiceGone() {
+// Once a second.
+void HandOver::LookAfter(const Job& job) {
     const auto now = Clock::now();
-    if (now >= nextLook_) {
-        nextLook_ = now + visitPause;
-        try {
-            client::Connection connection(counter_.socket);
-            seen_ = now;
-        } catch (const std::system_error& failure) {
-            if (!IsNobody(failure)) seen_ = now;
-        }
-    }
-    return now - seen_ >= longestGone;
+    if (now < nextLook_) return;
+    nextLook_ = now + visitPause;
+    if (Look() == Heard::Busy) seen_ = now;
+    const bool isGone = now - seen_ >= longestGone;
+    if (job.state == journal::State::Sending)
+        FindOut(isGone);
+    else if (isGone)
+        TakeOver(job);
 }
 
 // Nobody else does it.
 void HandOver::TakeOver(const Job& job) {
-    if (job.state == journal::State::Received) {
-        const job::Outcome outcome = counter_.jobs.Do(request_, watcher_);
-        if (counter_.journal.Get(job.number).state == journal::State::Received)
-            GiveUp(job, outcome.reason);
-        return;
-    }
-    try {
-        counter_.jobs.FindOut({});
-    } catch (const runner::DeviceBusy&) {  // who prints it is still at work
-    }
+    const job::Outcome outcome = counter_.jobs.Do(request_, watcher_);
+    if (counter_.journal.Get(job.number).state == journal::State::Received)
+        GiveUp(job, outcome.reason);
+}
+
+// Who prints it has the register. A service that is there may have lost its worker, and every new
+// one, all the same.
+void HandOver::FindOut(bool isServiceGone) try {
+    counter_.jobs.FindOut({});
+} catch (const runner::DeviceBusy&) {  // who prints it is still at work
+} catch (const std::bad_alloc&) {
+    throw;
+} catch (const std::exception&) {  // an account that may less than the service
+    if (isServiceGone) throw;
 }
 
 // --- while it lasts ------------------------------------------------------------------------------
@@ -339,5 +376,9 @@ void HandOver::ShowProgress(const Job& job) {
 void HandOver::Sleep(milliseconds longest) {
     pollfd interrupt{watcher_.stopFd, POLLIN, 0};
     poll(&interrupt, 1, static_cast<int>(longest.count()));
-    isInterrupted_ = isInterrupted_ || !request_.wait.goOn();
+    HearInterrupt();
+}
+
+void HandOver::HearInterrupt() {
+    if (!interrupted_ && !request_.wait.goOn()) interrupted_ = Clock::now();
 }

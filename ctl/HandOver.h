@@ -32,7 +32,8 @@ class HandOver {
     HandOver(Counter counter, job::Request request, job::Watcher watcher);
 
     /// Hands the job over and waits for what becomes of it. When the service ends before the job is
-    /// printed, this call prints it. Nothing: nobody is at the socket, and the job is as it was.
+    /// printed, this call prints it. A job that was in the queue before stays there when this call
+    /// ends. Nothing: nobody is at the socket, and the job is as it was.
     std::optional<job::Outcome> Do();
 
   private:
@@ -52,15 +53,18 @@ class HandOver {
     std::optional<client::Answer> Await(client::Connection& connection);
     bool IsForRequest() const;
     void PutIntoQueue();
-    bool IsTaken();
+    bool IsTaken(bool isAnswered);
+    Heard Look() const;
 
     job::Outcome Follow();
     void LeaveQueueInTime(const journal::Job& job);
     void GiveUp(const journal::Job& job, const std::string& reason);
-    bool IsServiceGone();
+    void LookAfter(const journal::Job& job);
     void TakeOver(const journal::Job& job);
+    void FindOut(bool isServiceGone);
     void ShowProgress(const journal::Job& job);
     void Sleep(std::chrono::milliseconds longest);
+    void HearInterrupt();
     bool IsOver(std::chrono::milliseconds longest) const;
 
     job::Outcome Told(job::Outcome outcome) const;
@@ -74,8 +78,10 @@ class HandOver {
     const Clock::time_point start_ = Clock::now();
     std::int64_t lastEvent_ = 0;  // of the job, before this call
     bool isOthers_ = false;       // it was being printed before this call
+    bool isJoined_ = false;       // it was in the queue before this call
+    bool hasLeft_ = false;        // this call, and not the job
     bool isLost_ = false;         // a request was sent, and never answered
-    bool isInterrupted_ = false;
+    std::optional<Clock::time_point> interrupted_;
     std::int64_t number_ = 0;  // of the job, when it was taken
     Clock::time_point seen_ = start_;
     Clock::time_point nextLook_ = start_;

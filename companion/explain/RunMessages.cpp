@@ -92,6 +92,20 @@ constexpr Entry runMessageRows[] = {
     Reason("the service has not begun to print the job for a long time; it has left the queue",
            "voltisd runs, but the process that prints on this register does not get on.",
            "Look what voltisd says (journalctl -u voltisd), then run it again."),
+    {Kind::RunMessage, noCode,
+     "the job was in the queue before this call, and is still there; it may be printed later",
+     exit101,
+     "Another call under the same ID has given voltisd the job. This one only joined it, and was "
+     "interrupted or did not wait any longer.",
+     &asTheRunSays,
+     "Run it again under the same ID, to wait for the verdict: it is not printed twice. To take it "
+     "out of the queue, send voltisd DELETE /v1/jobs/ID."},
+    {Kind::RunMessage, noCode, "the job is still being printed; ask again under its ID", exit101,
+     "SIGINT or SIGTERM came while voltisd printed the job, and a minute later it was not at its "
+     "end.",
+     &asTheRunSays,
+     "Run it again under the same ID, to wait for the verdict: it is not printed twice. If that "
+     "does not end, look what voltisd says (journalctl -u voltisd)."},
     Reason("the queue does not take the job", "A thousand jobs wait for the register.",
            "Look why nothing is printed there."),
     Reason("the service at '{X}' does not take the job - {...}",

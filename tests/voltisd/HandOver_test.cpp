@@ -5,10 +5,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,6 +28,7 @@
 #include "companion/journal/Journal.h"
 #include "companion/runner/DeviceLock.h"
 #include "companion/runner/Files.h"
+#include "companion/service/Desk.h"
 #include "companion/workbench/Serving.h"
 #include "tests/companion/Till.h"
 #include "tests/support/Programs.h"
@@ -80,6 +84,21 @@ class Calling {
     Calling& operator=(const Calling&) = delete;
 
     void Signal(int signal) const { kill(process_, signal); }
+    // Whether a signal to it is heard, and does not kill it any more.
+    bool Hears(int signal) const {
+        const std::string status =
+            runner::ReadFileIfAny("/proc/" + std::to_string(process_) + "/status");
+        const std::string name = "SigBlk:\t";
+        const std::size_t at = status.find(name);
+        if (at == std::string::npos) return false;
+        const auto blocked = std::stoull(status.substr(at + name.size(), 16), nullptr, 16);
+        return ((blocked >> static_cast<unsigned>(signal - 1)) & 1U) != 0;
+    }
+    // Returns when it stands still.
+    void Pause() const {
+        Signal(SIGSTOP);
+        waitpid(process_, nullptr, WUNTRACED);
+    }
     int Wait() {
         int status = 0;
         waitpid(process_, &status, 0);
@@ -102,14 +121,17 @@ struct Called {
 /// A register, a service for it, and a caller of voltisctl.
 class Counter {
   public:
-    explicit Counter(const std::string& pos) : pos_(pos) {
-        runner::WriteFile(daemon.File("etc/voltis.ini"),
-                          "[VOLTIS]\nDevice=" + till.profile.device +
-                              "\nResultFileName=result.txt\nStandardLog=1\n");
-    }
+    explicit Counter(const std::string& pos) : pos_(pos) { Configure(""); }
     ~Counter() { EndRegister(); }
     Counter(const Counter&) = delete;
     Counter& operator=(const Counter&) = delete;
+
+    /// Further lines of the register's configuration.
+    void Configure(const std::string& lines) const {
+        runner::WriteFile(daemon.File("etc/voltis.ini"),
+                          "[VOLTIS]\nDevice=" + till.profile.device +
+                              "\nResultFileName=result.txt\nStandardLog=1\n" + lines);
+    }
 
     void StartRegister() { serving_ = std::make_unique<workbench::Serving>(till.Station().server); }
     void EndRegister() {
@@ -370,6 +392,7 @@ struct Likeness {
     const char* content;
     int exitCode;
     void (*prepare)(Counter& counter);
+    const char* configuration = "";
 };
 
 void WithPaper(Counter& counter) {
@@ -380,6 +403,8 @@ void WithoutPaper(Counter& counter) {
     counter.StartRegister();
 }
 void Silent(Counter&) {}
+
+constexpr char oldFormat[] = "OldResultFileFormat=1\n";
 
 class HandOverLikeARun : public testing::TestWithParam<Likeness> {
   protected:
@@ -392,10 +417,12 @@ class HandOverLikeARun : public testing::TestWithParam<Likeness> {
 }  // namespace
 
 TEST_P(HandOverLikeARun, TellsTheSame) {
-    const auto& [name, content, exitCode, prepare] = GetParam();
+    const auto& [name, content, exitCode, prepare, configuration] = GetParam();
     const TempDir pos;
     Counter direct(pos.Path());
     Counter served(pos.Path());
+    direct.Configure(configuration);
+    served.Configure(configuration);
     ASSERT_TRUE(served.daemon.Start()) << served.daemon.Said();
     std::vector<Called> all;
     for (Counter* counter : {&direct, &served}) {
@@ -425,7 +452,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Likeness{"Mistake", "SALE: DEPTNR=1; AMOUNT=1.00\nNONSENSE\n", 1, WithPaper},
                     Likeness{"MistakeInALine", "SALE: DEPTNR=1; NAME=\"x\n", 1, WithPaper},
                     Likeness{"Refused", oneSale, 2, WithoutPaper},
-                    Likeness{"NoAnswer", oneSale, 2, Silent}),
+                    Likeness{"NoAnswer", oneSale, 2, Silent},
+                    Likeness{"PrintedOldFormat", oneSale, 0, WithPaper, oldFormat},
+                    Likeness{"RefusedOldFormat", oneSale, 2, WithoutPaper, oldFormat}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 // --- the service ends
@@ -566,4 +595,143 @@ TEST_F(HandOver, PrintsByItselfWhenTheServiceDiesWithTheRequest) {
     const Called called = counter_.End(*calling);
     EXPECT_EQ(called.exitCode, 0) << called.said;
     EXPECT_EQ(counter_.Receipts(), 1);
+}
+
+// --- another call has the same ID
+// -------------------------------------------------------------------
+
+namespace {
+
+// What a caller without rights of its own would be: root is denied nothing.
+std::unique_ptr<Calling> BeginWithoutRoot(Counter& counter, const Arguments& more) {
+    std::unique_ptr<Calling> calling;
+    std::thread([&] {  // it alone, and its children, lose the right
+        prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+        prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+        calling = counter.Begin(more);
+    })
+        .join();
+    return calling;
+}
+
+/// Of the jobs of others, as the journal has them.
+class HandOverBesideOthers : public HandOver {
+  protected:
+    std::int64_t Queue(const std::string& id) {
+        return journal::Journal(counter_.Journal())
+            .Receive({id, "default", "/jobs/other.txt", oneSale, "till 1", true});
+    }
+    void GiveUp(std::int64_t number) {
+        journal::Journal journal(counter_.Journal());
+        service::Desk(journal, 1000).GiveUp(number, "another call was interrupted");
+    }
+    // As a worker has it that is at work, or has died.
+    void QueueAndSend(const std::string& id) {
+        const std::int64_t number = Queue(id);
+        journal::Journal journal(counter_.Journal());
+        journal.StartSending(number, "default",
+                             counter_.daemon.File("state/runs/") + std::to_string(number),
+                             journal.Get(number).place);
+    }
+};
+
+}  // namespace
+
+TEST_F(HandOverBesideOthers, StayInTheQueueWhenACallThatJoinedIsInterrupted) {
+    StartWithAJobBefore();
+    ASSERT_EQ(counter_.daemon.HandIn("1", oneSale, 0).status, 202);
+    const auto calling = counter_.Begin({"--job", "1", "--wait", "60", counter_.Sale()});
+    ASSERT_TRUE(SoonHolds([&] { return calling->Hears(SIGTERM); }));
+    calling->Signal(SIGTERM);
+    const Called called = counter_.End(*calling);
+    EXPECT_EQ(called.exitCode, 101);
+    EXPECT_THAT(called.said, HasSubstr("was in the queue before this call, and is still there"));
+    EXPECT_THAT(called.result, HasSubstr("ResultCode=101\n"));
+    EXPECT_TRUE(counter_.Job("1")->InQueue());
+    FreeRegister();
+    EXPECT_TRUE(counter_.WaitFor("1", journal::State::Done));
+}
+
+TEST_F(HandOverBesideOthers, StayInTheQueueWhenACallThatJoinedHasWaitedForTooLong) {
+    StartWithAJobBefore();
+    ASSERT_EQ(counter_.daemon.HandIn("1", oneSale, 0).status, 202);
+    const Called called = counter_.Call({"--job", "1", counter_.Sale()});
+    EXPECT_EQ(called.exitCode, 101) << called.said;
+    EXPECT_TRUE(counter_.Job("1")->InQueue());
+}
+
+TEST_F(HandOverBesideOthers, GiveUpAJobThatMayComeIntoTheQueueAgainAllTheSame) {
+    const auto script = Scripted(std::nullopt);
+    const auto calling = counter_.Begin({"--job", "1", counter_.Sale()});
+    ASSERT_TRUE(SoonHolds([&] { return script->WasAsked(); }));
+    calling->Pause();
+    GiveUp(Queue("1"));
+    calling->Signal(SIGCONT);
+    calling->Signal(SIGTERM);  // so that it does not wait for long
+    const Called called = counter_.End(*calling);
+    EXPECT_EQ(called.exitCode, 101);
+    EXPECT_THAT(called.said, HasSubstr("does not answer, and may still take the job"));
+}
+
+// The service takes connections, and nothing else.
+TEST_F(HandOverBesideOthers, AreFoundOutWhenTheirWorkerHasDiedAndTheServiceStartsNone) {
+    const auto script = Scripted(std::nullopt);
+    QueueAndSend("1");
+    const Called called = counter_.Call({"--job", "1", counter_.Sale()});
+    EXPECT_EQ(called.exitCode, 101) << called.said;  // it has left no note of what it sent
+    EXPECT_EQ(counter_.Job("1")->state, journal::State::InDoubt);
+    EXPECT_EQ(counter_.Receipts(), 0);
+}
+
+TEST_F(HandOverBesideOthers, AreWaitedForAMinuteAfterAnInterruptWhileTheyArePrinted) {
+    const auto script = Scripted(std::nullopt);
+    other_.emplace(runner::LockFileOf(counter_.till.profile, counter_.daemon.File("locks")));
+    QueueAndSend("1");
+    const auto calling = counter_.Begin({"--job", "1", counter_.Sale()});
+    ASSERT_TRUE(SoonHolds([&] { return script->WasAsked(); }));
+    calling->Signal(SIGTERM);
+    const Called called = counter_.End(*calling);
+    EXPECT_EQ(called.exitCode, 101);
+    EXPECT_THAT(called.said, HasSubstr("the job is still being printed; ask again under its ID"));
+    EXPECT_EQ(counter_.Job("1")->state, journal::State::Sending);
+}
+
+// --- an account that may not use the service
+// --------------------------------------------------------
+
+TEST_F(HandOver, PrintsByItselfWhenAServiceThatItMayNotCallAnyMoreIsKilled) {
+    StartWithAJobBefore();
+    const auto calling =
+        BeginWithoutRoot(counter_, {"--job", "1", "--wait", "60", counter_.Sale()});
+    ASSERT_TRUE(counter_.WaitFor("1", journal::State::Received)) << calling->Said();
+    ASSERT_EQ(chmod(counter_.daemon.Socket().c_str(), 0), 0);
+    counter_.daemon.Kill();
+    FreeRegister();
+    const Called called = counter_.End(*calling);
+    EXPECT_EQ(called.exitCode, 0) << called.said;
+}
+
+TEST_F(HandOver, PutsNothingIntoTheQueueOfAServiceThatItMayNotCall) {
+    StartWithAJobBefore();
+    ASSERT_EQ(chmod(counter_.daemon.Socket().c_str(), 0), 0);
+    const std::string longFile = oneSale + std::string(70'000, '\n');
+    const auto calling = BeginWithoutRoot(counter_, {"--job", "1", counter_.Sale(longFile)});
+    const Called called = counter_.End(*calling);
+    EXPECT_EQ(called.exitCode, 2);
+    EXPECT_THAT(called.said, HasSubstr("As root, add it to the group "));
+    EXPECT_FALSE(counter_.Job("1"));
+}
+
+// --- the old format of result files
+// -----------------------------------------------------------------
+
+TEST_F(HandOver, TellsInTheOldFormatThatItHasLeftTheQueue) {
+    counter_.Configure("OldResultFileFormat=1\n");
+    StartWithAJobBefore();
+    const auto calling = BeginQueued("1");
+    calling->Signal(SIGINT);
+    const Called called = counter_.End(*calling);
+    EXPECT_EQ(called.exitCode, 2);
+    EXPECT_EQ(called.result,
+              "2\nthe call was ended before the job was printed; it has left the queue");
 }
